@@ -1,0 +1,56 @@
+/*
+ * The virtual board's kernel module: what its files share. Each flash chip keeps its cells in a PCI shared-memory
+ * window, that is in a file of the host; faults are planned in debugfs and asked for by the chips' operations.
+ */
+#pragma once
+
+#include <linux/mtd/mtd.h>
+#include <linux/pci.h>
+#include <linux/types.h>
+
+#define VBOARD_NAME "vboard"
+
+/* Cells of one chip. The file holds them inverted: erased flash is all zero, which on the host is a hole. */
+struct flash_cells {
+    struct pci_dev *pci;
+    u8 *base;
+    u64 size;
+};
+
+/* Maps the window of the device in this PCI slot, at least `size` bytes long. Returns 0 or a negative error. */
+int cells_open(struct flash_cells *cells, unsigned int slot, u64 size);
+void cells_read(const struct flash_cells *cells, u64 from, void *buffer, size_t length);
+/* Programs: bits can only go from 1 to 0. */
+void cells_program(struct flash_cells *cells, u64 to, const void *buffer, size_t length);
+void cells_erase(struct flash_cells *cells, u64 from, u64 length);
+
+enum flash_operation { FLASH_READ, FLASH_WRITE, FLASH_ERASE, FLASH_LOCK, FLASH_UNLOCK, FLASH_OPERATIONS };
+
+/* What a planned fault makes of an operation, besides 0 (nothing) and a negative error (fail with it, nothing done). */
+#define FAULT_CUT 1
+
+/*
+ * Counts the operation on [from, from + length) of this chip, sleeps for as long as planned delays say, and answers 0,
+ * a negative error, or FAULT_CUT: do half of it, then call faults_cut_power().
+ */
+int faults_check(struct mtd_info *master, enum flash_operation operation, u64 from, u64 length);
+/* Ends the machine at once, as pulling its plug would. Does not return. */
+void faults_cut_power(void);
+int faults_init(void);
+
+int nor_init(void);
+/* page_size: 2048 (128 KiB erase blocks, 64 bytes of OOB) or 512 (16 KiB erase blocks, 16 bytes of OOB). */
+int nand_init(unsigned int page_size);
+extern struct mtd_info nor_mtd;
+extern struct mtd_info nand_mtd;
+
+/* Registers a chip with the rows of partitions.h that are its own. */
+int vboard_register_partitions(struct mtd_info *master, const char *chip);
+/* The end of the last partition of this chip, in bytes: the chip's size. */
+u64 vboard_chip_size(const char *chip);
+/* Calls `visit` for each power-up locked partition of the chip. */
+void vboard_each_locked(const char *chip, void (*visit)(u64 offset, u64 size));
+/* Finds a present partition by its kernel number or its name on either chip; the first one wins. Null when none is. */
+struct mtd_info *vboard_find_partition(int number, const char *name);
+
+int partition_requests_init(void);
