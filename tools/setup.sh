@@ -8,8 +8,8 @@
 
 setup_packages() {
     case $1 in
-        build) echo cmake g++ ninja-build zlib1g-dev ;;
-        test) echo libgtest-dev libgmock-dev python3 python3-pytest python3-pytest-xdist busybox-static ;;
+        build) echo cmake g++ ninja-build zlib1g-dev libgtest-dev libgmock-dev ;;
+        test) echo python3 python3-pytest python3-pytest-xdist busybox-static ;;
         board)
             # The kernel's image is not installed here: the board fetches and unpacks that package for itself.
             echo qemu-system-x86 linux-headers-amd64 gcc make python3 busybox-static mtd-utils libubootenv-tool \
