@@ -1,0 +1,21 @@
+// The checksum of firmware images: the complement of the ones'-complement sum of big-endian 32-bit words,
+// the last word padded with zero bytes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+/// A checksum over data that arrives in pieces of any length. The sum does not depend on how the data were
+/// cut. It holds for up to 2^34 bytes.
+class checksum_sum {
+ public:
+  /// Adds `size` bytes that follow those added before.
+  void add(const void* data, size_t size);
+  /// Result: the checksum of all bytes added so far in the low 32 bits, the others set, as the complement of
+  /// a 64-bit sum that was folded into 32 bits has them.
+  uint64_t finish() const;
+
+ private:
+  uint64_t sum_ = 0;    // of words in the order of memory; finish() turns it to big-endian order
+  unsigned phase_ = 0;  // bytes of the current word that were added already, 0..3
+};

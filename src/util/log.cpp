@@ -1,0 +1,71 @@
+// Levelled output of the shell; see log.h.
+#include "util/log.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+
+uint32_t log_level = level_error;
+int32_t log_state = 1;
+
+namespace {
+
+constexpr const char* level_strings[] = {
+    "", "", "NOTE: ", "ERROR: ", "INFO: ", "PROGRESS: ", "VERBOSE: ", "TRACE: ",
+};
+constexpr unsigned level_count = sizeof level_strings / sizeof level_strings[0];
+
+constexpr const char* suspended_log_path = "/tmp/recovery.log";
+
+__attribute__((format(printf, 3, 0))) void write_message(FILE* out, unsigned level, const char* format,
+                                                         va_list args) {
+  if (level < level_count) {
+    fputs(level_strings[level], out);
+  }
+  vfprintf(out, format, args);
+  fflush(out);
+}
+
+}  // namespace
+
+void log_printf(unsigned level, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  log_vprintf(level, format, args);
+  va_end(args);
+}
+
+void log_vprintf(unsigned level, const char* format, va_list args) {
+  if (log_level < level) {
+    return;
+  }
+  if (log_state == 1) {
+    write_message(stdout, level, format, args);
+    return;
+  }
+  // Opened and closed for every message, so that the file is complete whenever the power goes.
+  FILE* file = fopen(suspended_log_path, "ae");
+  if (file == nullptr) {
+    return;
+  }
+  write_message(file, level, format, args);
+  fclose(file);
+}
+
+void log_suspend() {
+  log_state = 0;
+  unlink(suspended_log_path);
+}
+
+void log_resume() {
+  log_state = 1;
+  if (FILE* file = fopen(suspended_log_path, "re")) {
+    char piece[256];
+    while (fgets(piece, sizeof piece, file) != nullptr) {
+      printf("%s", piece);
+    }
+    fflush(stdout);
+    fclose(file);
+  }
+  unlink(suspended_log_path);
+}

@@ -1,0 +1,57 @@
+// Signal actions of the shell and its children; see signals.h.
+#include "util/signals.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "util/log.h"
+
+volatile sig_atomic_t test_interrupted = 0;
+
+namespace {
+
+void sigint_test_interrupt_handler(int /*signal*/) {
+  test_interrupted = 1;
+}
+
+int set_action(int signal, void (*handler)(int)) {
+  struct sigaction action = {};
+  action.sa_handler = handler;
+  sigemptyset(&action.sa_mask);
+  return sigaction(signal, &action, nullptr);
+}
+
+}  // namespace
+
+int sigint_install_ignore() {
+  if (set_action(SIGINT, SIG_IGN) != 0) {
+    log_printf(level_note, "%s: Failed to ignore sigint handler, error=%s\n", __func__, strerror(errno));
+    return 0;
+  }
+  return 1;
+}
+
+int sigint_install_default() {
+  if (set_action(SIGINT, SIG_DFL) != 0) {
+    log_printf(level_note, "%s: Failed to install sigint handler, error=%s\n", __func__, strerror(errno));
+    return 0;
+  }
+  return 1;
+}
+
+int sigint_install_test_interrupt() {
+  test_interrupted = 0;
+  if (set_action(SIGINT, sigint_test_interrupt_handler) != 0) {
+    log_printf(level_note, "%s: Failed to install sigint handler, error=%s\n", __func__, strerror(errno));
+    return 0;
+  }
+  return 1;
+}
+
+int sigquit_install_ignore() {
+  if (set_action(SIGQUIT, SIG_IGN) != 0) {
+    log_printf(level_note, "%s: Failed to ignore sigquit handler, error=%s\n", __func__, strerror(errno));
+    return 0;
+  }
+  return 1;
+}

@@ -1,0 +1,16 @@
+// What Ctrl-C and Ctrl-\ do: nothing to the shell, the default to the tools of the capturing runners, and
+// a flag for the long loops that ask for one.
+#pragma once
+
+#include <csignal>
+
+/// Set by the test interrupt handler; polled by long loops.
+extern volatile sig_atomic_t test_interrupted;
+
+/// Each sets one signal's action with an empty mask and no flags. Result: 1, or 0 after a note with the
+/// function's name and the system's error text.
+int sigint_install_ignore();
+int sigint_install_default();
+/// Clears `test_interrupted`, then lets SIGINT set it.
+int sigint_install_test_interrupt();
+int sigquit_install_ignore();
