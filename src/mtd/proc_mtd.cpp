@@ -1,0 +1,86 @@
+// Line format (drivers/mtd/mtdcore.c of the kernel): mtd5: 00400000 00010000 "kernel_1"
+#include "mtd/proc_mtd.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "mtd/partition_table.h"
+#include "util/log.h"
+
+namespace {
+
+constexpr size_t line_size = 128;
+
+// The line of the first partition whose line contains `name`. Result: false when there is none.
+bool find_line(const char* name, char (&line)[line_size]) {
+  FILE* list = fopen("/proc/mtd", "re");
+  if (list == nullptr) {
+    return false;
+  }
+  bool found = false;
+  while (!found && fgets(line, sizeof line, list) != nullptr) {
+    // The heading has all the words but not the beginning.
+    found = strstr(line, name) != nullptr && strncmp(line, "mtd", 3) == 0;
+  }
+  fclose(list);
+  return found;
+}
+
+// The text behind the n-th blank, or null.
+const char* after_blank(const char* line, int n) {
+  for (; line != nullptr && n > 0; --n) {
+    line = strchr(line, ' ');
+    line = line != nullptr ? line + 1 : nullptr;
+  }
+  return line;
+}
+
+}  // namespace
+
+int mtd_name_to_index(const char* name) {
+  char line[line_size];
+  return find_line(name, line) ? static_cast<int>(strtol(line + 3, nullptr, 10)) : -1;
+}
+
+uint64_t mtd_name_to_size(const char* name) {
+  log_printf(level_trace, "%s: name=%s\n", __func__, name);
+  char line[line_size];
+  if (!find_line(name, line)) {
+    return 0;
+  }
+  const char* colon = strchr(line, ':');
+  if (colon == nullptr || colon[1] == '\0') {
+    return 0;
+  }
+  return strtoull(colon + 2, nullptr, 16);
+}
+
+uint32_t mtd_name_to_erasesize(const char* name) {
+  log_printf(level_trace, "%s: name=%s\n", __func__, name);
+  char line[line_size];
+  if (!find_line(name, line)) {
+    return 0;
+  }
+  const char* erase_size = after_blank(line, 2);
+  return erase_size == nullptr ? 0 : static_cast<uint32_t>(strtoull(erase_size, nullptr, 16));
+}
+
+void mtd_init_dev_names() {
+  constexpr size_t node_size = 24;
+  for (mtd_partition* row = nullptr; (row = mtd_get_by_type(row, mtd_type_any)) != nullptr;) {
+    const int index = mtd_name_to_index(row->part_name);
+    if (index < 0) {
+      continue;
+    }
+    auto* node = static_cast<char*>(malloc(node_size));
+    if (node == nullptr) {
+      log_printf(level_error, "malloc(%i) error(%s)\n", static_cast<int>(node_size), strerror(errno));
+      return;
+    }
+    snprintf(node, node_size, "/dev/mtd%d", index);
+    row->dev_name = node;
+    log_printf(level_verbose, "%s: %s=%s\n", __func__, row->part_name, row->dev_name);
+  }
+}
