@@ -1,0 +1,154 @@
+// See commands.h.
+#include "image/commands.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "cli/command.h"
+#include "image/header.h"
+#include "image/stream_form.h"
+#include "mtd/partition_table.h"
+#include "tty/port.h"
+#include "util/file.h"
+#include "util/log.h"
+#include "util/parse.h"
+
+namespace {
+
+constexpr uint32_t bit(image_contents type) {
+  return uint32_t{1} << type;
+}
+
+// Every type that has a destination.
+constexpr uint32_t download_mask =
+    bit(image_contents_bootstrap) | bit(image_contents_bootloader) | bit(image_contents_boot_env) |
+    bit(image_contents_kernel) | bit(image_contents_rootfs_jffs2_or_ext2) |
+    bit(image_contents_config_loader) | bit(image_contents_rootfs_ubifs_16keb) |
+    bit(image_contents_oem_defaults) | bit(image_contents_rootfs_tar_lzma) |
+    bit(image_contents_rootfs_ubifs_128keb) | bit(image_contents_python_setup);
+static_assert(download_mask == 0x7D3E);
+
+constexpr const char* header_path = "/tmp/image.rom";
+constexpr const char* download_directory = "/tmp";
+constexpr unsigned settle_seconds = 1;
+
+// Result: the bank that a word names (mtd_banks), mtd_bank_none when it names none.
+int bank_from_word(const char* word) {
+  for (int bank = mtd_bank_1; bank <= mtd_bank_single; ++bank) {
+    if (strcmp(word, mtd_bank_string[bank]) == 0) {
+      return bank;
+    }
+  }
+  return mtd_bank_none;
+}
+
+// Takes an optional port number and speed. Result: false after an error.
+bool take_port_and_rate(tty_port& port) {
+  uint32_t number;
+  if (const char* word = token_shift()) {
+    if (strdectoul(word, &number) == 0 || number > tty_highest_port) {
+      log_printf(level_error, "Invalid serial port '%s', range is %i to %i\n", word, 0, tty_highest_port);
+      return false;
+    }
+    port.port = static_cast<int32_t>(number);
+  }
+  if (const char* word = token_shift()) {
+    if (strdectoul(word, &number) == 0 || tty_speed_is_valid(number) == 0) {
+      log_printf(level_error, "Invalid baud rate '%s'\n", word);
+      return false;
+    }
+    port.speed = number;
+  }
+  return true;
+}
+
+int selected(image_contents type) {
+  return (download_mask & bit(type)) != 0 ? 1 : 0;
+}
+
+void log_download(const char* caller, const tty_port& port, int bank) {
+  const char* bank_name = mtd_bank_string[bank];
+  const int speed = static_cast<int>(port.speed);
+  log_printf(level_info, "%s: bank=%s dev=%s%i speed=%i\n", caller, bank_name, port.device, port.port, speed);
+  log_printf(level_info,
+             "%s: tty_dev=%s%i speed=%i bank=%s bs(%i)=%i bl(%i)=%i krn(%i)=%i rfsje(%i)=%i rfsu(%i)=%i "
+             "rfsl(%i)=%i\n",
+             caller, port.device, port.port, speed, bank_name,                                    //
+             image_contents_bootstrap, selected(image_contents_bootstrap),                        //
+             image_contents_bootloader, selected(image_contents_bootloader),                      //
+             image_contents_kernel, selected(image_contents_kernel),                              //
+             image_contents_rootfs_jffs2_or_ext2, selected(image_contents_rootfs_jffs2_or_ext2),  //
+             image_contents_rootfs_ubifs_16keb, selected(image_contents_rootfs_ubifs_16keb),      //
+             image_contents_rootfs_tar_lzma, selected(image_contents_rootfs_tar_lzma));
+}
+
+// Installs what arrives at the port. Messages are held back meanwhile: the port may be the console.
+bool install_from_port(tty_port& port, int bank) {
+  log_suspend();
+  bool installed = false;
+  if (tty_open_raw(&port) == 0) {
+    log_printf(level_error, "Failed to open serial port (%s)\n", strerror(errno));
+  } else {
+    installed = image_write_fd(nullptr, port.fd, bank, download_mask, 1) != 0;
+    tty_close_raw(&port);
+  }
+  sleep(settle_seconds);
+  log_resume();
+  return installed;
+}
+
+}  // namespace
+
+void cmd_flash_download_serial() {
+  log_printf(level_trace, "%s:\n", __func__);
+  tty_port port = tty_cli;
+  int bank = mtd_bank_1;
+  if (const char* word = token_shift()) {
+    bank = bank_from_word(word);
+    if (bank == mtd_bank_none) {
+      log_printf(level_error, "Invalid flash bank '%s'\n", word);
+      return;
+    }
+  }
+  if (!take_port_and_rate(port)) {
+    return;
+  }
+  log_download(__func__, port, bank);
+  unlink(header_path);
+  log_printf(level_plain, "Begin serial download...\n");
+  sleep(settle_seconds);
+  const bool installed = install_from_port(port, bank);
+  if (!installed) {
+    log_printf(level_error, "Failed to write firmware image\n");
+  }
+  unlink(header_path);
+  _print_done_success_failure(installed ? 1 : 0);
+}
+
+void cmd_file_download_serial() {
+  log_printf(level_trace, "%s:\n", __func__);
+  tty_port port = tty_cli;
+  const char* name = token_shift();
+  if (name == nullptr) {
+    helper_incomplete_command();
+    return;
+  }
+  char path[256];
+  if (filename_copy_and_maybe_add_path(path, sizeof path, download_directory, name) == 0) {
+    log_printf(level_error, "Invalid file name or path '%s'\n", name);
+    return;
+  }
+  if (!take_port_and_rate(port)) {
+    return;
+  }
+  log_printf(level_info, "%s: filename=%s dev=%s%i speed=%i\n", __func__, path, port.device, port.port,
+             static_cast<int>(port.speed));
+  const bool received = tty_download(&port, path) != 0;
+  if (!received) {
+    unlink(path);
+    log_printf(level_error, "serial download failed\n");
+  }
+  _print_done_success_failure(received ? 1 : 0);
+}

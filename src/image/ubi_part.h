@@ -1,0 +1,15 @@
+// Parts of an image that go into the UBI device.
+#pragma once
+
+#include <cstdint>
+
+#include "mtd/partition_table.h"
+
+/// Writes contents held in memory, described by `header`, into volume `row`. Result: true, or false after an
+/// error.
+bool ubi_part_write(const mtd_partition& row, const uint8_t* header, const uint8_t* contents);
+
+/// The same with the contents streamed from `fd`; their image checksum is left in `*checksum`. Only with
+/// `format_allowed` is a clean UBI partition formatted first.
+bool ubi_part_write_fd(const mtd_partition& row, const uint8_t* header, int fd, bool format_allowed,
+                       uint64_t* checksum);
