@@ -1,0 +1,7 @@
+// Commands of the serial console.
+#pragma once
+
+/// "set console": changes port, speed, mode, flow and termination of the console.
+void cmd_set_console();
+/// "show console": the settings; with VERBOSE also the terminal flags of the standard descriptors.
+void cmd_show_console();

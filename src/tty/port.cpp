@@ -1,0 +1,201 @@
+// See port.h. Paths: /dev/ttySN.
+#include "tty/port.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "opmode/mode.h"
+#include "util/log.h"
+#include "util/stream.h"
+#include "util/text_buffer.h"
+
+const char* const tty_mode_names[tty_mode_count] = {"rs232", "rs485", "rs422"};
+const char* const tty_flow_names[tty_flow_count] = {"noflow", "hwflow"};
+
+tty_port tty_cli = {.fd = -1,
+                    .device = "/dev/ttyS",
+                    .port = 1,
+                    .speed = 115200,
+                    .mode = tty_mode_rs232,
+                    .flow = tty_flow_hw,
+                    .termination = 0,
+                    .saved_termios = {},
+                    .applied_termios = {}};
+
+namespace {
+
+struct speed_row {
+  uint32_t bps;
+  speed_t constant;
+};
+
+constexpr speed_row speeds[] = {
+    {9600, B9600},     {19200, B19200},   {38400, B38400},   {57600, B57600},
+    {115200, B115200}, {230400, B230400}, {460800, B460800}, {921600, B921600},
+};
+
+constexpr unsigned start_seconds = 30;  // the time that a person has to start the sender
+constexpr unsigned settle_seconds = 1;
+
+termios raw_settings(const tty_port& port, speed_t speed) {
+  termios settings = {};
+  settings.c_iflag = IGNPAR;
+  settings.c_cflag = speed | CS8 | CREAD | CLOCAL;
+  if (port.port != 0) {
+    settings.c_cflag |= CRTSCTS;
+  }
+  settings.c_cc[VMIN] = 1;
+  settings.c_cc[VTIME] = 0;
+  return settings;
+}
+
+using error_text = text_buffer<256>;
+
+// Receives until the line falls silent. Result: the count of bytes stored in `file`, or -1 with `error` set;
+// `total` has the count in both cases.
+bool receive_file(int fd, FILE* file, void* buffer, uint32_t& total, error_text& error) {
+  for (;;) {
+    if (!stream_wait(fd, total == 0 ? start_seconds : stream_idle_seconds)) {
+      return total != 0;
+    }
+    const ssize_t got = read(fd, buffer, stream_piece_size);
+    if (got <= 0) {
+      return total != 0;
+    }
+    if (fwrite(buffer, static_cast<size_t>(got), 1, file) != 1) {
+      error.format("fwrite(%i) error(%s)\n", static_cast<int>(got), strerror(errno));
+      return false;
+    }
+    total += static_cast<uint32_t>(got);
+  }
+}
+
+// The open port into a new file.
+bool download_into(int fd, const char* path, FILE** file, void* buffer, uint32_t& total, error_text& error) {
+  *file = fopen(path, "wbe");
+  if (*file == nullptr) {
+    error.format("fopen(%s) error(%s)\n", path, strerror(errno));
+    return false;
+  }
+  return receive_file(fd, *file, buffer, total, error);
+}
+
+}  // namespace
+
+int tty_speed_is_valid(uint32_t speed) {
+  speed_t constant;
+  return tty_speed_constant(speed, &constant) ? 1 : 0;
+}
+
+bool tty_speed_constant(uint32_t speed, speed_t* constant) {
+  for (const speed_row& row : speeds) {
+    if (row.bps == speed) {
+      *constant = row.constant;
+      return true;
+    }
+  }
+  return false;
+}
+
+int tty_open_raw(tty_port* port) {
+  text_buffer<32> path;
+  path.format("%s%i", port->device, port->port);
+  const int fd = open(path.text(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (fd < 0) {
+    perror("tty_open_raw: open()");
+    return 0;
+  }
+  log_printf(level_verbose, "%s: dev=%s speed=%i\n", __func__, path.text(), static_cast<int>(port->speed));
+  tcgetattr(fd, &port->saved_termios);
+  speed_t speed;
+  if (!tty_speed_constant(port->speed, &speed)) {
+    errno = EINVAL;
+    perror("tty_open_raw: speed");
+    return 0;
+  }
+  const termios settings = raw_settings(*port, speed);
+  tcflush(fd, TCIFLUSH);
+  tcsetattr(fd, TCSANOW, &settings);
+  port->applied_termios = settings;
+  port->fd = fd;
+  return 1;
+}
+
+void tty_close_raw(tty_port* port) {
+  if (port->fd >= 0) {
+    tcsetattr(port->fd, TCSANOW, &port->saved_termios);
+    close(port->fd);
+    port->fd = -1;
+  }
+  log_printf(level_verbose, "%s: dev=%s%i\n", __func__, port->device, port->port);
+}
+
+int tty_download(tty_port* port, const char* path) {
+  log_printf(level_info, "%s: dev=%s%i file=%s\n", __func__, port->device, port->port, path);
+  error_text error;
+  log_printf(level_plain, "Begin serial download...\n");
+  sleep(settle_seconds);
+  bool received = false;
+  uint32_t total = 0;
+  FILE* file = nullptr;
+  void* buffer = malloc(stream_piece_size);
+  if (buffer == nullptr) {
+    error.format("malloc(%i) error(%s)\n", static_cast<int>(stream_piece_size), strerror(errno));
+  } else if (tty_open_raw(port) == 0) {
+    error.format("tty_open_raw() error(%s)\n", strerror(errno));
+  } else {
+    received = download_into(port->fd, path, &file, buffer, total, error);
+  }
+  free(buffer);
+  if (port->fd >= 0) {
+    // Also when the raw open failed and the descriptor is still the console's: the console opens its input
+    // again when it next reads.
+    tty_close_raw(port);
+  }
+  if (file != nullptr && fclose(file) != 0 && error.text()[0] == '\0') {
+    error.format("fwrite(%i) error(%s)\n", static_cast<int>(total), strerror(errno));
+    received = false;
+  }
+  log_printf(level_info, "Downloaded %i bytes\n", static_cast<int>(total));
+  if (error.text()[0] != '\0') {
+    log_printf(level_error, "%s", error.text());
+  }
+  return received ? 1 : 0;
+}
+
+int tty_validate_settings(const tty_port* port) {
+  if (port->mode == tty_mode_rs232) {
+    return 1;
+  }
+  if (port->port == 0) {
+    log_printf(level_error, "%s not valid on %s%d\n", tty_mode_names[port->mode], port->device, port->port);
+    return 0;
+  }
+  if (g_opmode_board == opmode_board_tk20) {
+    return 1;
+  }
+  log_printf(level_error, "%s not valid in current operational mode (%s)\n", tty_mode_names[port->mode],
+             opmode_board_names[g_opmode_board]);
+  return 0;
+}
+
+int tty_flush_cli_input() {
+  tcflush(tty_cli.fd, TCIFLUSH);
+  return 1;
+}
+
+int tty_set_isig(int on) {
+  termios settings = {};
+  tcgetattr(STDIN_FILENO, &settings);
+  if (on != 0) {
+    settings.c_lflag |= ISIG;
+  } else {
+    settings.c_lflag &= ~static_cast<tcflag_t>(ISIG);
+  }
+  return tcsetattr(STDIN_FILENO, TCSANOW, &settings);
+}

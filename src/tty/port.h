@@ -1,0 +1,59 @@
+// A serial port: its record, raw opening for binary transfers, and receiving a file over it. The console is
+// such a port, and images arrive over the very line that carries the commands.
+#pragma once
+
+#include <termios.h>
+
+#include <cstdint>
+
+enum tty_modes : uint32_t { tty_mode_rs232, tty_mode_rs485, tty_mode_rs422, tty_mode_count };
+enum tty_flows : uint32_t { tty_flow_none, tty_flow_hw, tty_flow_count };
+
+/// Names indexed by mode and flow.
+extern const char* const tty_mode_names[tty_mode_count];
+extern const char* const tty_flow_names[tty_flow_count];
+
+/// A plain value: copied, compared and zeroed as one block.
+struct tty_port {
+  int32_t fd;               // -1 when closed; 0 for the console once it is mapped
+  const char* device;       // "/dev/ttyS"
+  int32_t port;             // appended to `device`
+  uint32_t speed;           // bits per second
+  uint32_t mode;            // tty_modes
+  uint32_t flow;            // tty_flows
+  uint8_t termination;      // 1 = bus terminated; rs485 and rs422 only
+  termios saved_termios;    // before this program changed them
+  termios applied_termios;  // as this program set them last
+};
+
+/// The highest port number that commands accept.
+constexpr int tty_highest_port = 2;
+
+/// The console. Changed by a successful remapping only (tty/console.h).
+extern tty_port tty_cli;
+
+/// Result: 1 for the eight speeds from 9600 to 921600 that the ports have, else 0.
+int tty_speed_is_valid(uint32_t speed);
+/// Result: true with the terminal constant of a valid speed.
+bool tty_speed_constant(uint32_t speed, speed_t* constant);
+
+/// Opens the port for binary transfer, saves its settings, discards pending input and stores the descriptor
+/// in `fd`. Every port but 0 gets RTS/CTS flow control, whatever the record says. Result: 1, or 0 after a
+/// text on standard error; an unknown speed leaves the opened descriptor open and unknown to the record.
+int tty_open_raw(tty_port* port);
+/// Restores the saved settings, closes and sets `fd` to -1; does nothing to a closed port.
+void tty_close_raw(tty_port* port);
+
+/// Receives a file: a stream of bytes that 30 seconds may pass before and 3 seconds of silence end. The
+/// record is left closed. Result: 1 when at least one byte arrived and all were written to `path`, else 0
+/// after an error, with the partial file left there.
+int tty_download(tty_port* port, const char* path);
+
+/// Result: 1 when the mode is possible on the port and board, else 0 after an error.
+int tty_validate_settings(const tty_port* port);
+
+/// Discards console input that was not read yet. Result: 1.
+int tty_flush_cli_input();
+
+/// Switches signals of the terminal on standard input on or off. Result: that of setting the attributes.
+int tty_set_isig(int on);
