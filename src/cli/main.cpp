@@ -1,0 +1,22 @@
+// Start-up, in an order that every step's failure leaves intact: the shell always comes up.
+#include "cli/builtins.h"
+#include "cli/line_editor.h"
+#include "mtd/startup.h"
+#include "tty/console.h"
+#include "util/exec.h"
+#include "util/log.h"
+#include "util/signals.h"
+
+int main() {
+  sigint_install_ignore();
+  sigquit_install_ignore();
+  tty_init();
+  if (tty_cli.port == 0) {
+    // The kernel logs to the first port; keep it out of the operator's lines.
+    exec_system_cmd("/bin/dmesg -n 1");
+  }
+  mtd_init();
+  print_banner();
+  log_printf(level_plain, "Copyright (c) Zentavio. All rights reserved.\n");
+  cli_loop();
+}
