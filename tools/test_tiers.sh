@@ -1,0 +1,94 @@
+# Sourced by ./test: one function per tier. Each leaves JUnit files in $results, named for the tier.
+
+# note_result TIER NAME [PROBLEM]: records the outcome of a check that is no test program of its own.
+note_result() {
+    local problem=${3:-} body=''
+    [ -z "$problem" ] || body="<failure message=\"$(printf '%s' "$problem" | sed 's/&/\&amp;/g; s/</\&lt;/g; s/"/\&quot;/g')\"/>"
+    printf '<testsuites><testsuite name="%s"><testcase classname="%s" name="%s">%s</testcase></testsuite></testsuites>\n' \
+        "$1" "$1" "$2" "$body" >"$(mktemp "$results/$1-XXXXXX.xml")"
+}
+
+note_failure() {
+    note_result "$1" end "$2"
+}
+
+# check TIER NAME COMMAND...: a check that passes when the command succeeds; its output is shown when it does not.
+check() {
+    local tier=$1 name=$2 log
+    shift 2
+    log=$results/$tier-${name//[^a-z0-9]/_}.log
+    if "$@" >"$log" 2>&1; then
+        note_result "$tier" "$name"
+    else
+        tail -n 40 "$log"
+        note_result "$tier" "$name" "failed: $*"
+    fi
+}
+
+build_preset() {
+    cmake --preset "$1" >"$results/cmake-$1.log" 2>&1 && cmake --build --preset "$1" -j2 >"$results/build-$1.log" 2>&1 || {
+        tail -n 40 "$results/cmake-$1.log" "$results/build-$1.log" 2>/dev/null
+        return 1
+    }
+}
+
+# Time-outs of the program are real and most tests wait for them, so more tests than cores run side by side.
+run_unit_tests() {
+    local preset=$1 shard shards=4 status=0 pids=''
+    for shard in $(seq 0 $((shards - 1))); do
+        GTEST_TOTAL_SHARDS=$shards GTEST_SHARD_INDEX=$shard timeout 600 "build/$preset/unit_tests" --gtest_brief=1 \
+            "--gtest_output=xml:$results/unit-$preset-$shard.xml" &
+        pids="$pids $!"
+    done
+    for pid in $pids; do
+        wait "$pid" || status=1
+    done
+    return $status
+}
+
+tier_unit() {
+    setup_need build test || return 1
+    build_preset release && build_preset asan || return 1
+    local status=0
+    run_unit_tests release || status=1
+    run_unit_tests asan || status=1
+    return $status
+}
+
+tier_console() {
+    setup_need build test || return 1
+    build_preset release || return 1
+    timeout 900 /usr/bin/python3 -m pytest -q -n 6 -p no:cacheprovider "--junitxml=$results/console.xml" tests/console
+}
+
+tier_board() {
+    setup_need build test board || return 1
+    build_preset release || return 1
+    timeout 1100 /usr/bin/python3 -m pytest -q -n 2 -p no:cacheprovider "--junitxml=$results/board.xml" tests/board
+}
+
+tier_arm() {
+    setup_need build arm || return 1
+    build_preset arm || return 1
+    check arm links_libc_only tools/check_device_binary.sh build/arm/recovery-loader
+    check arm starts_under_qemu tools/check_arm_start.sh build/arm/recovery-loader
+}
+
+tier_fuzz() {
+    setup_need build fuzz || return 1
+    build_preset fuzz || return 1
+    local target
+    for target in build/fuzz/fuzz_*; do
+        [ -x "$target" ] && check fuzz "$(basename "$target")" tests/fuzz/run_one.sh "$target" "${FUZZ_SECONDS:-10}"
+    done
+}
+
+tier_lint() {
+    setup_need build lint || return 1
+    build_preset release || return 1
+    local sources
+    sources=$(git ls-files 'src/*.cpp' 'host/*.cpp')
+    check lint formatting sh -c "git ls-files '*.cpp' '*.h' | grep -v '^board/kernel/' | xargs clang-format --dry-run -Werror"
+    # shellcheck disable=SC2086  # file names without blanks
+    check lint clang_tidy sh -c "printf '%s\n' $(echo $sources) | xargs -P2 -n4 clang-tidy -p build/release --quiet"
+}
