@@ -107,7 +107,7 @@ class Device(DeviceRoot):
             "GCOV_PREFIX_STRIP": str(len(self._build.parts) - 1),
         }
         self._starts += 1
-        self._process = self.enter([inside], binds=binds, env=env, stdio=self.boot_console.slave)
+        self._process = self.enter([inside], binds=binds, env=env, terminal="/dev/console")
 
     def boot(self) -> str:
         """Starts the program, waits for the first prompt and returns the text before it. The banner stands there

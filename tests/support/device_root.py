@@ -288,12 +288,13 @@ class DeviceRoot:
 
     # ------------------------------------------------------------------ running a program inside
 
-    def enter(self, program: list[str], *, binds: dict[str, str], env: dict[str, str], stdio: int) -> subprocess.Popen:
-        """Starts a program inside; `binds` maps paths of the root to files of the host, `stdio` is its descriptor
-        for standard input, output and error."""
+    def enter(self, program: list[str], *, binds: dict[str, str], env: dict[str, str],
+              terminal: str) -> subprocess.Popen:
+        """Starts a program inside; `binds` maps paths of the root to files of the host, `terminal` is the path of the
+        root that its standard descriptors are on."""
         options = [word for path, source in binds.items() for word in ("-b", f"{source}:{path}")]
-        return subprocess.Popen([self._enter_root, "run", self.directory, *options, "--", *program], stdin=stdio,
-                                stdout=stdio, stderr=stdio, env=env, start_new_session=True)
+        command = [self._enter_root, "run", self.directory, *options, "-t", terminal, "--", *program]
+        return subprocess.Popen(command, stdin=subprocess.DEVNULL, env=env, start_new_session=True)
 
     def discard(self) -> None:
         """Removes the root from the host."""

@@ -1,7 +1,7 @@
 /* Makes a device root, and runs a program inside one:
  *
  *     enter_root make DIR
- *     enter_root run DIR [-b SOURCE:PATH]... -- PROGRAM [ARGUMENT]...
+ *     enter_root run DIR [-b SOURCE:PATH]... [-t TERMINAL] -- PROGRAM [ARGUMENT]...
  *
  * `run` gives the program its own mount, process and network namespaces (and a user namespace where the
  * caller may not make them otherwise), binds SOURCE at PATH of the root for each -b, enters the root and
@@ -26,6 +26,10 @@
 #include <unistd.h>
 
 static const char* root;
+static const char* terminal;
+#define MAX_BINDS 64
+static char* binds[MAX_BINDS]; /* SOURCE:PATH */
+static int bind_count;
 static pid_t init_pid;
 
 static void die(const char* what, const char* which) {
@@ -130,7 +134,7 @@ static void mount_terminals(void) {
   }
 }
 
-static void enter(char* binds[], int bind_count) {
+static void enter(void) {
   if (mount(NULL, "/", NULL, MS_REC | MS_PRIVATE, NULL) != 0) {
     die("make private", "/");
   }
@@ -150,20 +154,36 @@ static void enter(char* binds[], int bind_count) {
   }
 }
 
+static void open_terminal(void) {
+  int fd = open(terminal, O_RDWR | O_NOCTTY);
+  if (fd < 0) {
+    die("open", terminal);
+  }
+  for (int standard = 0; standard <= 2; standard++) {
+    dup2(fd, standard);
+  }
+  if (fd > 2) {
+    close(fd);
+  }
+}
+
 static void start(char* argv[]) {
   for (int signal_number = 1; signal_number < NSIG; signal_number++) {
     signal(signal_number, SIG_DFL);
   }
   umask(022);
   setsid();
+  if (terminal != NULL) {
+    open_terminal();
+  }
   execv(argv[0], argv);
   die("exec", argv[0]);
 }
 
 /* Process 1 of the namespace: prepares the root, starts the program, buries orphans. */
-static void run_init(char* binds[], int bind_count, char* argv[]) {
+static void run_init(char* argv[]) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  enter(binds, bind_count);
+  enter();
   pid_t program = fork();
   if (program < 0) {
     die("fork", argv[0]);
@@ -186,7 +206,7 @@ static void kill_init(int signal_number) {
   kill(init_pid, SIGKILL);
 }
 
-static int run(char* binds[], int bind_count, char* argv[]) {
+static int run(char* argv[]) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   new_namespaces();
   init_pid = fork();
@@ -194,7 +214,7 @@ static int run(char* binds[], int bind_count, char* argv[]) {
     die("fork", "init");
   }
   if (init_pid == 0) {
-    run_init(binds, bind_count, argv);
+    run_init(argv);
   }
   signal(SIGTERM, kill_init);
   signal(SIGINT, kill_init);
@@ -204,28 +224,34 @@ static int run(char* binds[], int bind_count, char* argv[]) {
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
+static int usage(void) {
+  fprintf(
+      stderr,
+      "usage: enter_root make DIR | run DIR [-b SOURCE:PATH]... [-t TERMINAL] -- PROGRAM [ARGUMENT]...\n");
+  return 125;
+}
+
 int main(int argc, char* argv[]) {
-  if (argc == 3 && strcmp(argv[1], "make") == 0) {
-    if (mkdir(argv[2], 0755) != 0 && errno != EEXIST) {
-      die("mkdir", argv[2]);
-    }
-    skeleton_make(argv[2]);
-    return 0;
-  }
-  if (argc < 4 || strcmp(argv[1], "run") != 0) {
-    fprintf(stderr, "usage: enter_root make DIR | run DIR [-b SOURCE:PATH]... -- PROGRAM [ARGUMENT]...\n");
-    return 125;
+  if (argc < 3) {
+    return usage();
   }
   root = argv[2];
-  char* binds[64];
-  int bind_count = 0;
-  int i = 3;
-  for (; i + 1 < argc && strcmp(argv[i], "-b") == 0 && bind_count < 64; i += 2) {
-    binds[bind_count++] = argv[i + 1];
+  if (strcmp(argv[1], "make") == 0) {
+    if (mkdir(root, 0755) != 0 && errno != EEXIST) {
+      die("mkdir", root);
+    }
+    skeleton_make(root);
+    return 0;
   }
-  if (i + 1 >= argc || strcmp(argv[i], "--") != 0) {
-    fprintf(stderr, "enter_root: -- PROGRAM is missing\n");
-    return 125;
+  optind = 3;
+  for (int letter; (letter = getopt(argc, argv, "+b:t:")) != -1;) {
+    if (letter == 'b' && bind_count < MAX_BINDS) {
+      binds[bind_count++] = optarg;
+    } else if (letter == 't') {
+      terminal = optarg;
+    } else {
+      return usage();
+    }
   }
-  return run(binds, bind_count, argv + i + 1);
+  return strcmp(argv[1], "run") == 0 && optind < argc ? run(argv + optind) : usage();
 }

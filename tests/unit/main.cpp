@@ -60,6 +60,30 @@ void show_remains(const std::filesystem::path& root) {
   }
 }
 
+// Results are asked for by a path of the host, which the inner run cannot see: it writes them into the root.
+class result_file {
+ public:
+  // Takes a word of the command line; returns the word for the inner run.
+  std::string translate(const std::string& word) {
+    const std::string option = "--gtest_output=";
+    const size_t colon = word.find(':');
+    if (!word.starts_with(option) || colon == std::string::npos) return word;
+    wanted_ = word.substr(colon + 1);
+    return word.substr(0, colon + 1) + inside;
+  }
+
+  void fetch(const std::filesystem::path& root) const {
+    const std::filesystem::path written = root.string() + inside;
+    if (wanted_.empty() || !std::filesystem::exists(written)) return;
+    if (wanted_.has_parent_path()) std::filesystem::create_directories(wanted_.parent_path());
+    std::filesystem::copy_file(written, wanted_, std::filesystem::copy_options::overwrite_existing);
+  }
+
+ private:
+  static constexpr char inside[] = "/.harness/results";
+  std::filesystem::path wanted_;
+};
+
 int run_inside(int argc, char* argv[]) {
   const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
   const std::string enter_root = self.parent_path() / "tests" / "enter_root";
@@ -78,8 +102,11 @@ int run_inside(int argc, char* argv[]) {
                                       self.parent_path().string() + ":/.harness/build",
                                       "--",
                                       "/.harness/build/" + self.filename().string()};
-    words.insert(words.end(), argv + 1, argv + argc);
+    result_file results;
+    for (int i = 1; i < argc; i++)
+      words.push_back(results.translate(argv[i]));
     status = run(words);
+    results.fetch(root);
     if (status != 0) show_remains(root);
   }
   std::filesystem::remove_all(root);
