@@ -1,0 +1,46 @@
+// An image file on this computer, read part by part. Unlike the device's walk it takes files of any size on
+// any computer, because nothing is mapped.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "image/header.h"
+#include "util/unique_fd.h"
+
+struct image_part {
+  unsigned number = 0;  // from 0
+  uint64_t offset = 0;  // of the header in the file
+  uint8_t header[image_header_size] = {};
+
+  uint32_t get(image_header_fields field) const { return image_header_get(header, field); }
+  uint32_t length() const { return get(image_field_contents_length); }
+  uint64_t contents_offset() const { return offset + image_header_size; }
+  uint64_t end() const { return contents_offset() + length(); }
+};
+
+class image_file {
+ public:
+  /// Result: false after an error.
+  bool open(const char* path);
+  uint64_t size() const { return size_; }
+
+  /// Reads the header of the part at `part.offset`. Result: true when it is there and valid, else false after
+  /// the fault, which for a header is told in the device's words.
+  bool take_header(image_part& part) const;
+  /// Result: true when the file holds all contents of the part, else false after the fault.
+  bool holds_contents(const image_part& part) const;
+  /// Adds up the contents of a part that the file holds. Result: false after an error.
+  bool sum_contents(const image_part& part, uint32_t* checksum) const;
+
+  /// Prints one line about a part to standard output, as all that was found out about an image goes there.
+  /// Result: false.
+  bool fault(const image_part& part, const char* format, ...) const __attribute__((format(printf, 3, 4)));
+
+ private:
+  bool read(uint64_t offset, void* buffer, size_t size) const;
+
+  const char* path_ = nullptr;
+  unique_fd file_;
+  uint64_t size_ = 0;
+};

@@ -1,0 +1,69 @@
+// kesto image info: what the headers of an image say.
+#include <cinttypes>
+#include <cstdio>
+
+#include "kesto/image_file.h"
+#include "kesto/report.h"
+#include "kesto/subcommand.h"
+
+namespace {
+
+void print_size(const char* name, uint32_t kib) {
+  if (kib == 0) {
+    printf("  %s: default\n", name);
+  } else {
+    printf("  %s: %" PRIu32 " KiB\n", name, kib);
+  }
+}
+
+// The device's own summary, and the fields that it leaves out.
+void print_part(const image_part& part) {
+  printf("Part %u at offset %" PRIu64 ":\n", part.number, part.offset);
+  image_print_info(part.header);
+  printf("  Next Header Flag: %" PRIu32 "\n", part.get(image_field_next_header_flag));
+  print_size("Rootfs Size", part.get(image_field_rootfs_size_kib));
+  print_size("Total Size", part.get(image_field_total_size_kib));
+}
+
+void print_help() {
+  printf(
+      "Prints the headers of all parts in the words of the device, with the flag that another part follows "
+      "and\n"
+      "the sizes that a root file system wants. Contents are not looked at. Ends with status 1 at a header "
+      "that\n"
+      "the device would not accept, or where the file ends inside a part.\n");
+}
+
+int run(int count, char** arguments) {
+  char** operands;
+  if (const int status = subcommand_operands(image_info, count, arguments, 1, &operands); status >= 0) {
+    return status;
+  }
+  image_file image;
+  if (!image.open(operands[0])) {
+    return exit_failed;
+  }
+  image_part part;
+  do {
+    if (!image.take_header(part)) {
+      return exit_failed;
+    }
+    print_part(part);
+    if (!image.holds_contents(part)) {
+      return exit_failed;
+    }
+    part.offset = part.end();
+    ++part.number;
+  } while (part.offset < image.size());
+  return exit_success;
+}
+
+}  // namespace
+
+const subcommand image_info = {
+    .name = "image info",
+    .arguments = "IMAGE",
+    .purpose = "Show the headers of an image",
+    .print_help = print_help,
+    .run = run,
+};

@@ -1,0 +1,127 @@
+// See image_output.h.
+#include "kesto/image_output.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "kesto/report.h"
+
+namespace {
+
+// The unfinished file, for the signal handler.
+const char* volatile unfinished_path = nullptr;
+
+void remove_unfinished(int number) {
+  if (unfinished_path != nullptr) {
+    unlink(unfinished_path);
+  }
+  raise(number);  // again, now with the default action
+}
+
+void remove_unfinished_on_signals() {
+  for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
+    struct sigaction action = {};
+    if (sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_DFL) {
+      action.sa_handler = remove_unfinished;
+      action.sa_flags = static_cast<int>(SA_RESETHAND);
+      sigaction(number, &action, nullptr);
+    }
+  }
+  signal(SIGXFSZ, SIG_IGN);  // beyond the limit of file sizes, write() is to fail
+}
+
+bool is_zero(const uint8_t* data, size_t size) {
+  return size == 0 || (data[0] == 0 && memcmp(data, data + 1, size - 1) == 0);
+}
+
+}  // namespace
+
+image_output::~image_output() {
+  if (!temporary_path_.empty()) {
+    unlink(temporary_path_.c_str());
+    unfinished_path = nullptr;
+  }
+}
+
+bool image_output::failed(const char* what) const {
+  report_error("%s: %s error (%s)", path_.c_str(), what, strerror(errno));
+  return false;
+}
+
+bool image_output::choose(const char* path) {
+  path_ = path;
+  if (stat(path, &replaced_) != 0) {
+    replaced_ = {};
+    return true;
+  }
+  if (!S_ISREG(replaced_.st_mode)) {
+    report_error("%s: not a regular file", path);
+    return false;
+  }
+  if (char* resolved = realpath(path, nullptr)) {
+    path_ = resolved;
+    free(resolved);
+  }
+  return true;
+}
+
+bool image_output::replaces(const struct stat& file) const {
+  return replaced_.st_nlink != 0 && file.st_dev == replaced_.st_dev && file.st_ino == replaced_.st_ino;
+}
+
+bool image_output::create() {
+  remove_unfinished_on_signals();
+  temporary_path_ = path_ + ".kesto-" + std::to_string(getpid());
+  file_.reset(open(temporary_path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  if (!file_) {
+    temporary_path_.clear();
+    return failed("create");
+  }
+  unfinished_path = temporary_path_.c_str();
+  return true;
+}
+
+uint64_t image_output::reserve(size_t size) {
+  const uint64_t offset = size_;
+  size_ += size;
+  return offset;
+}
+
+bool image_output::append(const uint8_t* data, size_t size) {
+  const uint64_t offset = reserve(size);
+  return is_zero(data, size) || write_at(offset, data, size);
+}
+
+bool image_output::write_at(uint64_t offset, const uint8_t* data, size_t size) {
+  while (size != 0) {
+    const ssize_t written = pwrite(file_.get(), data, size, static_cast<off_t>(offset));
+    if (written < 0) {
+      if (errno == EINTR) continue;
+      return failed("write");
+    }
+    const auto count = static_cast<size_t>(written);
+    data += count;
+    offset += count;
+    size -= count;
+  }
+  return true;
+}
+
+bool image_output::finish() {
+  // The last bytes may be a hole, which only this makes part of the file.
+  if (ftruncate(file_.get(), static_cast<off_t>(size_)) != 0 || close(file_.release()) != 0) {
+    return failed("write");
+  }
+  if (rename(temporary_path_.c_str(), path_.c_str()) != 0) {
+    return failed("rename");
+  }
+  unfinished_path = nullptr;
+  temporary_path_.clear();
+  return true;
+}

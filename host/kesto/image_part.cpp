@@ -1,0 +1,131 @@
+// See image_part.h.
+#include "kesto/image_part.h"
+
+#include <cctype>
+#include <charconv>
+#include <cstring>
+
+#include "image/header.h"
+#include "mtd/partition_table.h"
+
+const image_part_option image_part_options[image_part_option_count] = {
+    {"bootstrap", image_contents_bootstrap, "first stage loader"},
+    {"bootloader", image_contents_bootloader, "boot loader"},
+    {"boot-env", image_contents_boot_env, "boot environment, taken by a clean device only"},
+    {"kernel", image_contents_kernel, "kernel"},
+    {"config-loader", image_contents_config_loader, "config loader"},
+    {"rootfs-ubifs-16k", image_contents_rootfs_ubifs_16keb,
+     "root file system, UBIFS for erase blocks of 16 KiB"},
+    {"oem-defaults", image_contents_oem_defaults, "OEM defaults"},
+    {"rootfs-tar", image_contents_rootfs_tar_lzma, "root file system, tar compressed with LZMA"},
+    {"rootfs-ubifs-128k", image_contents_rootfs_ubifs_128keb,
+     "root file system, UBIFS for erase blocks of 128 KiB"},
+    {"python", image_contents_python_setup, "Python set-up, tar compressed with LZMA"},
+};
+
+namespace {
+
+// Reads a number of at most the type's range at `text`. Result: behind its last digit, null when there is
+// none.
+template <typename Number>
+const char* take_number(const char* text, Number* number) {
+  const auto result = std::from_chars(text, text + strlen(text), *number);
+  return result.ec == std::errc() ? result.ptr : nullptr;
+}
+
+bool is_none(const char* text) {
+  return strcmp(text, "none") == 0;
+}
+
+}  // namespace
+
+bool image_part_type_from_text(const char* text, uint32_t* type) {
+  for (const image_part_option& row : image_part_options) {
+    if (strcmp(text, row.name) == 0) {
+      *type = row.type;
+      return true;
+    }
+  }
+  for (uint32_t i = 0; i < image_contents_count; ++i) {
+    if (strcmp(text, contents_type_names[i]) == 0) {
+      *type = i;
+      return true;
+    }
+  }
+  return image_part_size_from_text(text, type) && *type < image_contents_count;
+}
+
+bool image_part_version_from_text(const char* text, image_part_traits* traits) {
+  uint8_t version[6] = {};
+  if (!is_none(text)) {
+    for (int i = 0; i < 4; ++i) {
+      text = take_number(text, &version[i]);
+      if (text == nullptr || (i < 3 && *text++ != '.')) {
+        return false;
+      }
+    }
+    version[4] = static_cast<uint8_t>(*text);
+    if (isalpha(version[4]) == 0) {
+      return false;
+    }
+    text = take_number(text + 1, &version[5]);
+    if (text == nullptr || *text != '\0') {
+      return false;
+    }
+  }
+  memcpy(traits->version, version, sizeof version);
+  return true;
+}
+
+bool image_part_product_code_from_text(const char* text, image_part_traits* traits) {
+  if (is_none(text)) {
+    memset(traits->product_code, 0, sizeof traits->product_code);
+    return true;
+  }
+  char shown[4];
+  const auto* code = reinterpret_cast<const uint8_t*>(text);
+  if (strlen(text) != sizeof traits->product_code ||
+      image_get_product_code_string(code, shown, sizeof shown) == 0) {
+    return false;
+  }
+  memcpy(traits->product_code, code, sizeof traits->product_code);
+  return true;
+}
+
+bool image_part_size_from_text(const char* text, uint32_t* size) {
+  const char* end = take_number(text, size);
+  return end != nullptr && *end == '\0';
+}
+
+bool image_part_is_rootfs(uint32_t type) {
+  return image_contents_type_to_mtd_image_type(type) == mtd_image_rootfs;
+}
+
+bool image_part_has_destination(uint32_t type) {
+  const int image = image_contents_type_to_mtd_image_type(type);
+  return image != mtd_image_none && mtd_get_by_image_and_bank(nullptr, image, mtd_bank_any) != nullptr;
+}
+
+const char* image_part_type_name(uint32_t type) {
+  return type < image_contents_count ? contents_type_names[type] : "unknown";
+}
+
+void image_part_compose_header(uint8_t* header, uint32_t type, const image_part_traits& traits,
+                               uint32_t length, uint32_t checksum, bool more) {
+  memset(header, 0, image_header_size);
+  memcpy(header + image_field_id, image_header_id, sizeof image_header_id);
+  memcpy(header + image_field_contents_version, traits.version, sizeof traits.version);
+  memcpy(header + image_field_product_code, traits.product_code, sizeof traits.product_code);
+  image_header_set(header, image_field_header_length, image_header_size);
+  image_header_set(header, image_field_contents_type, type);
+  image_header_set(header, image_field_contents_length, length);
+  image_header_set(header, image_field_contents_final_length, length);
+  image_header_set(header, image_field_contents_checksum, checksum);
+  image_header_set(header, image_field_contents_final_checksum, checksum);
+  image_header_set(header, image_field_next_header_flag, more ? 1 : 0);
+  if (image_part_is_rootfs(type)) {
+    image_header_set(header, image_field_rootfs_size_kib, traits.rootfs_size_kib);
+    image_header_set(header, image_field_total_size_kib, traits.total_size_kib);
+  }
+  image_header_set(header, image_field_header_checksum, image_header_checksum(header));
+}

@@ -1,0 +1,98 @@
+// kesto image verify: would the device take this image?
+#include <cinttypes>
+#include <cstdio>
+
+#include "image/destination.h"
+#include "kesto/image_file.h"
+#include "kesto/image_part.h"
+#include "kesto/report.h"
+#include "kesto/subcommand.h"
+
+namespace {
+
+bool has_destination(const image_file& image, const image_part& part) {
+  const uint32_t type = part.get(image_field_contents_type);
+  if (!image_part_has_destination(type)) {
+    return image.fault(part, "the device has no place for contents of type %" PRIu32 " (%s)", type,
+                       image_part_type_name(type));
+  }
+  // Whether its UBI partition has the erase blocks that these were made for, only a device knows.
+  if (type == image_contents_rootfs_ubifs_16keb || type == image_contents_rootfs_ubifs_128keb) {
+    return true;
+  }
+  return image_validate_destination(type) != 0 ||
+         image.fault(part, "the device refuses contents of type %" PRIu32 " (%s)", type,
+                     image_part_type_name(type));
+}
+
+bool has_right_checksum(const image_file& image, const image_part& part) {
+  uint32_t checksum;
+  if (!image.sum_contents(part, &checksum)) {
+    return false;
+  }
+  const uint32_t expected = part.get(image_field_contents_checksum);
+  return checksum == expected ||
+         image.fault(part, "contents checksum is 0x%08" PRIX32 ", the header says 0x%08" PRIX32, checksum,
+                     expected);
+}
+
+// A device that receives the image as a stream knows its end by the flag only.
+bool has_right_flag(const image_file& image, const image_part& part) {
+  const bool more = part.get(image_field_next_header_flag) != 0;
+  const uint64_t left = image.size() - part.end();
+  if (more && left == 0) {
+    return image.fault(part, "promises another part, but the file ends");
+  }
+  if (!more && left != 0) {
+    return image.fault(part, "says that it is the last one, but %" PRIu64 " bytes follow", left);
+  }
+  return true;
+}
+
+bool verify_part(const image_file& image, image_part& part) {
+  return image.take_header(part) && has_destination(image, part) && image.holds_contents(part) &&
+         has_right_checksum(image, part) && has_right_flag(image, part);
+}
+
+void print_help() {
+  printf(
+      "Checks what the device checks: header, destination, length and checksum of every part, and that the "
+      "flag\n"
+      "for another part is set on all parts but the last. Prints OK, or the first fault with the number of "
+      "its\n"
+      "part and the offset of that part, and ends with status 1. What depends on the device, the size of "
+      "its\n"
+      "erase blocks and the room in its partitions, is not checked.\n");
+}
+
+int run(int count, char** arguments) {
+  char** operands;
+  if (const int status = subcommand_operands(image_verify, count, arguments, 1, &operands); status >= 0) {
+    return status;
+  }
+  image_file image;
+  if (!image.open(operands[0])) {
+    return exit_failed;
+  }
+  image_part part;
+  do {
+    if (!verify_part(image, part)) {
+      return exit_failed;
+    }
+    part.offset = part.end();
+    ++part.number;
+  } while (part.offset < image.size());
+  printf("%s: OK, %u %s, %" PRIu64 " bytes\n", operands[0], part.number, part.number == 1 ? "part" : "parts",
+         image.size());
+  return exit_success;
+}
+
+}  // namespace
+
+const subcommand image_verify = {
+    .name = "image verify",
+    .arguments = "IMAGE",
+    .purpose = "Check an image as the device would",
+    .print_help = print_help,
+    .run = run,
+};
