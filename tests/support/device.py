@@ -48,6 +48,7 @@ class Device(DeviceRoot):
         self._build, self._program = build, program
         self._ports = SerialPorts("ttyS0", "ttyS1", "ttyS2", "console")
         self._present = ["ttyS0", "ttyS1", "ttyS2"]
+        self._other_binds = {}
         self._process = None
         self._console = None
         self._starts = 0
@@ -87,11 +88,17 @@ class Device(DeviceRoot):
         for number in numbers:
             self._present.remove(f"ttyS{number}")
 
+    def replace_port(self, number: int, host_path: str) -> None:
+        """Something else of the host stands at /dev/ttyS<number>; call it before the start."""
+        self.remove_port(number)
+        self._other_binds[f"/dev/ttyS{number}"] = host_path
+
     # ------------------------------------------------------------------ starting and ending
 
     def start(self) -> None:
         """Starts the program, and does not wait for anything."""
         binds = {f"/dev/{name}": self._ports[name].device for name in [*self._present, "console"]}
+        binds |= self._other_binds
         binds["/.harness/build"] = str(self._build)
         if self._build not in self._program.parents:
             binds["/.harness/program"] = str(self._program)
@@ -132,17 +139,21 @@ class Device(DeviceRoot):
     def pid(self) -> int:
         """The program's process number on the host."""
         end = time.monotonic() + TIMEOUT
-        while time.monotonic() < end:
-            pid = self._process.pid
-            for _ in range(2):  # enter_root, its process 1, the program
-                children = Path(f"/proc/{pid}/task/{pid}/children").read_text().split()
-                pid = int(children[0]) if children else None
-                if pid is None:
-                    break
-            if pid is not None and "enter_root" not in Path(f"/proc/{pid}/comm").read_text():
-                return pid
+        while self.alive and time.monotonic() < end:
+            init = self._only_child(self._process.pid)
+            program = init and self._only_child(init)
+            if program and Path(f"/proc/{program}/comm").read_text() != "enter_root\n":
+                return program
             time.sleep(0.01)
-        raise Timeout("the program did not start")
+        raise Timeout("the program is not running")
+
+    @staticmethod
+    def _only_child(pid: int) -> int | None:
+        try:
+            children = Path(f"/proc/{pid}/task/{pid}/children").read_text().split()
+        except FileNotFoundError:
+            return None
+        return int(children[0]) if children else None
 
     def status(self, field: str) -> str:
         """A line of the program's /proc/PID/status: status("SigIgn"), status("VmHWM")."""

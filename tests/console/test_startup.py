@@ -1,0 +1,350 @@
+"""Start-up: its order, what it sets up, and that it always ends at a prompt, whatever is missing."""
+
+import os
+import re
+import signal
+import termios
+import time
+
+import pytest
+
+from device import BANNER, PROMPT, plain
+
+SETTINGS_BLOCK = """
+Current console settings:
+  Device: /dev/ttyS1
+  Mode:   rs232
+  Speed:  115200 bps
+  Flow:   hwflow
+  Term:   n/a
+
+"""
+
+READ_MTDPARTS = "/usr/sbin/fw_printenv -n mtdparts"
+MIB = 1 << 20
+
+
+def errors(text):
+    return [line for line in text.splitlines() if line.startswith("ERROR: ")]
+
+
+# ---------------------------------------------------------------------- the normal start
+
+
+def test_screen_shows_settings_then_banner_then_notice_then_prompt(dev):
+    text = dev.boot()
+    assert text.startswith(SETTINGS_BLOCK)
+    rest = text.removeprefix(SETTINGS_BLOCK)
+    banner, notice, *end = rest.split("\n")
+    assert re.fullmatch(re.escape(BANNER) + r"[A-Z][a-z]{2} [ \d]\d \d{4} \d\d:\d\d:\d\d\)", banner)
+    assert notice.strip() != ""
+    assert end == ["", ""], "a blank line, then the prompt"
+    assert dev.boot_console.received == b"", "everything goes to the port"
+    assert dev.port(0).received == b"" and dev.port(2).received == b""
+
+
+def test_interrupt_and_quit_are_ignored_and_nothing_else(dev):
+    dev.boot()
+    assert dev.ignores(signal.SIGINT) and dev.ignores(signal.SIGQUIT)
+    assert not dev.ignores(signal.SIGTERM) and not dev.ignores(signal.SIGPIPE)
+    assert not dev.ignores(signal.SIGCHLD) and not dev.ignores(signal.SIGHUP)
+
+
+def test_signals_are_ignored_before_anything_can_take_long(dev):
+    dev.answer("fw_printenv", status=1, hold=0.5)
+    dev.start()
+    dev.wait_ran(READ_MTDPARTS)
+    os.kill(dev.pid, signal.SIGINT)
+    os.kill(dev.pid, signal.SIGQUIT)
+    dev.text_until_prompt()
+
+
+def test_console_is_mapped_before_the_flash_is_looked_at(dev):
+    dev.boot()
+    kinds = [event.kind for event in dev.startup.of("open", "tcsetattr", "run")]
+    assert kinds == ["open", "open", "open", "tcsetattr", "run", "tcsetattr"]
+    assert dev.startup.ran == [READ_MTDPARTS]
+    assert dev.startup.shell_lines == [f"{READ_MTDPARTS} 2>/dev/null"]
+    assert dev.startup.ioctls == []
+
+
+def test_port_gets_the_settings_of_a_console(dev):
+    dev.boot()
+    for event in dev.startup.of("open"):
+        assert (event.path, event.flags) == ("/dev/ttyS1", os.O_RDWR | os.O_NONBLOCK)
+    applied = dev.startup.of("tcsetattr")[0]
+    cc = bytearray(len(applied.cc))
+    cc[termios.VINTR], cc[termios.VERASE], cc[termios.VMIN] = 3, 8, 1
+    assert (applied.path, applied.action) == ("/dev/ttyS1", "now")
+    assert applied.iflag == termios.IGNBRK | termios.ICRNL
+    assert applied.oflag == termios.OPOST | termios.ONLCR
+    assert applied.cflag == termios.B115200 | termios.CS8 | termios.CREAD | termios.CLOCAL | termios.CRTSCTS
+    assert applied.lflag == 0
+    assert applied.cc == cc
+
+
+def test_standard_descriptors_are_the_port_and_block(dev):
+    dev.boot()
+    port = os.fstat(dev.port(1).slave).st_rdev
+    for fd in range(3):
+        assert os.stat(f"/proc/{dev.pid}/fd/{fd}").st_rdev == port
+        flags = re.search(r"flags:\s*(\d+)", open(f"/proc/{dev.pid}/fdinfo/{fd}").read())[1]
+        assert int(flags, 8) & os.O_NONBLOCK == 0
+        assert int(flags, 8) & os.O_ACCMODE == os.O_RDWR
+    assert len(os.listdir(f"/proc/{dev.pid}/fd")) == 3, "nothing is left open"
+
+
+def test_port_becomes_the_controlling_terminal(dev):
+    """Else Ctrl-C could not interrupt a command."""
+    dev.boot()
+    terminal = int(open(f"/proc/{dev.pid}/stat").read().rsplit(")", 1)[1].split()[4])
+    assert terminal == os.fstat(dev.port(1).slave).st_rdev
+
+
+# ---------------------------------------------------------------------- the console that the kernel command line names
+
+
+def test_port_and_speed_come_from_the_kernel_command_line(dev):
+    dev.cmdline("console=ttyS1,115200 cli_console=ttyS2,57600 quiet")
+    text = dev.boot()
+    assert "  Device: /dev/ttyS2\n" in text and "  Speed:  57600 bps\n" in text
+    applied = dev.startup.of("tcsetattr")[0]
+    assert applied.path == "/dev/ttyS2"
+    assert applied.cflag & (termios.CBAUD if hasattr(termios, "CBAUD") else 0o10017) == termios.B57600
+    assert dev.port(1).received == b""
+
+
+def test_kernel_messages_are_kept_off_the_console_on_port_0(dev):
+    dev.cmdline("cli_console=ttyS0,115200")
+    dev.boot()
+    assert dev.startup.ran == ["/bin/dmesg -n 1", READ_MTDPARTS]
+    assert dev.startup.shell_lines[0] == "/bin/dmesg -n 1"
+    kinds = [event.kind for event in dev.startup.of("tcsetattr", "run")]
+    assert kinds[:2] == ["tcsetattr", "run"], "after the console is mapped"
+
+
+def test_start_goes_on_when_dmesg_fails(dev):
+    dev.cmdline("cli_console=ttyS0,115200")
+    dev.answer("dmesg", status=1)
+    text = dev.boot()
+    assert errors(text) == ["ERROR: system(/bin/dmesg -n 1) sys_rc=256 exitstatus=1"]
+    assert dev.startup.ran == ["/bin/dmesg -n 1", READ_MTDPARTS]
+
+
+@pytest.mark.parametrize("cmdline, message", [
+    ("console=ttyS0,115200", "Failed to find cli_console= in kernel cmdline -- using defaults"),
+    ("cli_console=ttyS2", "Failed to parse cli_console= in kernel cmdline -- using defaults"),
+    ("cli_console=ttyS2,fast", "Failed to parse cli_console= in kernel cmdline -- using defaults"),
+    ("cli_console=tty2,115200", "Failed to parse cli_console= in kernel cmdline -- using defaults"),
+    ("x" * 254 + " cli_console=ttyS2,57600", "Failed to find cli_console= in kernel cmdline -- using defaults"),
+])
+def test_defaults_are_used_when_the_entry_is_missing_or_bad(dev, cmdline, message):
+    dev.cmdline(cmdline)
+    dev.console = dev.port(1)
+    dev.boot()
+    assert plain(bytes(dev.boot_console.received)) == f"ERROR: {message}\n"
+    assert SETTINGS_BLOCK in plain(dev.screen)
+
+
+def test_no_kernel_command_line(dev):
+    dev.remove("/proc/cmdline")
+    dev.boot()
+    assert plain(bytes(dev.boot_console.received)) == (
+        "ERROR: Failed to open /proc/cmdline to get cli_console settings\n")
+    assert SETTINGS_BLOCK in plain(dev.screen)
+
+
+def test_empty_kernel_command_line(dev):
+    dev.path("/proc/cmdline").write_text("")
+    dev.boot()
+    assert plain(bytes(dev.boot_console.received)) == (
+        "ERROR: Failed to read /proc/cmdline to get cli_console settings\n")
+    assert SETTINGS_BLOCK in plain(dev.screen)
+
+
+# ---------------------------------------------------------------------- a console that cannot be had
+
+
+def test_no_console_port(dev):
+    dev.remove_port(1)
+    text = dev.boot()
+    assert dev.console is dev.boot_console
+    assert text.startswith("tty_remap_stdio: open(): No such file or directory\n"
+                           "ERROR: Error in remapping stdio to /dev/ttyS1\n")
+    dev.type("affirm")
+    assert dev.text_until_prompt().endswith("\naffirm is OFF\n")
+
+
+def test_port_that_the_device_does_not_have(dev):
+    dev.cmdline("cli_console=ttyS7,115200")
+    dev.console = dev.boot_console
+    assert "ERROR: Error in remapping stdio to /dev/ttyS7\n" in dev.boot()
+
+
+def test_speed_that_is_none(dev):
+    """The descriptors stay on the port, with the settings that it had."""
+    dev.cmdline("cli_console=ttyS1,4800")
+    text = dev.boot()
+    first, second, third, *_ = text.split("\n")
+    assert first.startswith("tty_set_termios: speed: ")
+    assert second.startswith("tty_remap_stdio: tty_set_termios(): ")
+    assert third == "ERROR: Error in remapping stdio to /dev/ttyS1"
+    assert "Current console settings" not in text
+
+
+def test_settings_that_cannot_be_read(dev):
+    dev.fail_call("tcgetattr", "/dev/ttyS1", times=1)
+    text = dev.boot()
+    assert text.startswith("tty_set_termios: tcgetattr(prev_tio): Input/output error\n"
+                           "tty_remap_stdio: tty_set_termios(): Input/output error\n"
+                           "ERROR: Error in remapping stdio to /dev/ttyS1\n")
+
+
+def test_settings_that_cannot_be_applied(dev):
+    dev.fail_call("tcsetattr", "/dev/ttyS1", times=1)
+    text = dev.boot()
+    assert text.startswith("tty_set_termios: tcsetattr(): Input/output error\n"
+                           "tty_remap_stdio: tty_set_termios(): ")
+    assert errors(text) == ["ERROR: Error in remapping stdio to /dev/ttyS1"]
+    assert [event.path for event in dev.startup.of("tcsetattr")][0] == "/dev/ttyS1", "the fallback is applied"
+
+
+def test_console_without_input_does_not_spin(dev):
+    """A port that is at its end at once: the shell stays alive, and leaves the processor alone."""
+    dev.sleep_scale = 1
+    dev.replace_port(1, "/dev/null")
+    dev.start()
+    dev.wait_for("sleep")
+    before = dev.cpu_seconds()
+    time.sleep(1)
+    assert dev.alive
+    assert dev.cpu_seconds() - before < 0.1
+
+
+# ---------------------------------------------------------------------- flash
+
+
+def test_smaller_ubi_partition_is_split_off(dev):
+    dev.env["mtdparts"] = "atmel_nand:81920k(ubi0),-(user)"
+    text = dev.boot()
+    assert errors(text) == []
+    create, delete = dev.startup.ioctls
+    assert (create.path, create.request) == ("/dev/mtd10", 0x40044D17)
+    assert [tuple(record) for record in create.partitions] == [
+        ("ubi0", 80 * MIB, 0, 0), ("user", 48 * MIB, 80 * MIB, 0)]
+    assert (delete.path, delete.request) == ("/dev/mtd0", 0x40044D18)
+    assert delete.argument == (10).to_bytes(4, "little")
+    assert [(p.name, p.number, p.size) for p in dev.partitions[10:]] == [
+        ("ubi0", 11, 80 * MIB), ("user", 12, 48 * MIB)]
+    order = [event.kind for event in dev.startup.of("run", "ioctl")]
+    assert order == ["run", "ioctl", "ioctl"]
+
+
+@pytest.mark.parametrize("mtdparts", [
+    "atmel_nand:131072k(ubi0),-(user)",  # just as large
+    "atmel_nand:131073k(ubi0),-(user)",
+    "atmel_nand:4194304k(ubi0),-(user)",  # 4 GiB
+    "atmel_nand:81920k(other),-(user)",
+    "81920k(ubi0),-(user)",
+    "",
+])
+def test_ubi_partition_is_left_alone(dev, mtdparts):
+    dev.env["mtdparts"] = mtdparts
+    before = dev.path("/proc/mtd").read_text()
+    text = dev.boot()
+    assert errors(text) == []
+    assert dev.startup.ioctls == []
+    assert dev.path("/proc/mtd").read_text() == before
+
+
+def test_next_start_finds_the_split_as_it_is(dev):
+    dev.env["mtdparts"] = "atmel_nand:81920k(ubi0),-(user)"
+    dev.boot()
+    after_split = dev.path("/proc/mtd").read_text()
+    dev.kill()
+    dev.mark()
+    dev.boot()
+    assert [event for event in dev.all_events.ioctls if event.path == "/dev/mtd11"] == []
+    assert dev.path("/proc/mtd").read_text() == after_split
+
+
+def test_split_refused(dev):
+    dev.env["mtdparts"] = "atmel_nand:81920k(ubi0),-(user)"
+    dev.answer_ioctl(0x40044D17, "/dev/mtd10", error="EBUSY")
+    assert errors(dev.boot()) == ["ERROR: partition creation failed on /dev/mtd10",
+                                  "ERROR: Failed to repartition ubi mtd!!!"]
+    assert len(dev.startup.ioctls) == 1, "nothing is deleted"
+
+
+def test_old_partition_cannot_be_deleted(dev):
+    dev.env["mtdparts"] = "atmel_nand:81920k(ubi0),-(user)"
+    dev.answer_ioctl(0x40044D18, "/dev/mtd0", error="EBUSY")
+    assert errors(dev.boot()) == ["ERROR: /dev/mtd10 deletion failed", "ERROR: Failed to repartition ubi mtd!!!"]
+
+
+def test_partition_node_cannot_be_opened(dev):
+    dev.env["mtdparts"] = "atmel_nand:81920k(ubi0),-(user)"
+    dev.remove("/dev/mtd10")
+    assert errors(dev.boot()) == ["ERROR: mtd_partition_split: open(/dev/mtd10)",
+                                  "ERROR: Failed to repartition ubi mtd!!!"]
+    assert dev.startup.ioctls == []
+
+
+def test_partition_that_the_kernel_lists_without_a_name_gives_the_size(dev):
+    """Its size is known, so a smaller one is wanted, but there is no "ubi0" to split."""
+    dev.set_partitions(("bootstrap", 0x20000, 0x10000), ("<NULL>", 128 * MIB, 0x20000))
+    dev.env["mtdparts"] = "atmel_nand:81920k(ubi0),-(user)"
+    assert errors(dev.boot()) == ["ERROR: Failed to repartition ubi mtd!!!"]
+    assert dev.startup.ioctls == []
+
+
+# ---------------------------------------------------------------------- whatever is missing
+
+
+def test_no_list_of_partitions(dev):
+    dev.env["mtdparts"] = "atmel_nand:81920k(ubi0),-(user)"
+    dev.remove("/proc/mtd")
+    assert errors(dev.boot()) == []
+    assert dev.startup.ioctls == []
+
+
+def test_no_tools(dev):
+    dev.cmdline("cli_console=ttyS0,115200")
+    dev.remove_tools()
+    text = dev.boot()
+    assert errors(text) == ["ERROR: system(/bin/dmesg -n 1) sys_rc=32512 exitstatus=127"]
+    assert dev.startup.ran == []
+
+
+def test_no_shell(dev):
+    dev.cmdline("cli_console=ttyS0,115200")
+    dev.remove("/bin/sh")
+    text = dev.boot()
+    assert errors(text) == ["ERROR: system(/bin/dmesg -n 1) sys_rc=32512 exitstatus=127",
+                            f"ERROR: uboot_env_get_val: popen({READ_MTDPARTS} 2>/dev/null)"]
+
+
+@pytest.mark.parametrize("call", ["popen", "sigaction", "fopen", "tcgetattr", "tcsetattr", "open", "malloc"])
+def test_call_that_never_works(dev, call):
+    dev.console = dev.boot_console if call == "open" else dev.port(1)
+    dev.fail_call(call, error="ENOMEM")
+    dev.boot()
+
+
+def test_system_that_never_works(dev):
+    dev.cmdline("cli_console=ttyS0,115200")
+    dev.fail_call("system", error="ENOMEM")
+    assert errors(dev.boot()) == ["ERROR: system(/bin/dmesg -n 1) returned -1"]
+
+
+def test_nothing_at_all(dev):
+    dev.remove_port(0, 1, 2)
+    dev.remove_tools()
+    dev.remove("/bin/sh", "/proc/cmdline", "/proc/mtd", *(p.node for p in dev.partitions))
+    text = dev.boot()
+    assert errors(text) == ["ERROR: Failed to open /proc/cmdline to get cli_console settings",
+                            "ERROR: Error in remapping stdio to /dev/ttyS1",
+                            f"ERROR: uboot_env_get_val: popen({READ_MTDPARTS} 2>/dev/null)"]
+    assert dev.boot_console.received.endswith(PROMPT)
+    dev.type("affirm")
+    assert dev.text_until_prompt().endswith("\naffirm is OFF\n")
