@@ -99,3 +99,8 @@ mtd_partition* mtd_get_by_image_and_bank(const mtd_partition* previous, int imag
 mtd_partition* mtd_get_by_name(const char* name) {
   return find_row(nullptr, [name](const mtd_partition& row) { return strcmp(row.part_name, name) == 0; });
 }
+
+mtd_partition* mtd_get_by_dev_name(const char* dev_name) {
+  return find_row(nullptr,
+                  [dev_name](const mtd_partition& row) { return strcmp(row.dev_name, dev_name) == 0; });
+}

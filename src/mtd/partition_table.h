@@ -101,5 +101,6 @@ mtd_partition* mtd_get_by_type(const mtd_partition* previous, int type);
 /// stands for either) of `bank` (or of any bank); null when none is left.
 mtd_partition* mtd_get_by_image_and_bank(const mtd_partition* previous, int image, int bank);
 
-/// Result: the row whose partition name is exactly `name`, or null.
+/// Result: the row whose partition name is exactly `name`, or whose device node is `dev_name`; or null.
 mtd_partition* mtd_get_by_name(const char* name);
+mtd_partition* mtd_get_by_dev_name(const char* dev_name);

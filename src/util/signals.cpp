@@ -55,3 +55,14 @@ int sigquit_install_ignore() {
   }
   return 1;
 }
+
+sigpipe_ignored::sigpipe_ignored() {
+  struct sigaction ignore = {};
+  ignore.sa_handler = SIG_IGN;
+  sigemptyset(&ignore.sa_mask);
+  sigaction(SIGPIPE, &ignore, &previous_);
+}
+
+sigpipe_ignored::~sigpipe_ignored() {
+  sigaction(SIGPIPE, &previous_, nullptr);
+}

@@ -14,3 +14,16 @@ int sigint_install_default();
 /// Clears `test_interrupted`, then lets SIGINT set it.
 int sigint_install_test_interrupt();
 int sigquit_install_ignore();
+
+/// While it lives, writing to a pipe whose reader has died fails with EPIPE instead of ending the shell.
+/// Tools started meanwhile would inherit that; start them before or after.
+class sigpipe_ignored {
+ public:
+  sigpipe_ignored();
+  sigpipe_ignored(const sigpipe_ignored&) = delete;
+  sigpipe_ignored& operator=(const sigpipe_ignored&) = delete;
+  ~sigpipe_ignored();
+
+ private:
+  struct sigaction previous_ = {};
+};
