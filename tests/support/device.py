@@ -51,7 +51,7 @@ class Device(DeviceRoot):
         self._other_binds = {}
         self._process = None
         self._console = None
-        self._starts = 0
+        self.starts_expected = 0
         self._start_events = 0
         self.unknown_command_expected = False
         self.death_expected = False
@@ -113,7 +113,7 @@ class Device(DeviceRoot):
             "GCOV_PREFIX": "/.harness/build",
             "GCOV_PREFIX_STRIP": str(len(self._build.parts) - 1),
         }
-        self._starts += 1
+        self.starts_expected += 1
         self._process = self.enter([inside], binds=binds, env=env, terminal="/dev/console")
 
     def boot(self) -> str:
@@ -218,11 +218,7 @@ class Device(DeviceRoot):
 
     def expect(self, text: str | bytes, timeout: float = TIMEOUT) -> str:
         """Waits for a text on the console, reads up to its end, and returns what stood before it."""
-        raw = onlcr(text) if isinstance(text, str) else text
-        at = self._wait(lambda unread: i if (i := unread.find(raw)) >= 0 else None, timeout, repr(text))
-        before = plain(self.console.take(at))
-        self.console.take(len(raw))
-        return before
+        return plain(self._take_until(onlcr(text) if isinstance(text, str) else text, timeout, repr(text)))
 
     def expect_quiet(self, seconds: float = 0.1) -> None:
         """Nothing more appears on the console."""
@@ -230,11 +226,8 @@ class Device(DeviceRoot):
         assert self.console.unread == b"", f"unexpected output: {self.console.unread!r}"
 
     def screen_until_prompt(self, timeout: float = TIMEOUT) -> bytes:
-        """Waits for the next prompt at the begin of a line; returns the raw bytes before it."""
-        before = self._wait(self._find_prompt, timeout, "the prompt")
-        data = self.console.take(before)
-        self.console.take(len(PROMPT))
-        return data
+        """Waits for the next prompt, reads on behind it, and returns the raw bytes before it."""
+        return self._take_until(PROMPT, timeout, "the prompt")
 
     def text_until_prompt(self, timeout: float = TIMEOUT) -> str:
         """The same as text, with "\\n" as the only line end."""
@@ -245,15 +238,10 @@ class Device(DeviceRoot):
         self.keys(keys + ENTER)
         return self.screen_until_prompt(timeout)
 
-    def _find_prompt(self, unread: bytes) -> int | None:
-        at_line_start = self.console.read_to == 0 or self.screen[self.console.read_to - 1:self.console.read_to] == b"\n"
-        if at_line_start and unread.startswith(PROMPT):
-            return 0
-        at = unread.find(b"\n" + PROMPT)
-        return at + 1 if at >= 0 else None
-
-    def _wait(self, found, timeout, what):
-        return self.console.wait(found, timeout, lambda: self.alive, what)
+    def _take_until(self, raw: bytes, timeout: float, what: str) -> bytes:
+        at = self.console.wait(lambda unread: i if (i := unread.find(raw)) >= 0 else None, timeout,
+                               lambda: self.alive, what)
+        return self.console.take(at + len(raw))[:at]
 
     # ------------------------------------------------------------------ what the device was asked to do
 
@@ -304,7 +292,7 @@ class Device(DeviceRoot):
         reports = [file.read_text() for file in self.path("/.harness").glob("sanitizer*")]
         assert not reports, "\n".join(reports)
         starts = re.findall(rf"^{re.escape(BANNER)}[^\n]*\n([^\n]*)\n", "".join(screens.values()), re.MULTILINE)
-        assert starts.count((starts or [""])[0]) <= self._starts, f"a second start-up: {screens!r}"
+        assert starts.count((starts or [""])[0]) <= self.starts_expected, f"a second start-up: {screens!r}"
         for name, screen in screens.items():
             if not self.unknown_command_expected:
                 assert "Unknown Command" not in screen, f"{name}: {screen!r}"
