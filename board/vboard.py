@@ -13,7 +13,9 @@ also after kill(), which is a power cut. See README.md for the rest.
 
 import atexit
 import collections
+import contextlib
 import errno
+import fcntl
 import os
 import pathlib
 import re
@@ -63,12 +65,12 @@ class Timeout(BoardError):
 class Port:
     """
     One serial line as the host sees it. Everything that came is in `output`; expect() searches what it has not passed
-    yet. `on_data`, when set, is called with each piece received, from the board's reader thread.
+    yet. Each of `listeners` is called with each piece received, from the board's reader thread.
     """
 
     def __init__(self, name):
         self.name = name
-        self.on_data = None
+        self.listeners = []
         self._buffer = bytearray()
         self._position = 0
         self._changed = threading.Condition()
@@ -87,8 +89,8 @@ class Port:
         if self._log:
             self._log.write(data)
             self._log.flush()
-        if self.on_data:
-            self.on_data(data)
+        for listener in self.listeners:
+            listener(data)
 
     def _closed(self):
         with self._changed:
@@ -224,7 +226,7 @@ class Board:
         self.directory.mkdir(parents=True, exist_ok=True)
         for chip in layout.FILE_SIZES:
             if not self._chip_path(chip).exists():
-                self.fresh_flash(chip)
+                self._make_chip(chip)
 
     def __enter__(self):
         return self
@@ -247,7 +249,7 @@ class Board:
         if self.running:
             raise BoardError("the board is running")
         made = artefacts.ensure()
-        self._lock_state()
+        self._lock_file = self._lock_state()
         initrd = self.directory / "initrd.cpio"
         initrd.write_bytes(made.base.read_bytes() + self._overlay(made.libraries))
         ours, theirs = zip(*(socket.socketpair() for _ in range(4)))
@@ -317,14 +319,18 @@ class Board:
 
     def _lock_state(self):
         """Two machines on one flash would be worse than any fault that a test plans."""
-        import fcntl  # pylint: disable=C0415
-        self._lock_file = open(self.directory / "lock", "w", encoding="ascii")
+        lock = open(self.directory / "lock", "w", encoding="ascii")
         try:
-            fcntl.flock(self._lock_file, fcntl.LOCK_EX | fcntl.LOCK_NB)
+            fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
         except BlockingIOError as error:
-            self._lock_file.close()
-            self._lock_file = None
-            raise BoardError(f"another board is running in {self.directory}") from error
+            lock.close()
+            raise BoardError(f"a board is running in {self.directory}") from error
+        return lock
+
+    @contextlib.contextmanager
+    def _switched_off(self):
+        with self._lock_state():
+            yield
 
     def _overlay(self, present):
         archive = Archive()
@@ -342,7 +348,7 @@ class Board:
 
     def _command(self, kernel, initrd, descriptors):
         words = ["console=ttyS0,115200", "nokaslr", "mitigations=off", "nowatchdog", "no_timer_check", "tsc=reliable",
-                 "rcupdate.rcu_expedited=1", "audit=0", "panic=-1", f"vboard.nand_page={self.geometry.page}"]
+                 "rcupdate.rcu_expedited=1", "audit=0", "panic=-1", "reboot=t", f"vboard.nand_page={self.geometry.page}"]
         if self.cli_console:
             words.append(f"cli_console={self.cli_console}")
         words.append(self.cmdline)
@@ -395,19 +401,22 @@ class Board:
     def _chip_path(self, chip):
         return self.directory / f"{chip}.flash"
 
-    def fresh_flash(self, chip=None):
-        """Makes one chip, or both, as new: all erased, no bad blocks."""
-        for name in [chip] if chip else layout.FILE_SIZES:
-            with open(self._chip_path(name), "wb") as cells:
-                cells.truncate(layout.FILE_SIZES[name])
+    def _make_chip(self, chip):
+        with open(self._chip_path(chip), "wb") as cells:
+            cells.truncate(layout.FILE_SIZES[chip])
+
+    def fresh_flash(self):
+        """Makes the device as new: both chips erased, no bad blocks. The machine must be off."""
+        with self._switched_off():
+            for chip in layout.FILE_SIZES:
+                self._make_chip(chip)
 
     def copy_flash_from(self, other):
         """Takes over the flash of another board, or of a directory that save_flash() wrote. The machine must be off."""
-        if self.running:
-            raise BoardError("the board is running")
         source = other.directory if isinstance(other, Board) else pathlib.Path(other)
-        for chip in layout.FILE_SIZES:
-            _copy_sparse(source / f"{chip}.flash", self._chip_path(chip))
+        with self._switched_off():
+            for chip in layout.FILE_SIZES:
+                _copy_sparse(source / f"{chip}.flash", self._chip_path(chip))
 
     def save_flash(self, directory):
         """Copies both chips into a directory."""
