@@ -80,7 +80,7 @@ capture_result wait_for_reader(const char* caller, const char* command, pid_t ch
 // status; it runs in a child of its own, so that Ctrl-C ends the reading and the tool but not the shell.
 template <typename Body>
 capture_result run_captured(const char* caller, const char* command, Body body) {
-  command_line line;
+  long_command_line line;
   if (!compose_command(line, "%s 2>&1", command)) {
     return capture_result::failure;
   }
@@ -97,17 +97,31 @@ capture_result run_captured(const char* caller, const char* command, Body body) 
   return wait_for_reader(caller, command, child);
 }
 
+template <typename Line>
+__attribute__((format(printf, 2, 0))) bool compose(Line& line, const char* format, va_list args) {
+  if (line.vformat(format, args)) {
+    return true;
+  }
+  log_printf(level_error, "Command line too long, limit is %i characters\n",
+             static_cast<int>(Line::size() - 1));
+  return false;
+}
+
 }  // namespace
 
 bool compose_command(command_line& line, const char* format, ...) {
   va_list args;
   va_start(args, format);
-  const bool whole = line.vformat(format, args);
+  const bool whole = compose(line, format, args);
   va_end(args);
-  if (!whole) {
-    log_printf(level_error, "Command line too long, limit is %i characters\n",
-               static_cast<int>(command_line::size() - 1));
-  }
+  return whole;
+}
+
+bool compose_command(long_command_line& line, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  const bool whole = compose(line, format, args);
+  va_end(args);
   return whole;
 }
 

@@ -9,11 +9,14 @@
 
 /// A command line under composition. 256 bytes hold every line of the shell with ordinary names.
 using command_line = text_buffer<256>;
+/// The same for lines with names typed by the operator: room for two of 256 characters, all of them escaped.
+using long_command_line = text_buffer<1280>;
 
 /// Composes a command line from a printf format. A line that does not fit is refused as a whole with an
 /// error, because half a command line may still be a valid, and very different, command.
 /// Result: true when `line` holds it.
 bool compose_command(command_line& line, const char* format, ...) __attribute__((format(printf, 2, 3)));
+bool compose_command(long_command_line& line, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 /// Runs a command line; its output goes straight to the console. Logs the line at VERBOSE, and on failure
 /// an error with the wait status. Result: 0 when the command exited with status 0, else 1.
