@@ -5,7 +5,7 @@
 #include "cli/command.h"
 #include "cli/help.h"
 #include "cli/history.h"
-#include "image/commands.h"
+#include "image/serial_commands.h"
 #include "tty/commands.h"
 
 namespace {

@@ -1,5 +1,5 @@
-// See commands.h.
-#include "image/commands.h"
+// See serial_commands.h.
+#include "image/serial_commands.h"
 
 #include <unistd.h>
 
@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "cli/command.h"
+#include "image/download.h"
 #include "image/header.h"
 #include "image/stream_form.h"
 #include "mtd/partition_table.h"
@@ -17,32 +18,7 @@
 
 namespace {
 
-constexpr uint32_t bit(image_contents type) {
-  return uint32_t{1} << type;
-}
-
-// Every type that has a destination.
-constexpr uint32_t download_mask =
-    bit(image_contents_bootstrap) | bit(image_contents_bootloader) | bit(image_contents_boot_env) |
-    bit(image_contents_kernel) | bit(image_contents_rootfs_jffs2_or_ext2) |
-    bit(image_contents_config_loader) | bit(image_contents_rootfs_ubifs_16keb) |
-    bit(image_contents_oem_defaults) | bit(image_contents_rootfs_tar_lzma) |
-    bit(image_contents_rootfs_ubifs_128keb) | bit(image_contents_python_setup);
-static_assert(download_mask == 0x7D3E);
-
-constexpr const char* header_path = "/tmp/image.rom";
-constexpr const char* download_directory = "/tmp";
 constexpr unsigned settle_seconds = 1;
-
-// Result: the bank that a word names (mtd_banks), mtd_bank_none when it names none.
-int bank_from_word(const char* word) {
-  for (int bank = mtd_bank_1; bank <= mtd_bank_single; ++bank) {
-    if (strcmp(word, mtd_bank_string[bank]) == 0) {
-      return bank;
-    }
-  }
-  return mtd_bank_none;
-}
 
 // Takes an optional port number and speed. Result: false after an error.
 bool take_port_and_rate(tty_port& port) {
@@ -65,7 +41,7 @@ bool take_port_and_rate(tty_port& port) {
 }
 
 int selected(image_contents type) {
-  return (download_mask & bit(type)) != 0 ? 1 : 0;
+  return (image_download_mask & image_contents_bit(type)) != 0 ? 1 : 0;
 }
 
 void log_download(const char* caller, const tty_port& port, int bank) {
@@ -91,7 +67,7 @@ bool install_from_port(tty_port& port, int bank) {
   if (tty_open_raw(&port) == 0) {
     log_printf(level_error, "Failed to open serial port (%s)\n", strerror(errno));
   } else {
-    installed = image_write_fd(nullptr, port.fd, bank, download_mask, 1) != 0;
+    installed = image_write_fd(nullptr, port.fd, bank, image_download_mask, 1) != 0;
     tty_close_raw(&port);
   }
   sleep(settle_seconds);
@@ -106,7 +82,7 @@ void cmd_flash_download_serial() {
   tty_port port = tty_cli;
   int bank = mtd_bank_1;
   if (const char* word = token_shift()) {
-    bank = bank_from_word(word);
+    bank = image_bank_from_word(word);
     if (bank == mtd_bank_none) {
       log_printf(level_error, "Invalid flash bank '%s'\n", word);
       return;
@@ -116,14 +92,14 @@ void cmd_flash_download_serial() {
     return;
   }
   log_download(__func__, port, bank);
-  unlink(header_path);
+  unlink(image_download_header_path);
   log_printf(level_plain, "Begin serial download...\n");
   sleep(settle_seconds);
   const bool installed = install_from_port(port, bank);
   if (!installed) {
     log_printf(level_error, "Failed to write firmware image\n");
   }
-  unlink(header_path);
+  unlink(image_download_header_path);
   _print_done_success_failure(installed ? 1 : 0);
 }
 
@@ -136,7 +112,7 @@ void cmd_file_download_serial() {
     return;
   }
   char path[256];
-  if (filename_copy_and_maybe_add_path(path, sizeof path, download_directory, name) == 0) {
+  if (filename_copy_and_maybe_add_path(path, sizeof path, image_download_directory, name) == 0) {
     log_printf(level_error, "Invalid file name or path '%s'\n", name);
     return;
   }
