@@ -69,6 +69,7 @@ tier_board() {
 
 tier_arm() {
     setup_need build arm || return 1
+    tools/arm_sysroot.sh "$PWD/build/arm-sysroot" || return 1
     build_preset arm || return 1
     check arm links_libc_only tools/check_device_binary.sh build/arm/recovery-loader
     check arm starts_under_qemu tools/check_arm_start.sh build/arm/recovery-loader

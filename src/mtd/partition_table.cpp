@@ -104,3 +104,8 @@ mtd_partition* mtd_get_by_dev_name(const char* dev_name) {
   return find_row(nullptr,
                   [dev_name](const mtd_partition& row) { return strcmp(row.dev_name, dev_name) == 0; });
 }
+
+const char* mtd_short_node(const mtd_partition& row) {
+  constexpr size_t prefix = sizeof "/dev/" - 1;
+  return strncmp(row.dev_name, "/dev/", prefix) == 0 ? row.dev_name + prefix : row.dev_name;
+}

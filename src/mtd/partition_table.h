@@ -104,3 +104,6 @@ mtd_partition* mtd_get_by_image_and_bank(const mtd_partition* previous, int imag
 /// Result: the row whose partition name is exactly `name`, or whose device node is `dev_name`; or null.
 mtd_partition* mtd_get_by_name(const char* name);
 mtd_partition* mtd_get_by_dev_name(const char* dev_name);
+
+/// Result: the device node of a row as listings show it, without "/dev/".
+const char* mtd_short_node(const mtd_partition& row);
