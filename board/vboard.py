@@ -347,7 +347,7 @@ class Board:
         return archive.to_bytes()
 
     def _command(self, kernel, initrd, descriptors):
-        words = ["console=ttyS0,115200", "nokaslr", "mitigations=off", "nowatchdog", "no_timer_check", "tsc=reliable",
+        words = ["console=ttyS0,115200", "mitigations=off", "nowatchdog", "no_timer_check", "tsc=reliable",
                  "rcupdate.rcu_expedited=1", "audit=0", "panic=-1", "reboot=t", f"vboard.nand_page={self.geometry.page}"]
         if self.cli_console:
             words.append(f"cli_console={self.cli_console}")
