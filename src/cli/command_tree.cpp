@@ -5,6 +5,7 @@
 #include "cli/command.h"
 #include "cli/help.h"
 #include "cli/history.h"
+#include "flash/commands.h"
 #include "image/serial_commands.h"
 #include "tty/commands.h"
 
@@ -173,17 +174,17 @@ constexpr command_record commands_flash[] = {
      .handler = cmd_not_yet_implemented},
     {.name = "clean", .usage = "[serial|nand]",
      .help = "Erase all non-boot-critical areas of a flash device",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_flash_clean},
     {.name = "download", .usage = "flash download ",
      .help = "Execute a flash download command",
      .subtable = commands_flash_download, .subtable_count = count_of(commands_flash_download)},
     {.name = "info", .usage = "[serial|nand]",
      .help = "Display flash info",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_flash_info},
     {.name = "kill", .usage = "[<bank>] [kernel|rootfs]",
      .help = "Kill (erase) image(s) - default kernel and root filesystem in both banks\n"
              "      <bank> = 1|2|single",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_flash_kill},
     {.name = "erase", .usage = "[serial|nand] <offset> <size>",
      .help = "Erase a specific flash device",
      .handler = cmd_not_yet_implemented},
