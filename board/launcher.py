@@ -281,40 +281,23 @@ def demo(options):
 def _install(board, image):
     started = time.monotonic()
     print("[power on]", flush=True)
+    board.console.listeners.append(lambda data: _write_all(data.replace(b"\r", b"")))
     board.start(wait=False)
-    _show_until(board, PROMPT, 60)
-    print(f"\n[prompt after {time.monotonic() - started:.1f} s]", flush=True)
+    board.console.expect(PROMPT, timeout=60)
+    _note(f"prompt after {time.monotonic() - started:.1f} s")
     board.wait_boot()
     data = image.read_bytes()
-    print(f"[{len(data)} bytes go over the console's own serial line at {vboard.UART_RATE} bytes per second]")
-    board.serial_download("flash download serial 2", data, progress=_Percent(len(data)))
-    print()
-    found = _show_until(board, "Done: ", 120)
-    result = board.console.expect("\n", timeout=10).before.strip()
-    print(result.decode(errors="replace"))
-    if result != b"SUCCESS":
-        return [f"the shell said {found.before[-200:]!r}, Done: {result!r}"]
-    return []
+    board.serial_download("flash download serial 2", data)
+    _note(f"{len(data)} bytes went over the console's own serial line at {vboard.UART_RATE} bytes per second")
+    said = board.console.expect("Done: ", timeout=120).before
+    result = board.console.expect("\n").before.strip()
+    board.console.expect(PROMPT)
+    return [] if result == b"SUCCESS" else [f"the shell said {said[-200:]!r}, Done: {result!r}"]
 
 
-class _Percent:
-    """A progress line in tenths."""
-
-    def __init__(self, size):
-        self._size, self._shown = size, -1
-
-    def __call__(self, sent):
-        tenth = sent * 10 // self._size
-        if tenth != self._shown:
-            self._shown = tenth
-            print(f"\r[sent {tenth * 10} %]", end="", flush=True)
-
-
-def _show_until(board, pattern, timeout):
-    found = board.console.expect(pattern, timeout=timeout)
-    shown = found.before + (pattern.encode() if isinstance(pattern, str) else pattern)
-    print(shown.decode(errors="replace").replace("\r", ""), end="", flush=True)
-    return found
+def _note(text):
+    """Something in the transcript that the shell did not say."""
+    print(f"\n[{text}]", flush=True)
 
 
 def _checksum(data):
@@ -338,7 +321,7 @@ def _compare(board, image, parts):
     failures = []
     data, offset = image.read_bytes(), 0
     destinations = {"bootloader": "bootloader", "kernel": "kernel_2", "config-loader": "config_loader"}
-    print("[flash, read from outside, against the image]")
+    _note("flash, read from outside, against the image")
     for word, path in parts:
         length = 256 + path.stat().st_size
         part, offset = data[offset:offset + length], offset + length
