@@ -16,6 +16,6 @@ class checksum_sum {
   uint64_t finish() const;
 
  private:
-  uint64_t sum_ = 0;    // of words in the order of memory; finish() turns it to big-endian order
+  uint64_t sum_ = 0;
   unsigned phase_ = 0;  // bytes of the current word that were added already, 0..3
 };
