@@ -2,8 +2,9 @@
  * request.
  *
  * - ioctl: every request is logged with its bytes. Requests of the MTD interface on /dev/mtd* and the three
- * partition requests of the device's kernel act on /proc/mtd and the node files of the root; TIOCSRS485
- * succeeds. All others go to the host's kernel. A test's rule may answer any of them instead.
+ * partition requests of the device's kernel act on /proc/mtd and the node files of the root; those on sockets
+ * are about the interface of ethernet.h; TIOCSRS485 succeeds. All others go to the host's kernel. A test's
+ * rule may answer any of them instead.
  * - sleep and its kin are logged and shortened; time-outs of select are real.
  * - Calls that a test chose (struct call_rule in control.h) fail, or move fewer bytes than asked.
  *
@@ -14,6 +15,7 @@
  * The library is inert outside of a device root. */
 #define _GNU_SOURCE
 #include "control.h"
+#include "ethernet.h"
 #include "event_log.h"
 #include "flash_requests.h"
 
@@ -205,8 +207,11 @@ static void event_argument(struct event* event, unsigned long request, const voi
     event_field_hex(event, creation->partitions, count * sizeof(struct new_partition));
   } else if (request == SIOCETHTOOL && argument != NULL) {
     const struct ifreq* ifreq = argument;
-    event_field_hex(event, ifreq->ifr_name, sizeof ifreq->ifr_name);
-    event_field_hex(event, ifreq->ifr_data, *(const uint32_t*)(const void*)ifreq->ifr_data == 0xA ? 8 : 44);
+    unsigned char bytes[IFNAMSIZ + 44];
+    size_t record = *(const uint32_t*)(const void*)ifreq->ifr_data == 0xA ? 8 : 44;
+    memcpy(bytes, ifreq->ifr_name, IFNAMSIZ);
+    memcpy(bytes + IFNAMSIZ, ifreq->ifr_data, record);
+    event_field_hex(event, bytes, IFNAMSIZ + record);
   } else if (size > 0 && argument != NULL) {
     event_field_hex(event, argument, size);
   } else {
@@ -229,6 +234,9 @@ static int answer_as_kernel(const char* path, int fd, unsigned long request, voi
   int number = -1;
   if (sscanf(path, "/dev/mtd%d", &number) == 1) {
     return flash_request(number, request, argument);
+  }
+  if (strcmp(path, "socket") == 0) {
+    return ethernet_request(request, argument);
   }
   return request == TIOCSRS485 ? 0 : real(fd, request, argument);
 }

@@ -7,6 +7,7 @@
  * then follows the test's answer, or without one does what the real tool does to the files of the root
  * (own_act), or nothing. */
 #define _GNU_SOURCE
+#include "ethernet.h"
 #include "event_log.h"
 
 #include <dirent.h>
@@ -358,6 +359,10 @@ static int act_fw_setenv(void) {
   return rename(ENV_FILE ".new", ENV_FILE) == 0 ? 0 : fail(ENV_FILE);
 }
 
+static int act_ifconfig(void) {
+  return ethernet_ifconfig(arg_count, args);
+}
+
 /* Tools whose effect on files the program relies on are busybox's. */
 static int act_busybox(void) {
   char* words[256] = {(char*)"busybox", (char*)tool};
@@ -383,9 +388,10 @@ static const struct {
     {"cp", act_busybox, false},          {"flash_erase", act_flash_erase, false},
     {"flashcp", act_flashcp, false},     {"fw_printenv", act_fw_printenv, false},
     {"fw_setenv", act_fw_setenv, false}, {"grep", act_busybox, true},
-    {"mkdir", act_busybox, false},       {"mtd_debug", act_mtd_debug, false},
-    {"mv", act_busybox, false},          {"nanddump", act_nanddump, false},
-    {"nandwrite", act_nandwrite, false}, {"rm", act_busybox, false},
+    {"ifconfig", act_ifconfig, false},   {"mkdir", act_busybox, false},
+    {"mtd_debug", act_mtd_debug, false}, {"mv", act_busybox, false},
+    {"nanddump", act_nanddump, false},   {"nandwrite", act_nandwrite, false},
+    {"rm", act_busybox, false},
 };
 
 /* ------------------------------------------------------------------ the two ways to be run */

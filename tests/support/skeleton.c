@@ -3,6 +3,7 @@
 #include "skeleton.h"
 
 #include "control.h"
+#include "ethernet.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -169,6 +170,7 @@ void skeleton_make(const char* root) {
   put_text(root, "/proc/cmdline", "console=ttyS0,115200 root=/dev/ram0 cli_console=ttyS1,115200\n");
   put_text(root, ENV_FILE, "bootbank=1\nbootdelay=3\nethaddr=00:20:4a:00:00:01\n");
   put_text(root, BAD_BLOCKS_FILE, "");
+  put_text(root, ETHERNET_FILE, ETHERNET_FRESH);
   put_text(root, EVENT_LOG_FILE, "");
   put_control(root);
 }
