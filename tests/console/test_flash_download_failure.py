@@ -1,0 +1,422 @@
+"""Installations that fail. After each of them the boot environment is what it was, so that the device starts what it
+started before; nothing of the transfer is left; and the shell answers. What is sent beyond the point of failure goes
+to a spare port here, for on the console's port it would be taken as typing."""
+
+import itertools
+import re
+import time
+
+import pytest
+
+import images
+from downloads import (BEGIN, NOT_INSTALLED, SUCCESS, begin_download, download, expect_at_rest, steps)
+
+SPARE = "flash download serial 2 2"  # the spare port, so that the console stays free of what is left over
+FAILED = "ERROR: Failed to write firmware image\n"
+UNLOCK_BOOTLOADER, LOCK_BOOTLOADER = "/usr/sbin/flash_unlock /dev/mtd2", "/usr/sbin/flash_lock /dev/mtd2 0 -1"
+
+KERNEL = images.part(images.KERNEL, images.pattern(5001))
+LOADER = images.part(images.BOOTLOADER, images.pattern(5002))
+
+
+@pytest.fixture
+def dev(dev):
+    """A device at the prompt, which must be sound afterwards: no test here may change the boot environment."""
+    dev.boot()
+    environment = dict(dev.env)
+    yield dev
+    assert dict(dev.env) == environment
+    dev.expect_not_ran("fw_setenv")
+    expect_at_rest(dev)
+
+
+def reason(text):
+    """The system's text for a wait that ended is not given: any will do."""
+    return re.sub(r" \[[^\]\n]*\]\n", " [...]\n", text)
+
+
+# ---------------------------------------------------------------------- chain of parts
+
+
+def test_promised_part_that_never_comes(dev):
+    """The loader gives the sender as long as a person may need to start it."""
+    image = images.part(images.KERNEL, b"kernel", more=True)
+    start = time.monotonic()
+    shown = download(dev, image, timeout=45)
+    assert reason(shown) == BEGIN + images.info(image) + "ERROR: Failed to write firmware image [...]\n" + NOT_INSTALLED
+    assert 30 <= time.monotonic() - start < 40
+    assert dev.partition("kernel_2").read(0, len(image)) == image
+
+
+# ---------------------------------------------------------------------- payload
+
+
+@pytest.mark.parametrize("spot, bit", [(0, 0x80), (2500, 1), (5000, 1)])
+def test_corrupted_payload(dev, spot, bit):
+    damaged = bytearray(KERNEL)
+    damaged[256 + spot] ^= bit
+    calculated, expected = images.checksum(bytes(damaged[256:])), images.checksum(KERNEL[256:])
+    assert download(dev, bytes(damaged)) == (
+        BEGIN + images.info(KERNEL) + f"ERROR: Failed checksum test: calculated 0x{calculated:x} vs 0x{expected:x}"
+        + NOT_INSTALLED), "no line feed behind the numbers"
+    assert dev.partition("kernel_2").read(0, len(damaged)) == damaged, "it was written as it came"
+
+
+def test_checksum_of_protected_part_fails_after_it_was_locked_again(dev):
+    image = images.part(images.BOOTLOADER, b"loader", fields={images.CONTENTS_CHECKSUM: 0xA, images.FINAL_CHECKSUM: 0xA})
+    assert download(dev, image).endswith(f"calculated 0x{images.checksum(b'loader'):x} vs 0xa{NOT_INSTALLED}")
+    dev.expect_ran_exactly([UNLOCK_BOOTLOADER, LOCK_BOOTLOADER])
+
+
+def test_second_part_corrupted_first_stays_written(dev):
+    kernel = images.part(images.KERNEL, b"kernel", more=True)
+    damaged = images.part(images.CONFIG_LOADER, b"config")[:-1] + b"x"
+    shown = download(dev, kernel + damaged)
+    assert shown.startswith(BEGIN + images.info(kernel) + images.info(damaged) + "ERROR: Failed checksum test: ")
+    assert shown.endswith(NOT_INSTALLED)
+    assert dev.partition("kernel_2").read(0, len(kernel)) == kernel
+
+
+def test_failed_part_ends_the_installation(dev):
+    damaged = images.part(images.KERNEL, b"kernel", more=True)[:-1] + b"x"
+    assert download(dev, damaged + LOADER, SPARE, port=2).count("Image info:") == 1
+    assert dev.partition("bootloader").read(0, 8) == bytes(8)
+    dev.expect_ran_exactly([])
+
+
+# ---------------------------------------------------------------------- header
+
+
+def damaged(**fields):
+    """A header with some fields wrong, its own checksum right. Names are those of images.py."""
+    return images.header(images.KERNEL, b"kernel", fields={getattr(images, name): value for name, value in fields.items()})
+
+
+def other_id(text, **fields):
+    return images.sign(text + damaged(**fields)[len(text):])
+
+
+def unsigned(header, stored):
+    return images.with_field(header, images.HEADER_CHECKSUM, stored)
+
+
+BAD_ID = "bad Header ID in header"
+BAD_TYPE = "bad HeaderType in header"
+BAD_LENGTH = "bad HeaderLength in header"
+BAD_MANGLE = "bad ContentsMangleType in header"
+LENGTH_MISMATCH = "ContentsLength/ContentsFinalLength mismatch"
+BAD_PASSCODE = "bad ContentsPasscodeType"
+CHECKSUM_MISMATCH = "image_header_verify: ContentsChecksum32/ContentsFinalChecksum32 mismatch"
+# The stored number is shown with its bytes the other way round.
+BAD_CHECKSUM = ("Header Checksum failed! Expected 0x78563412 and calculated "
+                f"0x{images.field(damaged(), images.HEADER_CHECKSUM):x}")
+
+BAD_HEADERS = {
+    "other number": (other_id(b"KESTO-2\0"), BAD_ID),
+    "lower case": (other_id(b"kesto-1\0"), BAD_ID),
+    "no NUL behind the ID": (other_id(b"KESTO-1 "), BAD_ID),
+    "ID too short": (other_id(b"KESTO-\0\0"), BAD_ID),
+    "no ID": (other_id(b"\0"), BAD_ID),
+    "type 1": (damaged(HEADER_TYPE=1), BAD_TYPE),
+    "type in the first byte": (damaged(HEADER_TYPE=0x01000000), BAD_TYPE),
+    "length 0": (damaged(HEADER_LENGTH=0), BAD_LENGTH),
+    "length 255": (damaged(HEADER_LENGTH=255), BAD_LENGTH),
+    "length 257": (damaged(HEADER_LENGTH=257), BAD_LENGTH),
+    "length the other way round": (damaged(HEADER_LENGTH=0x00010000), BAD_LENGTH),
+    "greatest length": (damaged(HEADER_LENGTH=0xFFFFFFFF), BAD_LENGTH),
+    "mangled": (damaged(MANGLE_TYPE=1), BAD_MANGLE),
+    "contents length": (damaged(CONTENTS_LENGTH=7), LENGTH_MISMATCH),
+    "final length": (damaged(FINAL_LENGTH=0), LENGTH_MISMATCH),
+    "passcode": (damaged(PASSCODE_TYPE=0x80000000), BAD_PASSCODE),
+    "contents checksum": (damaged(CONTENTS_CHECKSUM=0), CHECKSUM_MISMATCH),
+    "final checksum": (damaged(FINAL_CHECKSUM=0), CHECKSUM_MISMATCH),
+    "header checksum": (unsigned(damaged(), 0x12345678), BAD_CHECKSUM),
+    # of two faults the first in the order of the checks is told
+    "ID before type": (other_id(b"KESTO-2\0", HEADER_TYPE=1), BAD_ID),
+    "type before length": (damaged(HEADER_TYPE=1, HEADER_LENGTH=0), BAD_TYPE),
+    "length before mangling": (damaged(HEADER_LENGTH=0, MANGLE_TYPE=1), BAD_LENGTH),
+    "mangling before contents length": (damaged(MANGLE_TYPE=1, FINAL_LENGTH=0), BAD_MANGLE),
+    "contents length before passcode": (damaged(FINAL_LENGTH=0, PASSCODE_TYPE=1), LENGTH_MISMATCH),
+    "passcode before contents checksum": (damaged(PASSCODE_TYPE=1, FINAL_CHECKSUM=0), BAD_PASSCODE),
+    "contents checksum before header checksum": (unsigned(damaged(FINAL_CHECKSUM=0), 0), CHECKSUM_MISMATCH),
+}
+
+
+@pytest.mark.parametrize("header, fault", BAD_HEADERS.values(), ids=BAD_HEADERS)
+def test_bad_header_tells_its_fault_at_verbosity_6(dev, header, fault):
+    dev.command("verbose 6")
+    shown = download(dev, header)
+    assert shown.partition(BEGIN)[2] == (
+        "VERBOSE: tty_open_raw: dev=/dev/ttyS1 speed=115200\n"
+        f"ERROR: {fault}\n" + images.info(header) + "ERROR: Bad image header 0\n"
+        "VERBOSE: tty_close_raw: dev=/dev/ttyS1\n" + NOT_INSTALLED)
+    dev.expect_ran_exactly([])
+
+
+@pytest.mark.parametrize("fault", ["no ID", "final length", "header checksum"])
+@pytest.mark.parametrize("verbosity", [3, 5])
+def test_bad_header_is_just_bad_below_verbosity_6(dev, verbosity, fault):
+    header = BAD_HEADERS[fault][0]
+    dev.command(f"verbose {verbosity}")
+    assert download(dev, header).endswith(
+        BEGIN + images.info(header) + "ERROR: Bad image header 0\n" + NOT_INSTALLED)
+
+
+@pytest.mark.parametrize("offset", [0, 6, 20, 27, 40, 100, 200, 255])
+def test_flipped_bit_anywhere_in_a_header(dev, offset):
+    header = bytearray(KERNEL[:256])
+    header[offset] ^= 0x10
+    assert download(dev, bytes(header)) == (
+        BEGIN + images.info(header) + "ERROR: Bad image header 0\n" + NOT_INSTALLED)
+
+
+def test_second_header_bad(dev):
+    header = damaged(HEADER_TYPE=1)
+    first = images.part(images.KERNEL, b"kernel", more=True)
+    assert download(dev, first + header) == (
+        BEGIN + images.info(first) + images.info(header) + "ERROR: Bad image header 1\n" + NOT_INSTALLED)
+    assert dev.partition("kernel_2").read(0, len(first)) == first
+
+
+@pytest.mark.parametrize("garbage", [
+    bytes(256), b"\xff" * 256, images.pattern(256), b"CLI> " * 51 + b"x", b"\r\n" * 128],
+    ids=["zeros", "ones", "all bytes", "text", "line ends"])
+def test_garbage(dev, garbage):
+    assert download(dev, garbage) == BEGIN + images.info(garbage) + "ERROR: Bad image header 0\n" + NOT_INSTALLED
+
+
+def test_much_garbage(dev):
+    garbage = images.pattern(3000, 9)
+    shown = download(dev, garbage, SPARE, port=2)
+    assert shown == BEGIN + images.info(garbage[:256]) + "ERROR: Bad image header 0\n" + NOT_INSTALLED
+    dev.expect_quiet()
+
+
+# ---------------------------------------------------------------------- sender
+
+
+@pytest.mark.parametrize("size", [1, 255])
+def test_sender_that_stops_inside_a_header(dev, size):
+    start = time.monotonic()
+    shown = download(dev, KERNEL[:size])
+    assert reason(shown) == BEGIN + "ERROR: Failed to write firmware image [...]\n" + NOT_INSTALLED
+    assert 3 <= time.monotonic() - start < 8
+
+
+@pytest.mark.parametrize("size", [256, 257, 5000, 5257])
+def test_sender_that_stops_inside_a_payload(dev, size):
+    dev.partition("bootloader").fill()
+    start = time.monotonic()
+    shown = download(dev, LOADER[:size])
+    assert reason(shown) == (BEGIN + images.info(LOADER) + "ERROR: Failed to read firmware image [...]\n"
+                             + FAILED + NOT_INSTALLED)
+    assert 3 <= time.monotonic() - start < 8
+    dev.expect_ran_exactly([UNLOCK_BOOTLOADER, LOCK_BOOTLOADER])
+    target = dev.partition("bootloader")
+    assert target.read(0, size) == LOADER[:size] and target.read(size, 4096).strip(b"\xff") == b""
+
+
+def test_sender_that_stops_inside_a_boot_environment_that_is_skipped(dev):
+    image = images.part(images.BOOT_ENV, b"bootenv")
+    shown = download(dev, image[:-1])
+    assert shown.startswith(BEGIN + images.info(image)) and shown.endswith(NOT_INSTALLED)
+    assert dev.partition("bootenv_1").read(0, 4) == bytes(4)
+
+
+def test_sender_that_pauses_for_less_than_three_seconds(dev):
+    """The three seconds start afresh with every piece."""
+    image = images.part(images.CONFIG_LOADER, b"config loader")
+    begin_download(dev, "flash download serial")
+    dev.send_stream(image[:100])
+    for begin, end in (100, 200), (200, 256), (256, 260), (260, 269):
+        time.sleep(1.5)
+        dev.send(image[begin:end])
+    assert dev.text_until_prompt() == images.info(image) + SUCCESS
+
+
+def test_first_wait_of_a_header_is_long_and_all_others_are_short(dev):
+    dev.trace("select")
+    image = images.part(images.CONFIG_LOADER, b"config", more=True) + images.part(images.CONFIG_LOADER, b"loader")
+    begin_download(dev, "flash download serial")
+    dev.send_stream(image[:100])
+    dev.wait_for("select", "/dev/ttyS1", "3")
+    dev.send(image[100:])
+    assert dev.text_until_prompt().endswith(SUCCESS)
+    waits = [event.seconds for event in dev.events.of("select")]
+    assert [seconds for seconds, _ in itertools.groupby(waits)] == [30, 3, 30, 3]
+
+
+@pytest.mark.parametrize("call, outcome", [
+    ("select", {"error": "EINTR"}),
+    ("read", {"error": "EIO"}),
+    ("read", {"error": None, "result": 0}),
+], ids=["failing wait", "failing read", "end of input"])
+@pytest.mark.parametrize("header_complete", [False, True], ids=["in the header", "in the payload"])
+def test_port_that_fails(dev, call, outcome, header_complete):
+    """Each kind of failure at each place has the message of a sender that stopped."""
+    begin_download(dev, SPARE)
+    dev.wait_for("tcsetattr", "/dev/ttyS2")
+    expected = "ERROR: Failed to write firmware image [...]\n" + NOT_INSTALLED
+    if header_complete:
+        dev.send(LOADER[:256], port=2)
+        dev.wait_ran(UNLOCK_BOOTLOADER)
+        expected = (images.info(LOADER) + "ERROR: Failed to read firmware image [...]\n" + FAILED + NOT_INSTALLED)
+    dev.fail_call(call, "/dev/ttyS2" if call == "read" else "", **outcome)
+    dev.send(LOADER[256:] if header_complete else LOADER[:1], port=2)  # ends the wait that was under way
+    assert reason(dev.text_until_prompt()) == expected
+
+
+# ---------------------------------------------------------------------- destination
+
+
+REFUSED_16KEB = "ERROR: ubi0 erase size is 0x{:x}, ubifs image requires 0x4000\nERROR: Bad image destination\n"
+REFUSED_128KEB = "ERROR: ubi0 erase size is 0x{:x}, ubifs image requires 0x20000\nERROR: Bad image destination\n"
+
+
+@pytest.mark.parametrize("contents_type, erase_size, refusal", [
+    (images.ROOTFS_UBIFS_16KEB, 0x20000, REFUSED_16KEB),
+    (images.ROOTFS_UBIFS_16KEB, 0x8000, REFUSED_16KEB),
+    (images.ROOTFS_UBIFS_16KEB, 0x40000, REFUSED_16KEB),
+    (images.ROOTFS_UBIFS_128KEB, 0x4000, REFUSED_128KEB),
+    (images.ROOTFS_UBIFS_128KEB, 0x40000, REFUSED_128KEB),
+    (images.ROOTFS_JFFS2_OR_EXT2, 0x20000, "ERROR: No partition for rootfs image\nERROR: Bad image destination\n"),
+    (images.ROOTFS_JFFS2_OR_EXT2, 0x4000, "ERROR: No partition for rootfs image\nERROR: Bad image destination\n"),
+])
+def test_root_file_system_of_the_wrong_kind(dev, contents_type, erase_size, refusal):
+    """Refused by its header, before it is even shown."""
+    dev.set_partitions(*((p.name, p.size, erase_size if p.name == "ubi0" else p.erase_size) for p in dev.partitions))
+    header = images.header(contents_type, b"root file system")
+    assert download(dev, header) == BEGIN + refusal.format(erase_size) + NOT_INSTALLED
+    dev.expect_ran_exactly([])
+
+
+@pytest.mark.parametrize("contents_type, refusal", [
+    (images.ROOTFS_UBIFS_16KEB, REFUSED_16KEB), (images.ROOTFS_UBIFS_128KEB, REFUSED_128KEB)])
+def test_root_file_system_without_a_ubi_partition(dev, contents_type, refusal):
+    dev.set_partitions(("bootstrap", 0x20000, 0x10000))
+    assert download(dev, images.header(contents_type)) == BEGIN + refusal.format(0) + NOT_INSTALLED
+
+
+def test_root_file_system_of_the_wrong_kind_behind_a_good_part(dev):
+    kernel = images.part(images.KERNEL, b"kernel", more=True)
+    refused = images.header(images.ROOTFS_UBIFS_16KEB)
+    assert download(dev, kernel + refused) == (
+        BEGIN + images.info(kernel) + REFUSED_16KEB.format(0x20000) + NOT_INSTALLED)
+
+
+@pytest.mark.parametrize("contents_type", [*images.WITHOUT_DESTINATION, 15, 16, 32, 36, 0x7FFFFFFF, 0x80000004, 0xFFFFFFFF])
+def test_part_without_a_destination_in_front_of_others(dev, contents_type):
+    """Nothing can be made of it or of what follows."""
+    lost = images.part(contents_type, b"\xff" * 300, more=True)
+    shown = download(dev, lost + KERNEL, SPARE, port=2)
+    assert shown.startswith(BEGIN + images.info(lost)) and shown.endswith(NOT_INSTALLED)
+    assert f"ERROR: Contents Type {contents_type - (contents_type >> 31 << 32)} not supported\n" in shown
+    assert dev.partition("kernel_2").read(0, 8) == bytes(8)
+    dev.expect_ran_exactly([])
+
+
+@pytest.mark.parametrize("contents_type", [*images.WITHOUT_DESTINATION, 15, 36, 0x80000004])
+def test_part_without_a_destination_writes_nothing_and_switches_nothing(dev, contents_type):
+    lost = images.part(contents_type, b"\xff" * 300)
+    assert download(dev, lost, SPARE, port=2).startswith(BEGIN + images.info(lost))
+    dev.expect_ran_exactly([])
+
+
+# ---------------------------------------------------------------------- port
+
+
+def test_port_that_cannot_be_opened(dev):
+    dev.fail_call("open", "/dev/ttyS2", error="ENOENT")
+    begin = begin_download(dev, SPARE)
+    assert begin + dev.text_until_prompt() == (
+        BEGIN + "tty_open_raw: open(): No such file or directory\n"
+        "ERROR: Failed to open serial port (No such file or directory)\n" + NOT_INSTALLED)
+    assert steps(dev) == ["settings /dev/ttyS1 console 115200 rtscts signals", "sleep 1", "sleep 1",
+                          "settings /dev/ttyS1 console 115200 rtscts"]
+
+
+def test_console_port_that_cannot_be_opened_again(dev):
+    dev.fail_call("open", "/dev/ttyS1", error="EBUSY")
+    begin = begin_download(dev, "flash download serial")
+    assert begin + dev.text_until_prompt() == (
+        BEGIN + "tty_open_raw: open(): Device or resource busy\n"
+        "ERROR: Failed to open serial port (Device or resource busy)\n" + NOT_INSTALLED)
+
+
+# ---------------------------------------------------------------------- flash
+
+
+def failed_tool(line, status="sys_rc=256 exitstatus=1"):
+    return f"ERROR: system({line}) {status}\n"
+
+
+@pytest.mark.parametrize("death, status", [
+    ({"status": 1}, "sys_rc=256 exitstatus=1"), ({"status": 2}, "sys_rc=512 exitstatus=2"),
+    ({"status": 255}, "sys_rc=65280 exitstatus=255")])
+def test_unlock_fails(dev, death, status):
+    """Locked at once, nothing written."""
+    dev.answer("flash_unlock", **death)
+    assert download(dev, LOADER, SPARE, port=2) == (
+        BEGIN + images.info(LOADER) + failed_tool(UNLOCK_BOOTLOADER, status) + FAILED + NOT_INSTALLED)
+    dev.expect_ran_exactly([UNLOCK_BOOTLOADER, LOCK_BOOTLOADER])
+    assert dev.partition("bootloader").read(0, 8) == bytes(8)
+
+
+def test_lock_fails(dev):
+    """Written, but not as it should be."""
+    dev.answer("flash_lock", status=1)
+    assert download(dev, LOADER) == (
+        BEGIN + images.info(LOADER) + failed_tool(LOCK_BOOTLOADER) + FAILED + NOT_INSTALLED)
+    assert dev.partition("bootloader").read(0, len(LOADER)) == LOADER
+
+
+def test_unlock_and_lock_fail(dev):
+    dev.answer("flash_unlock", status=1)
+    dev.answer("flash_lock", status=1)
+    assert download(dev, LOADER[:256]) == (
+        BEGIN + images.info(LOADER) + failed_tool(UNLOCK_BOOTLOADER) + failed_tool(LOCK_BOOTLOADER) + FAILED
+        + NOT_INSTALLED)
+
+
+def test_lock_fails_in_the_middle_of_an_image(dev):
+    dev.answer("flash_lock", status=1)
+    first = images.part(images.BOOTLOADER, b"loader", more=True)
+    assert download(dev, first + KERNEL, SPARE, port=2).endswith(failed_tool(LOCK_BOOTLOADER) + FAILED + NOT_INSTALLED)
+    assert dev.partition("kernel_2").read(0, 8) == bytes(8)
+
+
+def test_tools_of_protection_are_missing(dev):
+    dev.remove("/usr/sbin/flash_unlock", "/usr/sbin/flash_lock")
+    shown = download(dev, LOADER[:256])
+    missing = "sys_rc=32512 exitstatus=127"
+    assert shown.endswith(images.info(LOADER) + failed_tool(UNLOCK_BOOTLOADER, missing)
+                          + failed_tool(LOCK_BOOTLOADER, missing) + FAILED + NOT_INSTALLED)
+
+
+def test_no_process_for_a_tool(dev):
+    dev.fail_call("system", "flash_unlock", error="EAGAIN")
+    assert download(dev, LOADER[:256]) == (
+        BEGIN + images.info(LOADER) + f"ERROR: system({UNLOCK_BOOTLOADER}) returned -1\n" + FAILED + NOT_INSTALLED)
+    dev.expect_ran_exactly([LOCK_BOOTLOADER])
+
+
+@pytest.mark.parametrize("part, node, tools", [
+    (LOADER, "/dev/mtd2", [UNLOCK_BOOTLOADER, LOCK_BOOTLOADER]), (KERNEL, "/dev/mtd6", [])],
+    ids=["protected", "not protected"])
+def test_node_that_cannot_be_opened(dev, part, node, tools):
+    dev.remove(node)
+    assert download(dev, part[:256]) == (
+        BEGIN + images.info(part) + f"ERROR: Failed to open {node}: error(No such file or directory)\n"
+        + FAILED + NOT_INSTALLED)
+    dev.expect_ran_exactly(tools)
+
+
+# ---------------------------------------------------------------------- nothing at all
+
+
+def test_sender_that_never_starts(dev):
+    start = time.monotonic()
+    begin = begin_download(dev, "flash download serial")
+    shown = begin + dev.text_until_prompt(45)
+    assert reason(shown) == BEGIN + "ERROR: Failed to write firmware image [...]\n" + NOT_INSTALLED
+    assert 30 <= time.monotonic() - start < 40
