@@ -4,7 +4,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "cli/affirm.h"
@@ -12,6 +14,7 @@
 #include "tty/console.h"
 #include "util/log.h"
 #include "util/parse.h"
+#include "util/signals.h"
 
 namespace {
 
@@ -123,6 +126,19 @@ void show_descriptor(const standard_descriptor& descriptor) {
   log_printf(level_plain, "  fcntl:  0x%08x\n", static_cast<unsigned>(fcntl(descriptor.fd, F_GETFL)));
 }
 
+// As the device's own conversion does: what is no number is 0, what does not fit is cut to what does.
+int32_t parse_iterations(const char* text) {
+  const long long value = strtoll(text, nullptr, 10);
+  return static_cast<int32_t>(std::clamp<long long>(value, INT32_MIN, INT32_MAX));
+}
+
+void print_pattern_line() {
+  for (char character = '!'; character <= '~'; ++character) {
+    log_printf(level_plain, "%c", character);
+  }
+  log_printf(level_plain, "\n");
+}
+
 }  // namespace
 
 void cmd_set_console() {
@@ -161,4 +177,20 @@ void cmd_show_console() {
     show_descriptor(descriptor);
   }
   log_printf(level_plain, "\n");
+}
+
+void cmd_show_pattern() {
+  log_printf(level_trace, "%s:\n", __func__);
+  const char* text = token_shift();
+  const int32_t iterations = text != nullptr ? parse_iterations(text) : 1;
+  if (iterations < 0) {
+    helper_invalid_parameter(text);
+    return;
+  }
+  sigint_install_test_interrupt();
+  int32_t left = iterations;
+  do {
+    print_pattern_line();
+  } while (test_interrupted == 0 && (iterations == 0 || --left > 0));
+  sigint_install_ignore();
 }

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "tty/line_driver.h"
 #include "util/log.h"
 #include "util/text_buffer.h"
 #include "util/unique_fd.h"
@@ -59,7 +60,8 @@ termios console_settings(const tty_port& port, speed_t speed) {
   return settings;
 }
 
-// Gives descriptor 0 the console's settings. On failure after a change `fallback` is applied again.
+// Gives descriptor 0 the console's settings and its line driver the mode. On failure after a change
+// `fallback` is applied again.
 bool set_termios(const tty_port& port, const termios& fallback, termios* applied) {
   termios previous;
   if (tcgetattr(STDIN_FILENO, &previous) != 0) {
@@ -75,6 +77,11 @@ bool set_termios(const tty_port& port, const termios& fallback, termios* applied
   *applied = console_settings(port, speed);
   if (tcsetattr(STDIN_FILENO, TCSANOW, applied) != 0) {
     perror("tty_set_termios: tcsetattr()");
+    tcsetattr(STDIN_FILENO, TCSANOW, &fallback);
+    return false;
+  }
+  if (!tty_configure_mode(port)) {
+    perror("tty_set_termios: tty_configure_mode()");
     tcsetattr(STDIN_FILENO, TCSANOW, &fallback);
     return false;
   }
