@@ -82,7 +82,7 @@ void fill(uint8_t* bytes, size_t length) {
 int main(int argc, char** argv) {
   if (argc > 1) {
     static uint8_t zeros[size_t{1} << 20];
-    return image_checksum(zeros, std::min(strtoul(argv[1], nullptr, 10), sizeof zeros)) == 0 ? 1 : 0;
+    return image_checksum(zeros, std::min<size_t>(strtoul(argv[1], nullptr, 10), sizeof zeros)) == 0 ? 1 : 0;
   }
   auto* bytes = static_cast<uint8_t*>(aligned_alloc(64, buffer_size));
   if (bytes == nullptr) {
