@@ -171,7 +171,7 @@ constexpr command_record commands_file[] = {
 constexpr command_record commands_flash[] = {
     {.name = "analyze",
      .help = "Analyze flash and show installed images",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_flash_analyze},
     {.name = "clean", .usage = "[serial|nand]",
      .help = "Erase all non-boot-critical areas of a flash device",
      .handler = cmd_flash_clean},
