@@ -1,0 +1,16 @@
+// Speed, duplex and auto-negotiation of the wired interface, through the kernel's legacy ethtool request.
+#pragma once
+
+#include <cstdint>
+
+constexpr int net_eth_linkmode_count = 9;
+/// The keywords of the link modes; a mode is known by its index.
+extern const char* const net_eth_linkmode_names[net_eth_linkmode_count];
+
+/// Sets a link mode. What the mode does not name stays as it is. Result: 1, or 0 after an error for a wrong
+/// interface, for all else after a message at VERBOSE.
+int net_eth_set_link(int if_index, int mode);
+
+/// The texts of the configured mode ("auto", "fixed 10 half") and of the link as it is ("down", "100 full").
+/// Result: 1, or 0 as above with nothing stored.
+int net_eth_get_link(int if_index, const char** mode_text, const char** link_text);
