@@ -6,7 +6,10 @@
 #include "cli/help.h"
 #include "cli/history.h"
 #include "flash/commands.h"
+#include "gpiolib/commands.h"
 #include "image/serial_commands.h"
+#include "opmode/commands.h"
+#include "prodcfg/commands.h"
 #include "tty/commands.h"
 
 namespace {
@@ -149,14 +152,14 @@ constexpr command_record commands_set_opmode[] = {
     {.name = "board", .usage = "<board_type>|default",
      .help = "Set board operating mode\n"
              "      <board_type> = tk10_mfg|tk10_eval|tk20|tk30",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_set_opmode_board},
     {.name = "io", .usage = "<io_type>|default",
      .help = "Set i/o operating mode\n"
              "      <io_type> = none|dio2x1r",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_set_opmode_io},
     {.name = "serports", .usage = "<#serports>|default",
      .help = "Set number of serial ports operating mode",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_set_opmode_serports},
 };
 
 constexpr command_record commands_file[] = {
@@ -220,12 +223,12 @@ constexpr command_record commands_flash[] = {
 constexpr command_record commands_gpiolib[] = {
     {.name = "info", .usage = "[<gpio_num>|<signame>]",
      .help = "Display gpiolib info (all or a specific number or name)",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_gpiolib_info},
     {.name = "set", .usage = "<gpio_num>|<signame> high|low|1|0",
      .help = "Set gpiolib output state\n"
              "      <gpio_num> = gpio number\n"
              "      <signame> = gpio signal name",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_gpiolib_set},
 };
 
 constexpr command_record commands_network[] = {
@@ -284,15 +287,15 @@ constexpr command_record commands_show[] = {
      .handler = cmd_not_yet_implemented},
     {.name = "oem",
      .help = "Show oem settings",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_show_oem},
     {.name = "opmode",
      .help = "Show operating mode",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_show_opmode},
     {.name = "pattern", .usage = "[<iterations>]",
      .help = "Show the test pattern\n"
              "      <iterations> = number of iterations (default 1)\n"
              "      If <iterations> is 0, repeats forever until canceled with Ctrl-C",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_show_pattern},
     {.name = "platform",
      .help = "Show hardware platform summary",
      .handler = cmd_not_yet_implemented},
@@ -301,7 +304,7 @@ constexpr command_record commands_show[] = {
              "      hwcfg = Hardware Configuration string\n"
              "      id = Product ID string\n"
              "      mac = Product MAC Address(es) (all or a specific ID)",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_show_product},
     {.name = "syslog",
      .help = "Show the non-volatile system log",
      .handler = cmd_not_yet_implemented},

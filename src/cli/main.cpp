@@ -2,6 +2,8 @@
 #include "cli/builtins.h"
 #include "cli/line_editor.h"
 #include "mtd/startup.h"
+#include "opmode/discover.h"
+#include "prodcfg/record.h"
 #include "tty/console.h"
 #include "util/exec.h"
 #include "util/log.h"
@@ -16,7 +18,10 @@ int main() {
     exec_system_cmd("/bin/dmesg -n 1");
   }
   mtd_init();
+  prodcfg_init();
+  opmode_discover();
   print_banner();
   log_printf(level_plain, "Copyright (c) Zentavio. All rights reserved.\n");
+  opmode_print();
   cli_loop();
 }

@@ -20,8 +20,16 @@ Current console settings:
 
 """
 
+OPMODE_BLOCK = """
+Current operating mode:
+  Board:    tk10_eval
+  I/O:      none
+  # Serial: 2
+"""
+
 READ_MTDPARTS = "/usr/sbin/fw_printenv -n mtdparts"
 MIB = 1 << 20
+CBAUD = 0o10017  # the speed among the control flags; Python does not name it
 
 
 def errors(text):
@@ -31,14 +39,14 @@ def errors(text):
 # ---------------------------------------------------------------------- the normal start
 
 
-def test_screen_shows_settings_then_banner_then_notice_then_prompt(dev):
+def test_screen_shows_settings_then_banner_then_notice_then_mode_then_prompt(dev):
     text = dev.boot()
     assert text.startswith(SETTINGS_BLOCK)
     rest = text.removeprefix(SETTINGS_BLOCK)
-    banner, notice, *end = rest.split("\n")
+    banner, notice, mode = rest.split("\n", 2)
     assert re.fullmatch(re.escape(BANNER) + r"[A-Z][a-z]{2} [ \d]\d \d{4} \d\d:\d\d:\d\d\)", banner)
     assert notice.strip() != ""
-    assert end == ["", ""], "a blank line, then the prompt"
+    assert mode == OPMODE_BLOCK + "\n", "a blank line, then the prompt"
     assert dev.boot_console.received == b"", "everything goes to the port"
     assert dev.port(0).received == b"" and dev.port(2).received == b""
 
@@ -110,7 +118,7 @@ def test_port_and_speed_come_from_the_kernel_command_line(dev):
     assert "  Device: /dev/ttyS2\n" in text and "  Speed:  57600 bps\n" in text
     applied = dev.startup.of("tcsetattr")[0]
     assert applied.path == "/dev/ttyS2"
-    assert applied.cflag & (termios.CBAUD if hasattr(termios, "CBAUD") else 0o10017) == termios.B57600
+    assert applied.cflag & CBAUD == termios.B57600
     assert dev.port(1).received == b""
 
 
@@ -137,7 +145,7 @@ def test_start_goes_on_when_dmesg_fails(dev):
     ("cli_console=ttyS2,fast", "Failed to parse cli_console= in kernel cmdline -- using defaults"),
     ("cli_console=tty2,115200", "Failed to parse cli_console= in kernel cmdline -- using defaults"),
     ("x" * 254 + " cli_console=ttyS2,57600", "Failed to find cli_console= in kernel cmdline -- using defaults"),
-])
+], ids=["absent", "no speed", "speed is no number", "no port", "beyond the part that is read"])
 def test_defaults_are_used_when_the_entry_is_missing_or_bad(dev, cmdline, message):
     dev.cmdline(cmdline)
     dev.console = dev.port(1)
@@ -206,7 +214,8 @@ def test_settings_that_cannot_be_applied(dev):
     assert text.startswith("tty_set_termios: tcsetattr(): Input/output error\n"
                            "tty_remap_stdio: tty_set_termios(): ")
     assert errors(text) == ["ERROR: Error in remapping stdio to /dev/ttyS1"]
-    assert [event.path for event in dev.startup.of("tcsetattr")][0] == "/dev/ttyS1", "the fallback is applied"
+    fallback = dev.startup.of("tcsetattr")[0]
+    assert fallback.path == "/dev/ttyS1" and fallback.lflag & termios.ISIG, "what was in force before is applied again"
 
 
 def test_console_without_input_does_not_spin(dev):
@@ -344,7 +353,8 @@ def test_nothing_at_all(dev):
     text = dev.boot()
     assert errors(text) == ["ERROR: Failed to open /proc/cmdline to get cli_console settings",
                             "ERROR: Error in remapping stdio to /dev/ttyS1",
-                            f"ERROR: uboot_env_get_val: popen({READ_MTDPARTS} 2>/dev/null)"]
+                            f"ERROR: uboot_env_get_val: popen({READ_MTDPARTS} 2>/dev/null)",
+                            "ERROR: prodcfg_read: open(/dev/mtd1) error(No such file or directory)"]
     assert dev.boot_console.received.endswith(PROMPT)
     dev.type("affirm")
     assert dev.text_until_prompt().endswith("\naffirm is OFF\n")

@@ -205,7 +205,7 @@ def test_size_is_that_of_the_first_line_with_the_name(dev):
 
 
 def test_partition_without_a_name_that_need_not_be_split(dev):
-    dev.set_partitions(("<NULL>", 64 * MIB, 0x20000))
+    dev.set_partitions(("<NULL>", 64 * MIB, 0x20000), ("prod_config", 0x10000, 0x10000))
     dev.env["mtdparts"] = "atmel_nand:65536k(ubi0),-(user)"
     assert errors(dev.boot()) == []
     assert dev.startup.ioctls == []
