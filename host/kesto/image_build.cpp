@@ -8,24 +8,24 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "image/header.h"
 #include "kesto/image_output.h"
-#include "kesto/image_part.h"
+#include "kesto/part.h"
+#include "kesto/piece_reader.h"
 #include "kesto/report.h"
 #include "kesto/subcommand.h"
-#include "util/checksum.h"
+#include "util/unique_fd.h"
 
 namespace {
 
 struct part_order {
   uint32_t type;
   const char* path;
-  image_part_traits traits;
+  part_traits traits;
 };
 
 struct build_order {
@@ -53,7 +53,7 @@ std::vector<option> long_options() {
       {"rootfs-size-kib", required_argument, nullptr, option_rootfs_size},
       {"total-size-kib", required_argument, nullptr, option_total_size},
   };
-  for (const image_part_option& row : image_part_options) {
+  for (const part_option& row : part_options) {
     options.push_back({row.name, required_argument, nullptr, option_type + static_cast<int>(row.type)});
   }
   options.push_back({});
@@ -114,12 +114,12 @@ class order_reader {
         return take_general_part(text);
       case option_version:
         unused_trait_ = "--version";
-        return image_part_version_from_text(text, &traits_)
+        return part_version_from_text(text, &traits_)
                    ? exit_success
                    : report_error("bad version '%s', one like 3.1.0.0R1 is wanted", text);
       case option_code:
         unused_trait_ = "--code";
-        return image_part_product_code_from_text(text, &traits_)
+        return part_product_code_from_text(text, &traits_)
                    ? exit_success
                    : report_error("bad product code '%s', two printable characters are wanted", text);
       case option_rootfs_size:
@@ -133,9 +133,8 @@ class order_reader {
 
   int take_size(const char* name, const char* text, uint32_t* size) {
     unused_size_ = name;
-    return image_part_size_from_text(text, size)
-               ? exit_success
-               : report_error("bad size '%s', a number of KiB is wanted", text);
+    return part_size_from_text(text, size) ? exit_success
+                                           : report_error("bad size '%s', a number of KiB is wanted", text);
   }
 
   int take_general_part(const char* text) {
@@ -145,7 +144,7 @@ class order_reader {
     }
     const std::string name(text, separator);
     uint32_t type;
-    if (!image_part_type_from_text(name.c_str(), &type)) {
+    if (!part_type_from_text(name.c_str(), &type)) {
       return report_error("unknown contents type '%s'", name.c_str());
     }
     return add_part(type, separator + 1);
@@ -154,17 +153,22 @@ class order_reader {
   int add_part(uint32_t type, const char* path) {
     order_.parts.push_back({type, path, traits_});
     unused_trait_ = nullptr;
-    if (image_part_is_rootfs(type)) {
+    if (part_is_rootfs(type)) {
       unused_size_ = nullptr;
     }
     return exit_success;
   }
 
   build_order& order_;
-  image_part_traits traits_;
+  part_traits traits_;
   const char* unused_trait_ = nullptr;  // option that no part has followed yet
   const char* unused_size_ = nullptr;   // option that no root file system has followed yet
 };
+
+bool refuse_size(const char* path) {
+  report_error("%s: too large, a part holds at most %" PRIu32 " bytes", path, UINT32_MAX);
+  return false;
+}
 
 // Opens a file for reading. The output and what cannot fit a part are refused before anything is written.
 bool open_input(const char* path, const image_output& output, unique_fd& file) {
@@ -179,72 +183,54 @@ bool open_input(const char* path, const image_output& output, unique_fd& file) {
     return false;
   }
   if (S_ISREG(status.st_mode) && status.st_size > int64_t{UINT32_MAX}) {
-    report_error("%s: too large, a part holds at most %" PRIu32 " bytes", path, UINT32_MAX);
-    return false;
+    return refuse_size(path);
   }
   return true;
 }
 
-// Copies one file into the image as it is.
-class contents_copier {
- public:
-  // Result: false after an error.
-  bool copy(const char* path, int file, image_output& output) {
-    for (;;) {
-      const ssize_t count = read(file, piece_.get(), piece_size);
-      if (count == 0) {
-        break;
-      }
-      if (count < 0) {
-        if (errno == EINTR) continue;
-        report_error("%s: read error (%s)", path, strerror(errno));
-        return false;
-      }
-      const auto size = static_cast<size_t>(count);
-      length_ += size;
-      if (length_ > UINT32_MAX) {
-        report_error("%s: too large, a part holds at most %" PRIu32 " bytes", path, UINT32_MAX);
-        return false;
-      }
-      sum_.add(piece_.get(), size);
-      if (!output.append(piece_.get(), size)) {
-        return false;
-      }
+// Copies a file into the image as it is. Result: false after an error.
+bool copy_contents(const char* path, piece_reader& contents, image_output& output, uint32_t* length) {
+  uint64_t total = 0;
+  file_piece piece;
+  int result;
+  while ((result = contents.next(UINT32_MAX, piece)) > 0) {
+    total += piece.size;
+    if (total > UINT32_MAX) {
+      return refuse_size(path);
     }
-    if (length_ == 0) {
-      report_error("%s: is empty", path);
+    if (!output.append(piece.data, piece.size)) {
       return false;
     }
-    return true;
   }
-
-  uint32_t length() const { return static_cast<uint32_t>(length_); }
-  uint32_t checksum() const { return static_cast<uint32_t>(sum_.finish()); }
-
- private:
-  static constexpr size_t piece_size = size_t{256} * 1024;
-
-  std::unique_ptr<uint8_t[]> piece_ = std::make_unique<uint8_t[]>(piece_size);
-  checksum_sum sum_;
-  uint64_t length_ = 0;
-};
+  if (result < 0) {
+    report_error("%s: read error (%s)", path, strerror(errno));
+    return false;
+  }
+  if (total == 0) {
+    report_error("%s: is empty", path);
+    return false;
+  }
+  *length = static_cast<uint32_t>(total);
+  return true;
+}
 
 bool write_part(const part_order& part, int file, bool more, image_output& output) {
   const uint64_t header_offset = output.reserve(image_header_size);
-  contents_copier contents;
-  if (!contents.copy(part.path, file, output)) {
+  piece_reader contents(file);
+  uint32_t length;
+  if (!copy_contents(part.path, contents, output, &length)) {
     return false;
   }
   uint8_t header[image_header_size];
-  image_part_compose_header(header, part.type, part.traits, contents.length(), contents.checksum(), more);
+  part_compose_header(header, part.type, part.traits, length, contents.checksum(), more);
   return output.write_at(header_offset, header, sizeof header);
 }
 
 void warn_of_parts_without_destination(const build_order& order) {
   for (size_t i = 0; i < order.parts.size(); ++i) {
-    if (const uint32_t type = order.parts[i].type; !image_part_has_destination(type)) {
+    if (const uint32_t type = order.parts[i].type; !part_has_destination(type)) {
       report_warning("part %zu: the device has no place for contents of type %s and will refuse this image",
-                     i, image_part_type_name(type));
+                     i, part_type_name(type));
     }
   }
 }
@@ -286,7 +272,7 @@ void print_help() {
       "  -o, --output OUT         the image; replaced only once it is complete\n"
       "\n"
       "Parts:\n");
-  for (const image_part_option& row : image_part_options) {
+  for (const part_option& row : part_options) {
     char name[32];
     snprintf(name, sizeof name, "--%s FILE", row.name);
     printf("  %-24s %s\n", name, row.purpose);

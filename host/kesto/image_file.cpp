@@ -5,16 +5,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
+#include "kesto/piece_reader.h"
 #include "kesto/report.h"
-#include "util/checksum.h"
 
 bool image_file::open(const char* path) {
   path_ = path;
@@ -37,8 +35,9 @@ bool image_file::take_header(image_part& part) const {
   if (left < image_header_size) {
     return fault(part, "header ends after %" PRIu64 " of %" PRIu32 " bytes", left, image_header_size);
   }
-  if (!read(part.offset, part.header, sizeof part.header)) {
-    return false;
+  const ssize_t count = pread(file_.get(), part.header, sizeof part.header, static_cast<off_t>(part.offset));
+  if (count != static_cast<ssize_t>(sizeof part.header)) {
+    return read_failed(count < 0 ? errno : ENODATA);
   }
   return image_header_verify(part.header, sizeof part.header, 0) != 0 || fault(part, "bad header");
 }
@@ -49,18 +48,18 @@ bool image_file::holds_contents(const image_part& part) const {
 }
 
 bool image_file::sum_contents(const image_part& part, uint32_t* checksum) const {
-  constexpr size_t piece_size = size_t{256} * 1024;
-  const auto piece = std::make_unique<uint8_t[]>(piece_size);
-  checksum_sum sum;
-  for (uint64_t offset = part.contents_offset(); offset < part.end();) {
-    const auto size = static_cast<size_t>(std::min<uint64_t>(piece_size, part.end() - offset));
-    if (!read(offset, piece.get(), size)) {
-      return false;
-    }
-    sum.add(piece.get(), size);
-    offset += size;
+  if (lseek(file_.get(), static_cast<off_t>(part.contents_offset()), SEEK_SET) < 0) {
+    return read_failed(errno);
   }
-  *checksum = static_cast<uint32_t>(sum.finish());
+  piece_reader contents(file_.get());
+  file_piece piece;
+  for (uint64_t left = part.length(); left != 0; left -= piece.size) {
+    const int result = contents.next(left, piece);
+    if (result <= 0) {
+      return read_failed(result < 0 ? errno : ENODATA);
+    }
+  }
+  *checksum = contents.checksum();
   return true;
 }
 
@@ -74,18 +73,7 @@ bool image_file::fault(const image_part& part, const char* format, ...) const {
   return false;
 }
 
-bool image_file::read(uint64_t offset, void* buffer, size_t size) const {
-  auto* bytes = static_cast<uint8_t*>(buffer);
-  while (size != 0) {
-    const ssize_t count = pread(file_.get(), bytes, size, static_cast<off_t>(offset));
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) {
-      report_error("%s: read error (%s)", path_, count == 0 ? "the file became shorter" : strerror(errno));
-      return false;
-    }
-    bytes += count;
-    offset += static_cast<uint64_t>(count);
-    size -= static_cast<size_t>(count);
-  }
-  return true;
+bool image_file::read_failed(int error) const {
+  report_error("%s: read error (%s)", path_, strerror(error));
+  return false;
 }

@@ -2,7 +2,6 @@
 // any computer, because nothing is mapped.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 #include "image/header.h"
@@ -38,7 +37,7 @@ class image_file {
   bool fault(const image_part& part, const char* format, ...) const __attribute__((format(printf, 3, 4)));
 
  private:
-  bool read(uint64_t offset, void* buffer, size_t size) const;
+  bool read_failed(int error) const;
 
   const char* path_ = nullptr;
   unique_fd file_;

@@ -37,7 +37,7 @@ void remove_unfinished_on_signals() {
 }
 
 bool is_zero(const uint8_t* data, size_t size) {
-  return size == 0 || (data[0] == 0 && memcmp(data, data + 1, size - 1) == 0);
+  return data[0] == 0 && memcmp(data, data + 1, size - 1) == 0;
 }
 
 }  // namespace
@@ -87,15 +87,16 @@ bool image_output::create() {
   return true;
 }
 
-uint64_t image_output::reserve(size_t size) {
+uint64_t image_output::reserve(uint64_t size) {
   const uint64_t offset = size_;
   size_ += size;
   return offset;
 }
 
-bool image_output::append(const uint8_t* data, size_t size) {
+bool image_output::append(const uint8_t* data, uint64_t size) {
   const uint64_t offset = reserve(size);
-  return is_zero(data, size) || write_at(offset, data, size);
+  const auto count = static_cast<size_t>(size);
+  return data == nullptr || is_zero(data, count) || write_at(offset, data, count);
 }
 
 bool image_output::write_at(uint64_t offset, const uint8_t* data, size_t size) {

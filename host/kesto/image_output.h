@@ -26,9 +26,10 @@ class image_output {
   /// Creates the file under its temporary name. Result: false after an error. All further results alike.
   bool create();
   /// Leaves `size` bytes to write_at(). Result: their offset.
-  uint64_t reserve(size_t size);
-  /// Writes behind all that is there. Zeros become a hole where the file system knows holes.
-  bool append(const uint8_t* data, size_t size);
+  uint64_t reserve(uint64_t size);
+  /// Writes behind all that is there, zeros if `data` is null. Zeros become a hole where the file system has
+  /// them.
+  bool append(const uint8_t* data, uint64_t size);
   bool write_at(uint64_t offset, const uint8_t* data, size_t size);
   /// Gives the file its name.
   bool finish();

@@ -2,9 +2,8 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "image/destination.h"
 #include "kesto/image_file.h"
-#include "kesto/image_part.h"
+#include "kesto/part.h"
 #include "kesto/report.h"
 #include "kesto/subcommand.h"
 
@@ -12,17 +11,9 @@ namespace {
 
 bool has_destination(const image_file& image, const image_part& part) {
   const uint32_t type = part.get(image_field_contents_type);
-  if (!image_part_has_destination(type)) {
-    return image.fault(part, "the device has no place for contents of type %" PRIu32 " (%s)", type,
-                       image_part_type_name(type));
-  }
-  // Whether its UBI partition has the erase blocks that these were made for, only a device knows.
-  if (type == image_contents_rootfs_ubifs_16keb || type == image_contents_rootfs_ubifs_128keb) {
-    return true;
-  }
-  return image_validate_destination(type) != 0 ||
-         image.fault(part, "the device refuses contents of type %" PRIu32 " (%s)", type,
-                     image_part_type_name(type));
+  return part_has_destination(type) ||
+         image.fault(part, "the device has no place for contents of type %" PRIu32 " (%s)", type,
+                     part_type_name(type));
 }
 
 bool has_right_checksum(const image_file& image, const image_part& part) {

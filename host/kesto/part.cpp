@@ -1,14 +1,15 @@
-// See image_part.h.
-#include "kesto/image_part.h"
+// See part.h.
+#include "kesto/part.h"
 
 #include <cctype>
 #include <charconv>
 #include <cstring>
 
+#include "image/destination.h"
 #include "image/header.h"
 #include "mtd/partition_table.h"
 
-const image_part_option image_part_options[image_part_option_count] = {
+const part_option part_options[part_option_count] = {
     {"bootstrap", image_contents_bootstrap, "first stage loader"},
     {"bootloader", image_contents_bootloader, "boot loader"},
     {"boot-env", image_contents_boot_env, "boot environment, taken by a clean device only"},
@@ -39,8 +40,8 @@ bool is_none(const char* text) {
 
 }  // namespace
 
-bool image_part_type_from_text(const char* text, uint32_t* type) {
-  for (const image_part_option& row : image_part_options) {
+bool part_type_from_text(const char* text, uint32_t* type) {
+  for (const part_option& row : part_options) {
     if (strcmp(text, row.name) == 0) {
       *type = row.type;
       return true;
@@ -52,10 +53,10 @@ bool image_part_type_from_text(const char* text, uint32_t* type) {
       return true;
     }
   }
-  return image_part_size_from_text(text, type) && *type < image_contents_count;
+  return part_size_from_text(text, type) && *type < image_contents_count;
 }
 
-bool image_part_version_from_text(const char* text, image_part_traits* traits) {
+bool part_version_from_text(const char* text, part_traits* traits) {
   uint8_t version[6] = {};
   if (!is_none(text)) {
     for (int i = 0; i < 4; ++i) {
@@ -77,7 +78,7 @@ bool image_part_version_from_text(const char* text, image_part_traits* traits) {
   return true;
 }
 
-bool image_part_product_code_from_text(const char* text, image_part_traits* traits) {
+bool part_product_code_from_text(const char* text, part_traits* traits) {
   if (is_none(text)) {
     memset(traits->product_code, 0, sizeof traits->product_code);
     return true;
@@ -92,26 +93,33 @@ bool image_part_product_code_from_text(const char* text, image_part_traits* trai
   return true;
 }
 
-bool image_part_size_from_text(const char* text, uint32_t* size) {
+bool part_size_from_text(const char* text, uint32_t* size) {
   const char* end = take_number(text, size);
   return end != nullptr && *end == '\0';
 }
 
-bool image_part_is_rootfs(uint32_t type) {
+bool part_is_rootfs(uint32_t type) {
   return image_contents_type_to_mtd_image_type(type) == mtd_image_rootfs;
 }
 
-bool image_part_has_destination(uint32_t type) {
-  const int image = image_contents_type_to_mtd_image_type(type);
-  return image != mtd_image_none && mtd_get_by_image_and_bank(nullptr, image, mtd_bank_any) != nullptr;
+bool part_has_destination(uint32_t type) {
+  if (mtd_get_by_image_and_bank(nullptr, image_contents_type_to_mtd_image_type(type), mtd_bank_any) ==
+      nullptr) {
+    return false;
+  }
+  // For these the device looks at the erase blocks of its UBI partition, which are not to be seen here.
+  if (type == image_contents_rootfs_ubifs_16keb || type == image_contents_rootfs_ubifs_128keb) {
+    return true;
+  }
+  return image_validate_destination(type) != 0;
 }
 
-const char* image_part_type_name(uint32_t type) {
+const char* part_type_name(uint32_t type) {
   return type < image_contents_count ? contents_type_names[type] : "unknown";
 }
 
-void image_part_compose_header(uint8_t* header, uint32_t type, const image_part_traits& traits,
-                               uint32_t length, uint32_t checksum, bool more) {
+void part_compose_header(uint8_t* header, uint32_t type, const part_traits& traits, uint32_t length,
+                         uint32_t checksum, bool more) {
   memset(header, 0, image_header_size);
   memcpy(header + image_field_id, image_header_id, sizeof image_header_id);
   memcpy(header + image_field_contents_version, traits.version, sizeof traits.version);
@@ -123,7 +131,7 @@ void image_part_compose_header(uint8_t* header, uint32_t type, const image_part_
   image_header_set(header, image_field_contents_checksum, checksum);
   image_header_set(header, image_field_contents_final_checksum, checksum);
   image_header_set(header, image_field_next_header_flag, more ? 1 : 0);
-  if (image_part_is_rootfs(type)) {
+  if (part_is_rootfs(type)) {
     image_header_set(header, image_field_rootfs_size_kib, traits.rootfs_size_kib);
     image_header_set(header, image_field_total_size_kib, traits.total_size_kib);
   }

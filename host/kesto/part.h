@@ -4,18 +4,18 @@
 #include <cstdint>
 
 /// A contents type with an option of its own.
-struct image_part_option {
+struct part_option {
   const char* name;     // "--NAME FILE"
   uint32_t type;        // image_contents
   const char* purpose;  // what the file holds
 };
 
 /// One for every contents type that the device takes, in the order of the types.
-constexpr int image_part_option_count = 10;
-extern const image_part_option image_part_options[image_part_option_count];
+constexpr int part_option_count = 10;
+extern const part_option part_options[part_option_count];
 
 /// What the header of a part says besides what follows from its contents.
-struct image_part_traits {
+struct part_traits {
   uint8_t version[6] = {};       // all zero = none
   uint8_t product_code[2] = {};  // zero = none
   uint32_t rootfs_size_kib = 0;  // both only in root file system parts, 0 = the device's default
@@ -24,26 +24,27 @@ struct image_part_traits {
 
 /// Result: true with `*type` set when `text` is the name of an option, a name of contents_type_names or a
 /// number below image_contents_count.
-bool image_part_type_from_text(const char* text, uint32_t* type);
+bool part_type_from_text(const char* text, uint32_t* type);
 
 /// Each reads one trait, "none" being the empty one. Result: false when `text` does not have the form
 /// A.B.C.DxN (a letter between numbers up to 255), or is not two printable characters.
-bool image_part_version_from_text(const char* text, image_part_traits* traits);
-bool image_part_product_code_from_text(const char* text, image_part_traits* traits);
+bool part_version_from_text(const char* text, part_traits* traits);
+bool part_product_code_from_text(const char* text, part_traits* traits);
 
 /// Reads a decimal number of 32 bits, digits only. Result: false when `text` is none.
-bool image_part_size_from_text(const char* text, uint32_t* size);
+bool part_size_from_text(const char* text, uint32_t* size);
 
 /// Result: true for the types that become a root file system.
-bool image_part_is_rootfs(uint32_t type);
+bool part_is_rootfs(uint32_t type);
 
-/// Result: true when the device has a place for contents of this type. Says nothing.
-bool image_part_has_destination(uint32_t type);
+/// Result: true when every device has a place for contents of this type, or those devices that have the erase
+/// blocks that a UBIFS image was made for; else false, after the device's error if it has words for it.
+bool part_has_destination(uint32_t type);
 
 /// Result: the name of the type on the device, "unknown" for none.
-const char* image_part_type_name(uint32_t type);
+const char* part_type_name(uint32_t type);
 
 /// Fills the 256 bytes of `header`: `length` bytes of contents with `checksum`, `more` when another part
 /// follows. Reserved bytes are zero.
-void image_part_compose_header(uint8_t* header, uint32_t type, const image_part_traits& traits,
-                               uint32_t length, uint32_t checksum, bool more);
+void part_compose_header(uint8_t* header, uint32_t type, const part_traits& traits, uint32_t length,
+                         uint32_t checksum, bool more);

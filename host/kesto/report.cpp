@@ -43,9 +43,9 @@ int report_usage(const char* command, const char* format, ...) {
 
 int report_bad_option(const char* command, int getopt_result, char** arguments) {
   const char* what = getopt_result == ':' ? "needs a value" : "is not known here";
-  // A short option may stand anywhere in a word, of a long one the whole word is shown.
-  if (optopt > 0 && optopt < 0x80) {
-    return report_usage(command, "option '-%c' %s", optopt, what);
+  const char* word = arguments[optind - 1];
+  if (word[0] == '-' && word[1] == '-') {
+    return report_usage(command, "option '%s' %s", word, what);
   }
-  return report_usage(command, "option '%s' %s", arguments[optind - 1], what);
+  return report_usage(command, "option '-%c' %s", optopt, what);
 }
