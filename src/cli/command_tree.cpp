@@ -7,7 +7,9 @@
 #include "cli/history.h"
 #include "flash/commands.h"
 #include "gpiolib/commands.h"
+#include "image/network_commands.h"
 #include "image/serial_commands.h"
+#include "net/commands.h"
 #include "opmode/commands.h"
 #include "prodcfg/commands.h"
 #include "tty/commands.h"
@@ -27,7 +29,7 @@ constexpr const command_record* commands_file_upload = commands_serial;
 constexpr command_record commands_file_download[] = {
     {.name = "network", .usage = "<ip_addr> <file_remote> [<file_local>]",
      .help = "Download a file via network tftp (default local path /tmp)",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_file_download_network},
     {.name = "serial", .usage = "<file_local> [<port> [<rate>]]",
      .help = "Download a file via serial (default local path /tmp)",
      .handler = cmd_file_download_serial},
@@ -37,7 +39,7 @@ constexpr command_record commands_flash_download[] = {
     {.name = "network", .usage = "[<bank>] <ip_addr> <filename>",
      .help = "Download an image via network and flash to a bank\n"
              "      <bank> = 1|2|single",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_flash_download_network},
     {.name = "serial", .usage = "[<bank> [<port> [<rate>]]]",
      .help = "Download an image via serial and flash to a bank\n"
              "      <bank> = 1|2|single",
@@ -57,7 +59,7 @@ constexpr command_record commands_network_ethernet[] = {
              "      10f = 10 Mbps, Full Duplex (autoneg off)\n"
              "      100h = 100 Mbps, Half Duplex (autoneg off)\n"
              "      100f = 100 Mbps, Full Duplex (autoneg off)",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_network_ethernet_link},
     {.name = "start", .usage = "[<if_name>] [<ip_addr> <netmask> [<gateway>]]",
      .help = "Start the ethernet network\n"
              "      <if_name> = interface name (default eth0)\n"
@@ -65,11 +67,11 @@ constexpr command_record commands_network_ethernet[] = {
              "      <netmask> = Netmask to configure locally\n"
              "      <gateway> = IP Address of gateway\n"
              "    With no network parameters, DHCP will be used",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_network_ethernet_start},
     {.name = "stop", .usage = "[<if_name>]",
      .help = "Stop the ethernet network\n"
              "      <if_name> = interface name (default eth0)",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_network_ethernet_stop},
 };
 
 constexpr command_record commands_set_bootenv[] = {
@@ -238,11 +240,11 @@ constexpr command_record commands_network[] = {
     {.name = "info", .usage = "[<if_name>]",
      .help = "Display network info\n"
              "      <if_name> = interface name (default all)",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_network_info},
     {.name = "ping", .usage = "[<if_name>] <ip_addr>",
      .help = "Ping a node on the network\n"
              "      <if_name> = interface name (defaults to first found running)",
-     .handler = cmd_not_yet_implemented},
+     .handler = cmd_network_ping},
 };
 
 constexpr command_record commands_set[] = {

@@ -2,6 +2,7 @@
 #include "cli/builtins.h"
 #include "cli/line_editor.h"
 #include "mtd/startup.h"
+#include "net/interface.h"
 #include "opmode/discover.h"
 #include "prodcfg/record.h"
 #include "tty/console.h"
@@ -20,6 +21,7 @@ int main() {
   mtd_init();
   prodcfg_init();
   opmode_discover();
+  net_init();
   print_banner();
   log_printf(level_plain, "Copyright (c) Zentavio. All rights reserved.\n");
   opmode_print();
