@@ -1,0 +1,17 @@
+// What an analysis finds in a partition: first byte the kind, the rest the contents.
+#include "flash/analysis.h"
+#include "fuzz_input.h"
+#include "mtd/partition_table.h"
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  run_all_messages_silently();
+  if (size == 0) {
+    return 0;
+  }
+  // The kinds that are told by their bytes alone; the others run tools or ask the flash driver.
+  constexpr int kinds[] = {mtd_image_bootstrap, mtd_image_bootloader, mtd_image_kernel,
+                           mtd_image_config_loader};
+  flash_analysis record = {};
+  flash_analyze(input_file(data + 1, size - 1).path(), kinds[data[0] % 4], mtd_format_uimage, &record);
+  return 0;
+}
