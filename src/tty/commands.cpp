@@ -148,6 +148,8 @@ void cmd_set_console() {
   if (!arguments.take_all()) {
     return;
   }
+  // Records are copied and zeroed whole, padding included.
+  // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
   if (memcmp(&arguments.candidate, &tty_cli, sizeof tty_cli) == 0) {
     log_printf(level_plain, "<no change>\n");
     _print_done_success_failure(1);

@@ -26,8 +26,8 @@ int ubi_get_mtd_size_from_env(const char* ubi_dev_name, uint32_t* size_kib) {
   unsigned kib = 0;
   // The first text takes all up to white space, the closing part included, so exactly two conversions are
   // what a good value gives.
-  // NOLINTNEXTLINE(cert-err34-c): an overflowing size wraps and is compared with the flash's size
   if (uboot_env_get_val(variable, value, sizeof value) != 0 &&
+      // NOLINTNEXTLINE(cert-err34-c): an overflowing size is compared with the flash's size
       sscanf(value, "atmel_nand:%uk(%255s),-(%255s)", &kib, rest, unused) == 2 &&
       strncmp(rest, ubi_dev_name, strlen(ubi_dev_name)) == 0) {
     *size_kib = kib;
