@@ -50,11 +50,12 @@ image_output::~image_output() {
 }
 
 bool image_output::failed(const char* what) const {
-  report_error("%s: %s error (%s)", path_.c_str(), what, strerror(errno));
+  report_error("%s: %s error (%s)", name_, what, strerror(errno));
   return false;
 }
 
 bool image_output::choose(const char* path) {
+  name_ = path;
   path_ = path;
   if (stat(path, &replaced_) != 0) {
     replaced_ = {};

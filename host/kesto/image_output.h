@@ -39,6 +39,7 @@ class image_output {
  private:
   bool failed(const char* what) const;
 
+  const char* name_ = nullptr;  // as given, for messages
   std::string path_;
   std::string temporary_path_;  // empty while there is no such file
   struct stat replaced_ = {};   // st_nlink is 0 when nothing is replaced
