@@ -60,40 +60,40 @@ bool wait_for_push(int ms) {
 }  // namespace
 
 int ctrl_urst_disable() {
-  return request_urst(__func__, VEXO_CTRL_IOC_URST_DISABLE, 0, "URST_DISABLE");
+  return request_urst(__func__, ctrl_request_urst_disable, 0, "URST_DISABLE");
 }
 
 int ctrl_urst_enable() {
-  return request_urst(__func__, VEXO_CTRL_IOC_URST_ENABLE, 0, "URST_ENABLE");
+  return request_urst(__func__, ctrl_request_urst_enable, 0, "URST_ENABLE");
 }
 
 int ctrl_urst_status(uint32_t* out) {
-  return request_urst(__func__, VEXO_CTRL_IOCG_URST_STATUS, reinterpret_cast<unsigned long>(out),
+  return request_urst(__func__, ctrl_request_urst_status, reinterpret_cast<unsigned long>(out),
                       "URST_STATUS");
 }
 
 int ctrl_erst_assert() {
-  return switch_line(VEXO_CTRL_IOC_ERST_ASSERT, "Asserting external reset signal", "ioctl(ERST_ASSERT)");
+  return switch_line(ctrl_request_erst_assert, "Asserting external reset signal", "ioctl(ERST_ASSERT)");
 }
 
 int ctrl_ethphy_powerdown() {
-  return switch_line(VEXO_CTRL_IOC_ETH_POWERDOWN, "Powering down 3V3_PHY rail", "ioctl(ETH_POWERDOWN)");
+  return switch_line(ctrl_request_eth_powerdown, "Powering down 3V3_PHY rail", "ioctl(ETH_POWERDOWN)");
 }
 
 int ctrl_ethphy_powerup() {
-  return switch_line(VEXO_CTRL_IOC_ETH_POWERUP, "Powering up 3V3_PHY rail", "ioctl(ETH_POWERUP)");
+  return switch_line(ctrl_request_eth_powerup, "Powering up 3V3_PHY rail", "ioctl(ETH_POWERUP)");
 }
 
 int ctrl_wlan_powerdown() {
-  return switch_line(VEXO_CTRL_IOC_WL_POWERDOWN, "Powering down 3V3_WL rail", "ioctl(WL_POWERDOWN)");
+  return switch_line(ctrl_request_wl_powerdown, "Powering down 3V3_WL rail", "ioctl(WL_POWERDOWN)");
 }
 
 int ctrl_wlan_powerup() {
-  return switch_line(VEXO_CTRL_IOC_WL_POWERUP, "Powering up 3V3_WL rail", "ioctl(WL_POWERUP)");
+  return switch_line(ctrl_request_wl_powerup, "Powering up 3V3_WL rail", "ioctl(WL_POWERUP)");
 }
 
 int ctrl_sleep(unsigned long argument) {
-  return request_urst(__func__, VEXO_CTRL_IOCG_URST_STATUS, argument, "URST_STATUS");
+  return request_urst(__func__, ctrl_request_urst_status, argument, "URST_STATUS");
 }
 
 int ctrl_test_nresetin(int ms) {

@@ -22,18 +22,19 @@ static_assert(offsetof(ctrl_pin_request, bus_flags) == 11 && offsetof(ctrl_pin_r
 
 /// Requests that carry no data take the argument 0. "urst" is the user reset input, "erst" the external reset
 /// output.
-constexpr unsigned long VEXO_CTRL_IOC_URST_DISABLE = 0x4C01;
-constexpr unsigned long VEXO_CTRL_IOC_URST_ENABLE = 0x4C02;
-constexpr unsigned long VEXO_CTRL_IOCG_URST_STATUS = 0x80044C03;  // stores 32 bits
-constexpr unsigned long VEXO_CTRL_IOC_ERST_ASSERT = 0x4C04;
-constexpr unsigned long VEXO_CTRL_IOC_ETH_POWERDOWN = 0x4C05;
-constexpr unsigned long VEXO_CTRL_IOC_ETH_POWERUP = 0x4C06;
-constexpr unsigned long VEXO_CTRL_IOC_WL_POWERDOWN = 0x4C07;
-constexpr unsigned long VEXO_CTRL_IOC_WL_POWERUP = 0x4C08;
-constexpr unsigned long VEXO_CTRL_IOCS_PIN_MODE = 0x40144C0A;  // takes a ctrl_pin_request
+constexpr unsigned long ctrl_request_urst_disable = 0x4C01;
+constexpr unsigned long ctrl_request_urst_enable = 0x4C02;
+constexpr unsigned long ctrl_request_urst_status = 0x80044C03;  // stores 32 bits
+constexpr unsigned long ctrl_request_erst_assert = 0x4C04;
+constexpr unsigned long ctrl_request_eth_powerdown = 0x4C05;
+constexpr unsigned long ctrl_request_eth_powerup = 0x4C06;
+constexpr unsigned long ctrl_request_wl_powerdown = 0x4C07;
+constexpr unsigned long ctrl_request_wl_powerup = 0x4C08;
+/// Takes a ctrl_pin_request. It has the driver's own name, which messages quote.
+constexpr unsigned long VEXO_CTRL_IOCS_PIN_MODE = 0x40144C0A;  // NOLINT(readability-identifier-naming)
 
-static_assert(VEXO_CTRL_IOC_URST_DISABLE == _IO('L', 1));
-static_assert(VEXO_CTRL_IOCG_URST_STATUS == _IOR('L', 3, uint32_t));
+static_assert(ctrl_request_urst_disable == _IO('L', 1) && ctrl_request_wl_powerup == _IO('L', 8));
+static_assert(ctrl_request_urst_status == _IOR('L', 3, uint32_t));
 static_assert(VEXO_CTRL_IOCS_PIN_MODE == _IOW('L', 10, ctrl_pin_request));
 
 /// The node.

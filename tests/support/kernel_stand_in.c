@@ -197,22 +197,28 @@ static size_t argument_size(unsigned long request) {
   }
 }
 
+/* Some callers send a number where the request has room for a pointer; the first page never holds anything.
+ */
+static bool is_pointer(const void* argument) {
+  return (uintptr_t)argument >= 4096;
+}
+
 /* The bytes of a request: what the argument points to, and for the two requests whose record points on, what
  * that points to. */
 static void event_argument(struct event* event, unsigned long request, const void* argument) {
   size_t size = argument_size(request);
-  if (request == MTD_CREATE && argument != NULL) {
+  if (request == MTD_CREATE && is_pointer(argument)) {
     const struct creation* creation = argument;
     uint32_t count = creation->count < 64 ? creation->count : 64;
     event_field_hex(event, creation->partitions, count * sizeof(struct new_partition));
-  } else if (request == SIOCETHTOOL && argument != NULL) {
+  } else if (request == SIOCETHTOOL && is_pointer(argument)) {
     const struct ifreq* ifreq = argument;
     unsigned char bytes[IFNAMSIZ + 44];
     size_t record = *(const uint32_t*)(const void*)ifreq->ifr_data == 0xA ? 8 : 44;
     memcpy(bytes, ifreq->ifr_name, IFNAMSIZ);
     memcpy(bytes + IFNAMSIZ, ifreq->ifr_data, record);
     event_field_hex(event, bytes, IFNAMSIZ + record);
-  } else if (size > 0 && argument != NULL) {
+  } else if (size > 0 && is_pointer(argument)) {
     event_field_hex(event, argument, size);
   } else {
     event_fieldf(event, "%lx", (unsigned long)argument);
