@@ -1,0 +1,229 @@
+// The boot environment through its tools: command lines to the byte, values cut, every failure.
+#include "bootenv/environment.h"
+
+#include "loader_test.h"
+
+namespace {
+
+// ---------------------------------------------------------------------------------------------- writing
+
+class uboot_env_set_val_test : public loader_test {};
+
+TEST_F(uboot_env_set_val_test, hides_the_tools_output_below_verbosity_six) {
+  for (log_level = 3; log_level <= 5; log_level++) {
+    root.forget();
+    EXPECT_EQ(uboot_env_set_val("bootbank", "2"), 1);
+    EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/fw_setenv bootbank 2 > /dev/null 2>&1"}));
+  }
+  EXPECT_EQ(root.env()["bootbank"], "2");
+  EXPECT_EQ(root.printed(), "");
+}
+
+TEST_F(uboot_env_set_val_test, shows_the_tools_output_from_verbosity_six_on) {
+  root.answer("fw_setenv", {.out = "said\n", .err = "warned\n"});
+  EXPECT_EQ(uboot_env_set_val("bootbank", "2"), 1);
+  EXPECT_EQ(root.printed(), "");
+  root.forget();
+  log_level = 6;
+  EXPECT_EQ(uboot_env_set_val("bootbank", "2"), 1);
+  EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/fw_setenv bootbank 2 "}));
+  EXPECT_EQ(root.printed(), "VERBOSE: system(/usr/sbin/fw_setenv bootbank 2 )\nwarned\nsaid\n");
+}
+
+TEST_F(uboot_env_set_val_test, empty_and_null_values_delete_the_variable) {
+  for (const char* value : {"", static_cast<const char*>(nullptr)}) {
+    root.set_env("bootcmd", "run flashboot");
+    root.forget();
+    EXPECT_EQ(uboot_env_set_val("bootcmd", value), 1);
+    EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/fw_setenv bootcmd  > /dev/null 2>&1"}));
+    EXPECT_FALSE(root.env().contains("bootcmd"));
+    char buffer[32];
+    EXPECT_EQ(uboot_env_get_val("bootcmd", buffer, sizeof buffer), 0);
+  }
+}
+
+TEST_F(uboot_env_set_val_test, blanks_in_a_value_reach_the_tool_as_separate_words) {
+  EXPECT_EQ(uboot_env_set_val("bootcmd", "run flashboot"), 1);
+  EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/fw_setenv bootcmd run flashboot > /dev/null 2>&1"}));
+  EXPECT_EQ(root.ran(), lines({"/usr/sbin/fw_setenv bootcmd run flashboot"}));
+  EXPECT_EQ(root.env()["bootcmd"], "run flashboot");
+}
+
+TEST_F(uboot_env_set_val_test, without_a_name_nothing_is_run) {
+  EXPECT_EQ(uboot_env_set_val(nullptr, "x"), 0);
+  EXPECT_EQ(uboot_env_set_val("", "x"), 0);
+  EXPECT_EQ(root.shell_lines(), lines());
+  EXPECT_EQ(root.printed(), "");
+}
+
+TEST_F(uboot_env_set_val_test, a_failing_tool_is_the_runners_error) {
+  root.answer("fw_setenv", {.status = 1, .err = "hidden\n"});
+  EXPECT_EQ(uboot_env_set_val("bootbank", "2"), 0);
+  EXPECT_EQ(root.printed(),
+            "ERROR: system(/usr/sbin/fw_setenv bootbank 2 > /dev/null 2>&1) sys_rc=256 exitstatus=1\n");
+}
+
+TEST_F(uboot_env_set_val_test, a_line_that_does_not_fit_is_refused_not_cut) {
+  const size_t frame = strlen("/usr/sbin/fw_setenv name  > /dev/null 2>&1");
+  const std::string longest(255 - frame, 'v');
+  EXPECT_EQ(uboot_env_set_val("name", longest.c_str()), 1);
+  EXPECT_EQ(root.env()["name"], longest);
+  root.forget();
+  EXPECT_EQ(uboot_env_set_val("name", (longest + "v").c_str()), 0);
+  EXPECT_EQ(root.shell_lines(), lines());
+  EXPECT_TRUE(root.printed().starts_with("ERROR: "));
+}
+
+TEST_F(uboot_env_set_val_test, traces_itself_and_the_runner) {
+  log_level = 7;
+  EXPECT_EQ(uboot_env_set_val("a", "b"), 1);
+  EXPECT_EQ(
+      root.printed(),
+      "TRACE: uboot_env_set_val:\nTRACE: exec_system_cmd:\nVERBOSE: system(/usr/sbin/fw_setenv a b )\n");
+}
+
+// ---------------------------------------------------------------------------------------------- reading
+
+class uboot_env_get_val_test : public loader_test {
+ protected:
+  // Result and text of a read into a buffer of `size` bytes.
+  std::pair<int, std::string> get(const char* name, size_t size = 64) {
+    std::string buffer(size, '?');
+    const int result = uboot_env_get_val(name, buffer.data(), size);
+    EXPECT_NE(buffer.find('\0'), std::string::npos) << "not terminated";
+    return {result, buffer.c_str()};
+  }
+  using outcome = std::pair<int, std::string>;
+};
+
+TEST_F(uboot_env_get_val_test, reads_the_bare_value) {
+  root.set_env("bootcmd", "run flashboot");
+  EXPECT_EQ(get("bootcmd"), outcome(1, "run flashboot"));
+  EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/fw_printenv -n bootcmd 2>/dev/null"}));
+  EXPECT_EQ(root.printed(), "");
+}
+
+TEST_F(uboot_env_get_val_test, a_missing_variable_gives_zero_silently) {
+  EXPECT_EQ(get("nothing"), outcome(0, ""));
+  EXPECT_EQ(root.printed(), "");
+  log_level = 6;
+  EXPECT_EQ(get("nothing"), outcome(0, ""));
+  EXPECT_EQ(root.printed(), "VERBOSE: uboot_env_get_val: pclose() exit status=1\n");
+}
+
+TEST_F(uboot_env_get_val_test, an_empty_value_gives_zero) {
+  root.set_env("empty", "");
+  EXPECT_EQ(get("empty"), outcome(0, ""));
+  root.answer("fw_printenv", {.out = ""});
+  EXPECT_EQ(get("empty"), outcome(0, ""));
+}
+
+TEST_F(uboot_env_get_val_test, a_long_value_is_cut_to_two_less_than_the_buffer) {
+  root.set_env("name", "0123456789");
+  EXPECT_EQ(get("name", 12), outcome(1, "0123456789"));
+  EXPECT_EQ(get("name", 11), outcome(1, "012345678"));
+  EXPECT_EQ(get("name", 4), outcome(1, "01"));
+  EXPECT_EQ(get("name", 3), outcome(1, "0"));
+  EXPECT_EQ(get("name", 2), outcome(0, ""));
+  EXPECT_EQ(get("name", 1), outcome(0, ""));
+}
+
+TEST_F(uboot_env_get_val_test, only_the_first_line_counts_with_or_without_its_end) {
+  root.answer("fw_printenv", {.times = 1, .out = "first\nsecond\n"});
+  EXPECT_EQ(get("name"), outcome(1, "first"));
+  root.answer("fw_printenv", {.times = 1, .out = "unended"});
+  EXPECT_EQ(get("name"), outcome(1, "unended"));
+  root.answer("fw_printenv", {.times = 1, .out = "\nsecond\n"});
+  EXPECT_EQ(get("name"), outcome(0, ""));
+}
+
+TEST_F(uboot_env_get_val_test, the_tools_complaints_are_discarded) {
+  root.answer("fw_printenv", {.out = "value\n", .err = "Warning: Bad CRC\n"});
+  EXPECT_EQ(get("name"), outcome(1, "value"));
+  EXPECT_EQ(root.printed(), "");
+}
+
+TEST_F(uboot_env_get_val_test, a_failing_tool_gives_zero_whatever_it_printed) {
+  root.answer("fw_printenv", {.status = 3, .out = "value\n"});
+  log_level = 6;
+  EXPECT_EQ(get("name").first, 0);
+  EXPECT_EQ(root.printed(), "VERBOSE: uboot_env_get_val: pclose() exit status=3\n");
+}
+
+TEST_F(uboot_env_get_val_test, a_killed_tool_gives_zero) {
+  root.fail_call("pclose", {.error = 0, .result = 9});
+  log_level = 6;
+  EXPECT_EQ(get("bootbank").first, 0);
+  EXPECT_EQ(root.printed(), "VERBOSE: uboot_env_get_val: pclose() unclean exit\n");
+  descriptors_++;  // of the pipe that was never closed
+}
+
+TEST_F(uboot_env_get_val_test, a_tool_that_cannot_be_started_is_an_error) {
+  root.fail_call("popen", {.error = EMFILE});
+  EXPECT_EQ(get("bootcmd"), outcome(0, ""));
+  EXPECT_EQ(root.printed(),
+            "ERROR: uboot_env_get_val: popen(/usr/sbin/fw_printenv -n bootcmd 2>/dev/null)\n");
+}
+
+TEST_F(uboot_env_get_val_test, without_buffer_size_or_name_nothing_is_run) {
+  char buffer[8] = "kept";
+  EXPECT_EQ(uboot_env_get_val("name", nullptr, 8), 0);
+  EXPECT_EQ(uboot_env_get_val("name", buffer, 0), 0);
+  EXPECT_EQ(uboot_env_get_val(nullptr, buffer, 8), 0);
+  EXPECT_EQ(uboot_env_get_val("", buffer, 8), 0);
+  EXPECT_STREQ(buffer, "kept");
+  EXPECT_EQ(root.shell_lines(), lines());
+}
+
+TEST_F(uboot_env_get_val_test, a_line_that_does_not_fit_128_bytes_is_refused_not_cut) {
+  const std::string longest(127 - strlen("/usr/sbin/fw_printenv -n  2>/dev/null"), 'n');
+  root.set_env(longest, "value");
+  EXPECT_EQ(get(longest.c_str()), outcome(1, "value"));
+  root.forget();
+  EXPECT_EQ(get((longest + "n").c_str()), outcome(0, ""));
+  EXPECT_EQ(root.shell_lines(), lines());
+  EXPECT_TRUE(root.printed().starts_with("ERROR: "));
+}
+
+TEST_F(uboot_env_get_val_test, nothing_is_cached) {
+  EXPECT_EQ(get("bootbank"), outcome(1, "1"));
+  root.set_env("bootbank", "2");
+  EXPECT_EQ(get("bootbank"), outcome(1, "2"));
+}
+
+// ---------------------------------------------------------------------------------------------- active bank
+
+class uboot_env_get_active_bank_test : public loader_test {};
+
+TEST_F(uboot_env_get_active_bank_test, only_the_three_exact_texts_name_a_bank) {
+  struct {
+    const char* value;
+    int bank;
+  } constexpr cases[] = {
+      {"1", 1},       {"2", 2},  {"single", 3}, {"Single", 0},
+      {"SINGLE", 0},  {"1 ", 0}, {" 1", 0},     {"3", 0},
+      {"0", 0},       {"01", 0}, {"", 0},       {"singl", 0},
+      {"single2", 0}, {"12", 0}, {"none", 0},   {"1111111111111111111111111111111111111111", 0},
+  };
+  for (const auto& c : cases) {
+    root.set_env("bootbank", c.value);
+    EXPECT_EQ(uboot_env_get_active_bank(), c.bank) << "'" << c.value << "'";
+  }
+  EXPECT_EQ(root.printed(), "");
+}
+
+TEST_F(uboot_env_get_active_bank_test, a_missing_variable_or_tool_names_none) {
+  EXPECT_EQ(uboot_env_set_val("bootbank", ""), 1);
+  EXPECT_EQ(uboot_env_get_active_bank(), 0);
+  root.remove("/usr/sbin/fw_printenv");
+  EXPECT_EQ(uboot_env_get_active_bank(), 0);
+  EXPECT_EQ(root.printed(), "");
+}
+
+TEST_F(uboot_env_get_active_bank_test, traces_both_functions) {
+  log_level = 7;
+  EXPECT_EQ(uboot_env_get_active_bank(), 1);
+  EXPECT_EQ(root.printed(), "TRACE: uboot_env_get_active_bank:\nTRACE: uboot_env_get_val:\n");
+}
+
+}  // namespace
