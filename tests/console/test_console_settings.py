@@ -1,0 +1,350 @@
+"""The console: which port it is, its terminal settings, changing and showing them."""
+
+import termios
+
+import pytest
+from device import BANNER, onlcr
+
+DONE, FAILED = "Done: SUCCESS\n", "Done: FAILURE\n"
+NO_CHANGE = "<no change>\n" + DONE
+MISSING = "tty_remap_stdio: open(): No such file or directory\n"
+SPEEDS = {9600: termios.B9600, 19200: termios.B19200, 38400: termios.B38400, 57600: termios.B57600,
+          115200: termios.B115200, 230400: termios.B230400, 460800: termios.B460800, 921600: termios.B921600}
+
+
+def block(port: int = 1, speed: int = 115200, flow: str = "hwflow") -> str:
+    return (f"\nCurrent console settings:\n  Device: /dev/ttyS{port}\n  Mode:   rs232\n  Speed:  {speed} bps\n"
+            f"  Flow:   {flow}\n  Term:   n/a\n\n")
+
+
+def invalid(word: str) -> str:
+    return f"ERROR: Invalid parameter '{word}'\n"
+
+
+def settings(port) -> tuple:
+    """Flags, speeds and special characters of a port, as the kernel has them."""
+    iflag, oflag, cflag, lflag, ispeed, ospeed, cc = termios.tcgetattr(port.slave)
+    numbers = [c if isinstance(c, int) else c[0] for c in cc]
+    return iflag, oflag, cflag, lflag, ispeed, ospeed, numbers
+
+
+def console_settings(speed: int = 115200, flow: bool = True, signals: bool = False) -> tuple:
+    """What a port that is the console has."""
+    constant = SPEEDS[speed]
+    cc = [0] * 32
+    cc[termios.VINTR], cc[termios.VERASE], cc[termios.VMIN] = 3, 8, 1
+    cflag = constant | termios.CS8 | termios.CREAD | termios.CLOCAL | (termios.CRTSCTS if flow else 0)
+    return (termios.IGNBRK | termios.ICRNL, termios.OPOST | termios.ONLCR, cflag, termios.ISIG if signals else 0,
+            constant, constant, cc)
+
+
+def move(dev, line: str, port: int) -> str:
+    """Types a line that moves the console, and goes on there. Returns what appears on the new port."""
+    dev.type(line)
+    old = dev.console
+    dev.console = dev.port(port)
+    text = dev.text_until_prompt()
+    assert old.take(len(old.unread)) == onlcr(line + "\n")
+    return text
+
+
+# ---------------------------------------------------------------------- start-up
+
+
+def test_the_console_is_ttyS1_at_115200_with_hardware_flow(dev):
+    assert dev.boot().startswith(block())
+    assert settings(dev.port(1)) == console_settings()
+    assert dev.boot_console.received == b"" and dev.port(0).received == b""
+    assert [(event.path, event.flags) for event in dev.startup.of("open")] == [("/dev/ttyS1", 0o4002)] * 3
+    dev.expect_not_ran("dmesg")
+
+
+@pytest.mark.parametrize("cmdline, port, speed", [
+    ("console=ttyS0,115200 cli_console=ttyS0,57600", 0, 57600),
+    ("cli_console=ttyS2,9600", 2, 9600),
+    ("cli_console=ttyS2,921600 quiet", 2, 921600),
+    ("a=b cli_console=ttyS1,19200n8 c", 1, 19200),
+    ("cli_console=ttyS1,38400\ncli_console=ttyS2,9600", 1, 38400),
+    ("x" * 220 + " cli_console=ttyS2,230400 " + "y" * 100, 2, 230400),
+])
+def test_the_kernel_command_line_names_the_console(dev, cmdline, port, speed):
+    dev.cmdline(cmdline)
+    assert dev.boot().startswith(block(port, speed))
+    assert settings(dev.port(port)) == console_settings(speed)
+    assert dev.boot_console.received == b""
+
+
+@pytest.mark.parametrize("cmdline, error", [
+    ("console=ttyS0,115200", "find cli_console= in kernel cmdline -- using defaults"),
+    ("console=ttyS0,115200\ncli_console=ttyS2,9600", "find cli_console= in kernel cmdline -- using defaults"),
+    ("x" * 260 + " cli_console=ttyS2,9600", "find cli_console= in kernel cmdline -- using defaults"),
+    ("cli_console=ttyS2", "parse cli_console= in kernel cmdline -- using defaults"),
+    ("cli_console=ttyS2,", "parse cli_console= in kernel cmdline -- using defaults"),
+    ("cli_console=ttyS2,fast", "parse cli_console= in kernel cmdline -- using defaults"),
+    ("cli_console=ttyS,9600", "parse cli_console= in kernel cmdline -- using defaults"),
+    ("cli_console=ttyUSB0,9600", "parse cli_console= in kernel cmdline -- using defaults"),
+    ("cli_console= ttyS2,9600", "parse cli_console= in kernel cmdline -- using defaults"),
+])
+def test_without_a_usable_setting_the_defaults_stay(dev, cmdline, error):
+    dev.cmdline(cmdline)
+    dev.console = dev.port(1)
+    assert dev.boot().startswith(block())
+    assert bytes(dev.boot_console.received) == onlcr(f"ERROR: Failed to {error}\n")
+    assert settings(dev.port(1)) == console_settings()
+
+
+def test_without_a_kernel_command_line_the_defaults_stay(dev):
+    dev.remove("/proc/cmdline")
+    assert dev.boot().startswith(block())
+    assert bytes(dev.boot_console.received) == onlcr(
+        "ERROR: Failed to open /proc/cmdline to get cli_console settings\n")
+
+
+def test_with_an_empty_kernel_command_line_the_defaults_stay(dev):
+    dev.path("/proc/cmdline").write_bytes(b"")
+    assert dev.boot().startswith(block())
+    assert bytes(dev.boot_console.received) == onlcr(
+        "ERROR: Failed to read /proc/cmdline to get cli_console settings\n")
+
+
+@pytest.mark.parametrize("speed", ["4800", "1200", "0", "115201", "-9600"])
+def test_an_unknown_speed_is_told_on_the_new_port_and_the_shell_starts_there(dev, speed):
+    dev.cmdline(f"cli_console=ttyS1,{speed}")
+    dev.console = dev.port(1)
+    assert dev.boot().startswith(
+        "tty_set_termios: speed: Invalid argument\ntty_remap_stdio: tty_set_termios(): Invalid argument\n"
+        "ERROR: Error in remapping stdio to /dev/ttyS1\n" + BANNER)
+    assert dev.boot_console.received == b""
+
+
+@pytest.mark.parametrize("cmdline, port", [("cli_console=ttyS7,9600", 7), ("cli_console=ttyS-1,9600", -1),
+                                           ("cli_console=ttyS2147483647,9600", 2147483647)])
+def test_a_port_that_is_not_there_leaves_the_shell_where_it_was(dev, cmdline, port):
+    dev.cmdline(cmdline)
+    dev.console = dev.boot_console
+    assert dev.boot().startswith(f"{MISSING}ERROR: Error in remapping stdio to /dev/ttyS{port}\n{BANNER}")
+    assert BANNER.encode() in dev.screen_of(b"version")  # behind an echo: that port has other settings
+
+
+def test_kernel_messages_are_kept_off_port_0(dev):
+    dev.cmdline("cli_console=ttyS0,115200")
+    dev.boot()
+    assert dev.startup.ran[0] == "/bin/dmesg -n 1"
+
+
+def test_start_up_goes_on_when_kernel_messages_cannot_be_kept_off(dev):
+    dev.cmdline("cli_console=ttyS0,115200")
+    dev.answer("dmesg", status=1)
+    assert dev.boot().startswith(
+        block(0) + "ERROR: system(/bin/dmesg -n 1) sys_rc=256 exitstatus=1\n" + BANNER)
+
+
+# ---------------------------------------------------------------------- changing
+
+
+@pytest.mark.parametrize("speed", SPEEDS)
+def test_every_speed(dev, speed):
+    dev.cmdline("cli_console=ttyS1,9600" if speed != 9600 else "cli_console=ttyS1,115200")
+    dev.boot()
+    assert dev.command(f"set console {speed}") == block(speed=speed) + DONE
+    assert settings(dev.port(1)) == console_settings(speed)
+    assert dev.command("show console") == block(speed=speed)
+
+
+@pytest.mark.parametrize("words, speed, flow", [
+    ("noflow", 115200, "noflow"),
+    ("rs232 noflow", 115200, "noflow"),
+    ("1 9600 rs232 noflow noterm", 9600, "noflow"),
+    ("9600 noflow", 9600, "noflow"),
+    ("9600 noterm", 9600, "hwflow"),
+    ("1 9600", 9600, "hwflow"),
+    ("9600 hwflow", 9600, "hwflow"),
+    ("-d0 1 9600", 9600, "hwflow"),
+])
+def test_parameters_in_their_order(dev, words, speed, flow):
+    dev.boot()
+    assert dev.command(f"set console {words}") == block(speed=speed, flow=flow) + DONE
+    assert settings(dev.port(1)) == console_settings(speed, flow == "hwflow")
+    assert dev.sleeps == []
+
+
+def test_flow_control_off_and_on_again(dev):
+    dev.boot()
+    dev.command("set console noflow")
+    assert dev.command("set console 9600") == block(speed=9600, flow="noflow") + DONE  # it stays off
+    assert dev.command("set console hwflow") == block(speed=9600) + DONE
+    assert settings(dev.port(1)) == console_settings(9600)
+
+
+@pytest.mark.parametrize("words", ["", "115200", "1", "1 115200 rs232 hwflow noterm", "rs232", "hwflow", "noterm",
+                                   "-d5", "-d5 1", "-d0"])
+def test_nothing_changes_where_nothing_is_different(dev, words):
+    dev.boot()
+    assert dev.command(f"set console {words}".rstrip()) == NO_CHANGE
+    assert dev.events.of("open") == [] and dev.sleeps == []
+
+
+@pytest.mark.parametrize("words, word", [
+    ("3", "3"),
+    ("1200", "1200"), ("2400", "2400"), ("4800", "4800"), ("115201", "115201"), ("0x1", "0x1"), ("1x", "1x"),
+    ("RS232", "RS232"), ("rs-232", "rs-232"), ("HWFLOW", "HWFLOW"), ("TERM", "TERM"), ("x", "x"),
+    ("-d", "-d"), ("-dx", "-dx"), ("-x", "-x"), ("1 -d5", "-d5"), ("-d1 -d2", "-d2"),
+    ("9600 2", "2"), ("2 1", "1"), ("9600 19200", "19200"), ("rs232 9600", "9600"), ("hwflow rs232", "rs232"),
+    ("noterm noflow", "noflow"), ("hwflow noflow", "noflow"), ("noterm noterm", "noterm"),
+    ("rs232 rs485", "rs485"), ("9600 x", "x"), ("1 9600 rs232 hwflow noterm x y", "x"),
+])
+def test_an_invalid_parameter_ends_the_command(dev, words, word):
+    dev.boot()
+    assert dev.command(f"set console {words}") == invalid(word)
+    assert dev.command("show console") == block()
+    assert settings(dev.port(1)) == console_settings()
+
+
+@pytest.mark.parametrize("words", ["term", "rs232 term", "9600 term", "hwflow term", "2 9600 rs232 noflow term x"])
+def test_a_termination_needs_a_bus(dev, words):
+    dev.boot()
+    assert dev.command(f"set console {words}") == "ERROR: Termination not valid in rs232 mode\n"
+    assert dev.command("show console") == block()
+
+
+@pytest.mark.parametrize("mode", ["rs485", "rs422"])
+@pytest.mark.parametrize("port", [0, 1, 2])
+@pytest.mark.parametrize("rest", ["", " noflow", " hwflow term", " term", " noterm"])
+def test_this_board_has_rs232_only(dev, mode, port, rest):
+    dev.boot()
+    reason = "on /dev/ttyS0" if port == 0 else "in current operational mode (tk10_eval)"
+    assert dev.command(f"set console {port} {mode}{rest}") == f"ERROR: {mode} not valid {reason}\n{FAILED}"
+    assert dev.command("show console") == block()
+    assert dev.events.of("open") == [] and dev.ioctls == []
+
+
+# ---------------------------------------------------------------------- moving
+
+
+@pytest.mark.parametrize("port", [0, 2])
+def test_moving_to_another_port_and_back(dev, port):
+    dev.boot()
+    assert move(dev, f"set console {port}", port) == block(port) + DONE
+    assert settings(dev.port(port)) == console_settings()
+    assert [event.path for event in dev.events.of("open")] == [f"/dev/ttyS{port}"] * 3
+    assert dev.command("show console") == block(port)
+    assert dev.port(1).unread == b""
+    assert move(dev, "set console 1 9600", 1).endswith(block(1, 9600) + DONE)
+
+
+def test_the_previous_port_keeps_its_settings(dev):
+    dev.boot()
+    move(dev, "set console 2 9600 noflow", 2)
+    assert settings(dev.port(1)) == console_settings(signals=True)  # as during the command that left it
+    assert settings(dev.port(2)) == console_settings(9600, False)
+
+
+def test_a_delay_lies_between_the_change_and_the_settings(dev):
+    dev.sleep_scale = 0.06
+    dev.boot()
+    dev.type("set console -d5 2 9600")
+    dev.wait_for("sleep", "5")
+    assert settings(dev.port(2)) == console_settings(9600, signals=False)
+    assert dev.port(2).unread == b""
+    dev.console = dev.port(2)
+    assert dev.text_until_prompt() == block(2, 9600) + DONE
+    assert [event.kind for event in dev.events.of("tcsetattr", "sleep")] == \
+        ["tcsetattr", "tcsetattr", "sleep", "tcsetattr"]  # signals on, the change, the delay, signals off
+    assert dev.sleeps == [5]
+
+
+def test_output_goes_out_on_the_new_port_only(dev):
+    dev.answer("dmesg", stdout="out\n", stderr="err\n")
+    dev.boot()
+    move(dev, "set console 2", 2)
+    assert dev.command("show klog") == "err\nout\n"
+    assert dev.port(1).unread == b""
+
+
+# ---------------------------------------------------------------------- changes that fail
+
+
+def test_a_missing_port_gives_both_result_lines_and_the_console_stays(dev):
+    dev.remove_port(2)
+    dev.boot()
+    assert dev.command("set console 2 9600") == MISSING + FAILED + DONE
+    assert dev.command("show console") == block()
+    assert settings(dev.port(1)) == console_settings()
+
+
+def test_settings_that_cannot_be_read_give_both_result_lines(dev):
+    dev.boot()
+    # The first two reads are those for signals and for the fallback.
+    dev.fail_call("tcgetattr", error="EIO", after=2, times=1)
+    assert dev.command("set console 9600") == (
+        "tty_set_termios: tcgetattr(prev_tio): Input/output error\n"
+        "tty_remap_stdio: tty_set_termios(): Input/output error\n" + FAILED + DONE)
+    assert dev.command("show console") == block()
+    assert settings(dev.port(1)) == console_settings()
+
+
+def test_settings_that_cannot_be_applied_give_both_result_lines_and_the_old_ones(dev):
+    dev.boot()
+    dev.fail_call("tcsetattr", error="EINVAL", after=1, times=1)
+    assert dev.command("set console 9600 noflow") == (
+        "tty_set_termios: tcsetattr(): Invalid argument\n"
+        "tty_remap_stdio: tty_set_termios(): Invalid argument\n" + FAILED + DONE)
+    # Signals on, the old settings again, signals off.
+    assert [event.cflag for event in dev.events.of("tcsetattr")] == [console_settings()[2]] * 3
+    assert dev.command("show console") == block()
+    assert settings(dev.port(1)) == console_settings()
+
+
+def test_settings_that_fail_on_another_port_leave_the_shell_there(dev):
+    dev.boot()
+    dev.fail_call("tcsetattr", "ttyS2", error="EIO", times=1)
+    text = move(dev, "set console 2", 2)
+    assert text == ("tty_set_termios: tcsetattr(): Input/output error\n"
+                    "tty_remap_stdio: tty_set_termios(): Input/output error\n" + FAILED + DONE)
+    assert settings(dev.port(2))[2] == console_settings()[2]  # what the console had before
+    assert "  Device: /dev/ttyS1\n" in dev.command("show console")
+
+
+def test_a_port_lost_on_the_way_moves_only_the_descriptors_before(dev):
+    dev.boot()
+    dev.fail_call("open", "/dev/ttyS2", error="ENXIO", after=1)
+    dev.type("set console 2")
+    # Input reads the new port; output and the errors stay.
+    assert dev.text_until_prompt() == \
+        "set console 2\ntty_remap_stdio: open(): No such device or address\n" + FAILED + DONE
+    dev.port(2).send(b"version\r")
+    assert BANNER in dev.text_until_prompt()
+
+
+# ---------------------------------------------------------------------- showing
+
+
+@pytest.mark.parametrize("level", [1, 3, 5])
+def test_show_console_shows_the_settings(dev, level):
+    dev.boot()
+    dev.command(f"verbose {level}")
+    assert dev.screen_of(b"show console") == b"show console" + onlcr("\n" + block())
+    assert dev.command("show console x") == block()
+
+
+def flags(cflag: str, lflag: int = 1) -> str:
+    return f"  iflag:  0x00000101\n  oflag:  0x00000005\n  cflag:  {cflag}\n  lflag:  0x{lflag:08x}\n"
+
+
+def test_show_console_shows_the_descriptors_from_verbosity_6_on(dev):
+    dev.boot()
+    dev.command("verbose 6")
+    one = flags("0x800018b2") + "  fcntl:  0x00008002\n"
+    assert dev.command("show console") == \
+        block() + "".join(f"STD{name}_FILENO:\n{one}" for name in ("IN", "OUT", "ERR")) + "\n"
+    dev.command("set console 9600 noflow")
+    assert dev.command("show console").count("  cflag:  0x000008bd\n") == 3
+
+
+def test_show_console_names_the_descriptors_it_cannot_read(dev):
+    dev.boot()
+    dev.command("verbose 6")
+    dev.fail_call("tcgetattr", error="EIO", after=1, times=3)  # the first is for signals
+    assert dev.command("show console") == block() + "".join(
+        f"{name}:\nERROR: cmd_show_console: Failed to get termios for {name}\n"
+        for name in ("STDIN_FILENO", "STDOUT_FILENO", "STDERR_FILENO")) + "\n"
