@@ -168,7 +168,7 @@ class DeviceRoot:
         optional  the test does not fail when the answer is never used
         """
         order = f"1-{len(self._answers):04}" if times else f"2-{len(self._answers):04}" if when else "3"
-        name = self._answers.setdefault((tool, when, len(self._answers) if times else 0), order)
+        name = self._answers.setdefault((tool, when, len(self._answers) + 1 if times else 0), order)
         directory = self.path(f"/.harness/answers/{tool}")
         directory.mkdir(exist_ok=True)
         for ending, data in (("out", stdout), ("err", stderr)):

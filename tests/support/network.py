@@ -1,0 +1,58 @@
+"""A network session as tests see it: the wired interface, what starting it shows and does, and its texts."""
+
+from device import Device
+from ethernet import Ethernet, product_record
+
+SUCCESS = "Done: SUCCESS\n"
+FAILURE = "Done: FAILURE\n"
+INCOMPLETE = "ERROR: Incomplete command\n"
+
+DHCP = "NOTE: Using DHCP\n"
+STATIC = "NOTE: Using static configuration\n"
+NO_PRODUCT = "NOTE: Can't get mac address from product config, using 00:20:4A:00:00:02\n"
+USING_ETH0 = "NOTE: Using interface 'eth0'\n"
+UNABLE_TO_CONFIGURE = "ERROR: Unable to configure network 'eth0'\n"
+UNABLE_TO_START = "ERROR: Unable to start network 'eth0'\n"
+
+OWN_MAC = "00:20:4a:00:00:02"  # of the interface of a fresh root
+
+# What a start does, in the form of steps().
+UP = ["/sbin/ifconfig eth0 up 2>&1"]
+DOWN = ["/sbin/ifconfig eth0 down 2>&1", 2]
+POLL = ["/sbin/ifconfig eth0"]
+LINKED = [*POLL, 2, *POLL]
+LEASE = ["/sbin/udhcpc -nq -t 5 -i eth0 &>/dev/null"]
+STARTED_BY_DHCP = [*UP, *LINKED, *LEASE, 1]
+
+
+def set_mac(mac: str) -> list:
+    return [f"/sbin/ifconfig eth0 hw ether {mac.upper()} 2>&1"]
+
+
+def steps(dev: Device) -> list:
+    """Since the last mark(), in order: command lines as the program composed them, and pauses in seconds."""
+    return [event.line if event.kind == "shell" else event.seconds for event in dev.events.of("shell", "sleep")]
+
+
+def command(dev: Device, line: str) -> str:
+    """Types a command; the judgement of what it did begins here."""
+    dev.mark()
+    return dev.command(line)
+
+
+def start(dev: Device, line: str = "network ethernet start") -> None:
+    """Starts the interface of a fresh root."""
+    assert dev.command(line).endswith(SUCCESS)
+    dev.mark()
+
+
+def put_product_mac(dev: Device, mac: str) -> None:
+    """Gives the device a product record with this MAC address; to be called before the start."""
+    dev.partition("prod_config").write(product_record(mac))
+
+
+def without_card(dev: Device) -> None:
+    dev.remove("/.harness/eth0")
+
+
+__all__ = [name for name in dir() if not name.startswith("_")]
