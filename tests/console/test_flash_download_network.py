@@ -176,6 +176,25 @@ def test_a_boot_environment_is_skipped_in_both_passes_when_the_flash_is_in_use(u
     assert up.partition("config_loader").read(0, len(CONFIG_LOADER)) == CONFIG_LOADER
 
 
+PYTHON = images.part(images.PYTHON_SETUP, images.pattern(9000))
+MOUNT = "/bin/mount -t ubifs -o sync,compr=zlib ubi0:vexo_user /mnt &> /dev/null"
+
+
+def test_a_part_with_a_first_and_a_last_step_of_its_own(up):
+    serve(up, PYTHON)
+    assert install(up) == images.info(PYTHON) + PREPARING + INSTALLING + images.info(PYTHON) + SUCCESS
+    assert [step for step in steps(up) if step in (TFTP, MOUNT)] == [TFTP, MOUNT, TFTP, MOUNT, MOUNT]
+
+
+def test_the_last_step_decides(up):
+    serve(up, PYTHON)
+    up.answer("mount", times=2)
+    up.answer("mount", status=1)
+    shown = install(up)
+    assert shown.startswith(images.info(PYTHON) + PREPARING + INSTALLING + images.info(PYTHON))
+    assert shown.endswith(FAILURE) and NOT_WRITTEN not in shown
+
+
 # ---------------------------------------------------------------------- file names
 
 
