@@ -1,0 +1,426 @@
+// The content writers: form (memory, stream) x event (all well, a step fails, the sender fails, the tool
+// dies).
+#include <sys/statfs.h>
+#include <sys/syscall.h>
+
+#include <csignal>
+
+#include "ubi/python_writer.h"
+#include "ubi/volume_writers.h"
+#include "ubi_test.h"
+
+namespace {
+
+struct free_space_answer {
+  bool given = false;
+  uint64_t blocks = 0;
+  long block_size = 0;
+};
+free_space_answer free_space;
+
+}  // namespace
+
+// Stands in front of the C library's, for no real file system has its free space to the byte.
+extern "C" int statfs64(const char* path, struct statfs64* status) noexcept {
+  if (!free_space.given) return static_cast<int>(syscall(SYS_statfs, path, status));
+  *status = {};
+  status->f_bfree = free_space.blocks;
+  status->f_bsize = free_space.block_size;
+  return 0;
+}
+
+namespace {
+
+constexpr const char* stopped = "[Connection timed out]\n";
+constexpr const char* ended = "[No data available]\n";
+
+class ubi_writer_test : public ubi_test {
+ protected:
+  ubi_writer_test() { set_lebs(300, 300, 1, 0); }
+
+  // What the tool read from its standard input.
+  std::string input_of(const std::string& tool) const {
+    for (const device_event& event : root.events("input")) {
+      if (event.fields[0].find(tool) != std::string::npos) return event.fields[1];
+    }
+    return "";
+  }
+
+  static inline const std::string empty_volume = "/usr/sbin/ubiupdatevol /dev/ubi0_1 -t";
+  static inline const std::string untar = "tar -mxJf - -C /mnt";
+  static inline const std::string chmod_busybox = "/bin/chmod 4755 /mnt/bin/busybox";
+  static std::string update(unsigned size) {
+    return "/usr/sbin/ubiupdatevol /dev/ubi0_1 -s " + std::to_string(size) + " -";
+  }
+};
+
+// ---------------------------------------------------------------------------------------------- UBIFS images
+
+class ubifs_writer_test : public ubi_writer_test {};
+
+TEST_F(ubifs_writer_test, an_image_in_memory_goes_into_the_volume) {
+  const std::string image = noise(10001);
+  EXPECT_EQ(ubi_write_buffer_ubifs("/dev/ubi0_1", "ubi0", octets(image), image.size()), 1);
+  EXPECT_EQ(root.shell_lines(), joined({{attach, nodes}, schema_check, {update(10001), detach}}));
+  EXPECT_EQ(input_of("ubiupdatevol"), "10001");
+  EXPECT_EQ(root.printed(), "");
+}
+
+TEST_F(ubifs_writer_test, a_stream_goes_into_the_volume_and_is_summed) {
+  const std::string image = noise(10003);
+  const sender line(image);
+  uint64_t checksum = 0;
+  EXPECT_EQ(ubi_write_buffer_ubifs_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 10003, 1, &checksum), 1);
+  EXPECT_EQ(root.shell_lines(), joined({{attach, nodes}, schema_check, {update(10003), detach}}));
+  EXPECT_EQ(static_cast<uint32_t>(checksum), plain_checksum(image));
+  EXPECT_EQ(input_of("ubiupdatevol"), "10003");
+}
+
+TEST_F(ubifs_writer_test, a_header_is_announced_sent_and_not_summed) {
+  const std::string image = noise(77);
+  const std::string header = part{13, image}.header();
+  const sender line(image);
+  uint64_t checksum = 0;
+  log_level = 6;
+  EXPECT_EQ(ubi_write_buffer_ubifs_fd("/dev/ubi0_1", "ubi0", line.fd(), octets(header), 77, 0, &checksum), 1);
+  EXPECT_EQ(input_of("ubiupdatevol"), "333");
+  EXPECT_EQ(static_cast<uint32_t>(checksum), plain_checksum(image));
+  const std::string said = root.printed();
+  EXPECT_EQ(
+      said.find("VERBOSE: ubi_write_buffer_ubifs_fd: mtd_dev_name=/dev/ubi0_1 ubi_dev_name=ubi0 src_len=77\n"
+                "VERBOSE: ubi_write_buffer_ubifs_fd header:yes\n"),
+      0u)
+      << said;
+  EXPECT_NE(said.find("VERBOSE: popen(" + update(333) + ")\n"), std::string::npos);
+  EXPECT_NE(said.find("VERBOSE: ubi_write_buffer_ubifs_fd received 77 bytes\n"), std::string::npos);
+}
+
+TEST_F(ubifs_writer_test, without_the_flag_the_schema_is_not_looked_at) {
+  const sender line("x");
+  EXPECT_EQ(ubi_write_buffer_ubifs_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 1, 0, nullptr), 1);
+  EXPECT_EQ(root.shell_lines(), lines({attach, nodes, update(1), detach}));
+}
+
+TEST_F(ubifs_writer_test, a_schema_that_cannot_change_fails_before_the_tool) {
+  root.remove("/sys/class/ubi/ubi0/avail_eraseblocks");
+  const sender line("x");
+  EXPECT_EQ(ubi_write_buffer_ubifs_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 1, 1, nullptr), 0);
+  EXPECT_EQ(root.shell_lines(), lines({attach, nodes, get_bank, detach}));
+}
+
+TEST_F(ubifs_writer_test, a_failed_attach_is_detached_all_the_same) {
+  root.answer("ubiattach", {.status = 1});
+  const sender line("x");
+  EXPECT_EQ(ubi_write_buffer_ubifs_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 1, 1, nullptr), 0);
+  EXPECT_EQ(root.shell_lines(), lines({attach, nodes, detach}));
+}
+
+TEST_F(ubifs_writer_test, silence_is_reported_as_it_always_was_and_the_device_given_back) {
+  const sender line(noise(100));
+  EXPECT_EQ(ubi_write_buffer_ubifs_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 200, 0, nullptr), 0);
+  EXPECT_EQ(root.printed(), "ERROR: Failed to read firmare image " + std::string(stopped));
+  EXPECT_EQ(root.shell_lines(), lines({attach, nodes, update(200), detach}));
+}
+
+TEST_F(ubifs_writer_test, after_silence_the_tool_ends_only_once_the_device_was_given_back) {
+  const sender line(noise(100));
+  ubi_write_buffer_ubifs_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 200, 0, nullptr);
+  lines ends;
+  for (const device_event& event : root.events("exit"))
+    ends.push_back(event.fields[0]);
+  ASSERT_GE(ends.size(), 2u);
+  EXPECT_NE(ends[ends.size() - 2].find("ubidetach"), std::string::npos) << ends[ends.size() - 2];
+  EXPECT_NE(ends.back().find("ubiupdatevol"), std::string::npos) << ends.back();
+}
+
+TEST_F(ubifs_writer_test, a_device_that_the_waiting_tool_kept_busy_is_detached_again) {
+  root.answer("ubidetach", {.times = 1, .status = 1});
+  const sender line(noise(100));
+  EXPECT_EQ(ubi_write_buffer_ubifs_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 200, 0, nullptr), 0);
+  EXPECT_EQ(root.shell_lines(), lines({attach, nodes, update(200), detach, detach}));
+}
+
+TEST_F(ubifs_writer_test, at_the_end_of_input_the_tool_ends_first) {
+  sender line(noise(100));
+  line.hang_up();
+  EXPECT_EQ(ubi_write_buffer_ubifs_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 200, 0, nullptr), 0);
+  EXPECT_EQ(root.printed(), "ERROR: Failed to read firmare image " + std::string(ended));
+  const auto ends = root.events("exit");
+  ASSERT_GE(ends.size(), 2u);
+  EXPECT_NE(ends[ends.size() - 2].fields[0].find("ubiupdatevol"), std::string::npos);
+  EXPECT_NE(ends.back().fields[0].find("ubidetach"), std::string::npos);
+}
+
+TEST_F(ubifs_writer_test, a_tool_that_dies_costs_the_operation_not_the_shell) {
+  root.answer("ubiupdatevol", {.signal_number = SIGKILL, .reads = 10});
+  const std::string image = noise(900000);
+  const sender line(image);
+  EXPECT_EQ(ubi_write_buffer_ubifs_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 900000, 0, nullptr), 0);
+  EXPECT_EQ(root.printed(),
+            "ERROR: Failed to write firmware image [Broken pipe]\n"
+            "ERROR: \nError writing to pipe\n");
+  EXPECT_EQ(root.shell_lines().back(), detach);
+  struct sigaction action;
+  ASSERT_EQ(sigaction(SIGPIPE, nullptr, &action), 0);
+  EXPECT_EQ(action.sa_handler, SIG_DFL) << "tools must die of broken pipes";
+}
+
+TEST_F(ubifs_writer_test, a_tool_that_dies_early_fails_the_form_in_memory_too) {
+  root.answer("ubiupdatevol", {.signal_number = SIGKILL, .reads = 10});
+  const std::string image = noise(900000);
+  EXPECT_EQ(ubi_write_buffer_ubifs("/dev/ubi0_1", "ubi0", octets(image), image.size()), 0);
+  EXPECT_EQ(root.printed(), "ERROR: \nError writing to pipe\n");
+}
+
+TEST_F(ubifs_writer_test, a_tool_that_fails_after_its_input_goes_unnoticed) {
+  root.answer("ubiupdatevol", {.status = 1});
+  const sender line("x");
+  EXPECT_EQ(ubi_write_buffer_ubifs_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 1, 0, nullptr), 1);
+  EXPECT_EQ(root.printed(), "");
+}
+
+TEST_F(ubifs_writer_test, a_tool_that_cannot_be_started_is_an_error) {
+  root.fail_call("popen", {.match = "ubiupdatevol"});
+  const sender line("x");
+  EXPECT_EQ(ubi_write_buffer_ubifs_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 1, 0, nullptr), 0);
+  EXPECT_EQ(root.printed(), "ERROR: Failed to open pipe for write\n");
+  EXPECT_EQ(root.shell_lines(), lines({attach, nodes, detach}));
+}
+
+TEST_F(ubifs_writer_test, a_file_goes_into_the_volume) {
+  EXPECT_EQ(ubi_write_file("/dev/ubi0_1", "ubi0", "/tmp/rootfs.ubifs"), 1);
+  EXPECT_EQ(root.shell_lines(), joined({{attach, nodes},
+                                        schema_check,
+                                        {"/usr/sbin/ubiupdatevol /dev/ubi0_1 /tmp/rootfs.ubifs", detach}}));
+  root.answer("ubiupdatevol", {.status = 1});
+  EXPECT_EQ(ubi_write_file("/dev/ubi0_1", "ubi0", "/tmp/rootfs.ubifs"), 0);
+  EXPECT_EQ(root.shell_lines().back(), detach);
+}
+
+// ---------------------------------------------------------------------------------------------- archives
+
+class archive_writer_test : public ubi_writer_test {
+ protected:
+  archive_writer_test() {
+    // What the archive brings; chmod is the real one.
+    std::filesystem::create_directories("/mnt/bin");
+    root.write_file("/mnt/bin/busybox", "busybox");
+  }
+  static lines up_to_archive() {
+    return joined({{attach, nodes}, schema_check, {empty_volume, mount("rootfs_2"), untar}});
+  }
+};
+
+TEST_F(archive_writer_test, an_archive_replaces_what_the_volume_held) {
+  const std::string archive = noise(5000);
+  EXPECT_EQ(ubi_write_buffer_tar_lzma("/dev/ubi0_1", "ubi0", octets(archive), archive.size()), 1);
+  EXPECT_EQ(root.shell_lines(), joined({up_to_archive(), {chmod_busybox, unmount, detach}}));
+  EXPECT_EQ(input_of("tar"), "5000");
+}
+
+TEST_F(archive_writer_test, a_stream_does_the_same_and_is_summed) {
+  const std::string archive = noise(4097);
+  const sender line(archive);
+  uint64_t checksum = 0;
+  log_level = 6;
+  EXPECT_EQ(ubi_write_buffer_tar_lzma_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 4097, &checksum), 1);
+  EXPECT_EQ(static_cast<uint32_t>(checksum), plain_checksum(archive));
+  EXPECT_NE(root.printed().find("VERBOSE: ubi_write_buffer_tar_lzma_fd received 4097 bytes\n"),
+            std::string::npos);
+}
+
+TEST_F(archive_writer_test, a_volume_outside_the_table_touches_nothing) {
+  const sender line("x");
+  EXPECT_EQ(ubi_write_buffer_tar_lzma_fd("/dev/ubi0_9", "ubi0", line.fd(), nullptr, 1, nullptr), 0);
+  EXPECT_EQ(ubi_write_buffer_tar_lzma("/dev/ubi0_9", "ubi0", octets(noise(1)), 1), 0);
+  EXPECT_EQ(ubi_write_file_into_fs("/dev/ubi0_9", "ubi0", "/tmp/a", "/cfg/", "b", "644"), 0);
+  EXPECT_EQ(ubi_python_fs_tar_lzma_fd_prepare("/dev/ubi0_9", "ubi0"), 0);
+  std::string expected;
+  for (int i = 0; i < 4; i++)
+    expected += "ERROR: No entry in mtd table for /dev/ubi0_9\n";
+  EXPECT_EQ(root.printed(), expected);
+  EXPECT_EQ(root.shell_lines(), lines());
+}
+
+TEST_F(archive_writer_test, every_step_that_fails_unmounts_and_detaches) {
+  struct {
+    const char* tool;
+    const char* when;
+    lines before;
+    std::string error;
+  } const cases[] = {
+      {"ubiattach", "", {attach, nodes}, "ERROR: Failed to attach /dev/mtd10 to ubi0\n"},
+      {"ubiupdatevol", "-t", joined({{attach, nodes}, schema_check, {empty_volume}}),
+       "ERROR: system(" + empty_volume + ") sys_rc=256 exitstatus=1\n"},
+      {"mount", "-t ubifs", joined({{attach, nodes}, schema_check, {empty_volume, mount("rootfs_2")}}),
+       "ERROR: Failed to mount rootfs for update\n"},
+      {"chmod", "", joined({up_to_archive(), {chmod_busybox}}), "ERROR: Failed chmod 4755 /bin/busybox\n"},
+  };
+  for (const auto& each : cases) {
+    root.answer(each.tool, {.when = each.when, .times = 1, .status = 1});
+    root.forget();
+    const sender line("archive");
+    EXPECT_EQ(ubi_write_buffer_tar_lzma_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 7, nullptr), 0)
+        << each.tool;
+    EXPECT_EQ(root.shell_lines(), joined({each.before, {unmount, detach}})) << each.tool;
+    EXPECT_EQ(root.printed(), each.error);
+  }
+}
+
+TEST_F(archive_writer_test, silence_gives_the_volume_back_before_the_tool_ends) {
+  root.answer("umount", {.times = 1, .status = 1});
+  const sender line("arch");
+  EXPECT_EQ(ubi_write_buffer_tar_lzma_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 7, nullptr), 0);
+  EXPECT_EQ(root.printed(), "ERROR: Failed to read firmware image " + std::string(stopped));
+  // The busy volume is given back once more when the tool has ended.
+  EXPECT_EQ(root.shell_lines(), joined({up_to_archive(), {unmount, detach, unmount, detach}}));
+}
+
+// ---------------------------------------------------------------------------------------------- one file
+
+class file_writer_test : public ubi_writer_test {
+ protected:
+  int install() {
+    return ubi_write_file_into_fs("/dev/ubi0_3", "ubi0", "/tmp/image.part", "/cfg/", "hidden.oem.xml", "644");
+  }
+  static inline const std::string install_line =
+      "/usr/bin/install -D -m644 /tmp/image.part /mnt/cfg/hidden.oem.xml" + quiet;
+};
+
+TEST_F(file_writer_test, a_file_is_installed_into_the_file_system) {
+  EXPECT_EQ(install(), 1);
+  EXPECT_EQ(root.shell_lines(), lines({attach, nodes, mount("vexo_private"), install_line, unmount, detach}));
+}
+
+TEST_F(file_writer_test, a_volume_that_cannot_be_mounted) {
+  root.answer("mount", {.when = "-t ubifs", .status = 32});
+  EXPECT_EQ(install(), 0);
+  EXPECT_EQ(root.printed(), "ERROR: Failed to mount ubi0:vexo_private\n");
+  EXPECT_EQ(root.shell_lines(), lines({attach, nodes, mount("vexo_private"), unmount, detach}));
+}
+
+TEST_F(file_writer_test, a_file_that_cannot_be_installed) {
+  root.answer("install", {.status = 1});
+  EXPECT_EQ(install(), 0);
+  EXPECT_EQ(root.printed(),
+            "ERROR: Failed to install file to /cfg//hidden.oem.xml within ubi0:vexo_private\n");
+  EXPECT_EQ(root.shell_lines().back(), detach);
+}
+
+// ---------------------------------------------------------------------------------------------- Python
+
+class python_writer_test : public ubi_writer_test {
+ protected:
+  static inline const std::string volume = "/dev/ubi0_4";
+  static inline const lines begin = {attach, nodes, mount("vexo_user")};
+  static inline const lines look_for_space = {"rm -rf /tmp/python 2>/dev/null",
+                                              "mv /mnt/python/ /tmp/ 2>/dev/null",
+                                              "mv /tmp/python /mnt/ 2>/dev/null"};
+  static inline const lines save = {"rm -rf /tmp/site-packages/ 2>/dev/null",
+                                    "cp -r /mnt/python/lib/python2.7/site-packages /tmp/ 2>/dev/null",
+                                    "rm -rf /mnt/python/ 2>/dev/null", "mkdir -p /mnt/python/ 2>/dev/null"};
+  static inline const lines unpack = {"tar -xmzaf - -C /mnt/python/"};
+  static inline const lines restore = {
+      "mkdir -p /mnt/python/lib/python2.7/site-packages/ 2>/dev/null",
+      "cp -r /tmp/site-packages/* /mnt/python/lib/python2.7/site-packages/ 2>/dev/null"};
+  static inline const lines end = {unmount, detach};
+};
+
+TEST_F(python_writer_test, an_archive_in_memory_keeps_the_packages) {
+  const std::string archive = noise(300);
+  EXPECT_EQ(ubi_write_buffer_python_fs_tar_lzma(volume.c_str(), "ubi0", octets(archive), archive.size()), 1);
+  EXPECT_EQ(root.shell_lines(), joined({begin, look_for_space, save, unpack, restore, end}));
+}
+
+TEST_F(python_writer_test, a_self_contained_stream_does_all_of_it) {
+  const std::string archive = noise(301);
+  const sender line(archive);
+  uint64_t checksum = 0;
+  log_level = 6;
+  EXPECT_EQ(
+      ubi_write_buffer_python_fs_tar_lzma_fd(volume.c_str(), "ubi0", line.fd(), nullptr, 301, &checksum, 1),
+      1);
+  EXPECT_EQ(static_cast<uint32_t>(checksum), plain_checksum(archive));
+  const std::string said = root.printed();
+  for (const char* text :
+       {"VERBOSE: Computing Python installation space(6291456 required, ",
+        "VERBOSE: backup user installed packages\n", "VERBOSE: restore user installed packages\n",
+        "VERBOSE: ubi_write_buffer_python_fs_tar_lzma_fd total received 301 bytes\n"}) {
+    EXPECT_NE(said.find(text), std::string::npos) << text;
+  }
+}
+
+TEST_F(python_writer_test, prepare_stream_and_finalize_together_do_the_same) {
+  const sender line("archive");
+  EXPECT_EQ(ubi_python_fs_tar_lzma_fd_prepare(volume.c_str(), "ubi0"), 1);
+  EXPECT_EQ(root.shell_lines(), joined({begin, look_for_space, save, end}));
+  root.forget();
+  EXPECT_EQ(ubi_write_buffer_python_fs_tar_lzma_fd(volume.c_str(), "ubi0", line.fd(), nullptr, 7, nullptr, 0),
+            1);
+  EXPECT_EQ(root.shell_lines(), joined({begin, unpack, end}));
+  root.forget();
+  EXPECT_EQ(ubi_python_fs_tar_lzma_fd_finalize(volume.c_str(), "ubi0"), 1);
+  EXPECT_EQ(root.shell_lines(), joined({begin, restore, end}));
+}
+
+TEST_F(python_writer_test, a_volume_that_cannot_be_mounted) {
+  root.answer("mount", {.when = "-t ubifs", .status = 32});
+  EXPECT_EQ(ubi_python_fs_tar_lzma_fd_prepare(volume.c_str(), "ubi0"), 0);
+  EXPECT_EQ(root.printed(), "ERROR: Failed to mount rootfs for update\n");
+  EXPECT_EQ(root.shell_lines(), joined({begin, end}));
+}
+
+TEST_F(python_writer_test, a_failed_attach_unmounts_and_detaches) {
+  root.answer("ubiattach", {.status = 1});
+  EXPECT_EQ(ubi_python_fs_tar_lzma_fd_finalize(volume.c_str(), "ubi0"), 0);
+  EXPECT_EQ(root.shell_lines(), joined({{attach, nodes}, end}));
+}
+
+// What is free on the volume, to the byte.
+class python_space_test : public python_writer_test {
+ protected:
+  ~python_space_test() override { free_space = {}; }
+  static uint32_t available(uint64_t free_blocks, long block_size) {
+    free_space = {true, free_blocks, block_size};
+    return getAvailableSpace("/mnt");
+  }
+};
+
+TEST_F(python_space_test, a_margin_of_64_kib_less_one_byte_is_kept) {
+  EXPECT_EQ(available(65535, 1), 0u);
+  EXPECT_EQ(available(65536, 1), 1u);
+  EXPECT_EQ(available(0, 4096), 0u);
+  EXPECT_EQ(available(16, 4096), 1u);
+  EXPECT_EQ(available(17, 4096), 4097u);
+}
+
+TEST_F(python_space_test, a_block_size_that_makes_no_sense_counts_as_a_kib) {
+  EXPECT_EQ(available(65, 0), 1025u);
+  EXPECT_EQ(available(65, -4096), 1025u);
+}
+
+TEST_F(python_space_test, space_is_counted_in_32_bits) {
+  EXPECT_EQ(available((uint64_t{1} << 20) + 16, 4096), 1u);
+  EXPECT_EQ(available(uint64_t{1} << 32, 4096), 0u);
+}
+
+TEST_F(python_space_test, one_byte_too_little_is_refused_and_the_old_installation_stays) {
+  free_space = {true, 6291455 + 65535, 1};
+  EXPECT_EQ(ubi_python_fs_tar_lzma_fd_prepare(volume.c_str(), "ubi0"), 0);
+  EXPECT_EQ(root.printed(),
+            "ERROR: ERROR: Not enough space for Python installation (6291456 required, 6291455 "
+            "available)\n");
+  EXPECT_EQ(root.shell_lines(), joined({begin, look_for_space, end}));
+}
+
+TEST_F(python_space_test, just_enough_goes_ahead) {
+  free_space = {true, 6291456 + 65535, 1};
+  EXPECT_EQ(ubi_python_fs_tar_lzma_fd_prepare(volume.c_str(), "ubi0"), 1);
+  EXPECT_EQ(root.shell_lines(), joined({begin, look_for_space, save, end}));
+}
+
+TEST(available_space_test, a_path_that_has_no_file_system_passes_for_enough) {
+  EXPECT_EQ(getAvailableSpace("/no/such/path"), 0xFFFFFFFFu);
+}
+
+}  // namespace
