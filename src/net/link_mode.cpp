@@ -20,30 +20,39 @@ constexpr uint32_t advertised_all =
 
 // What a mode sets: with auto-negotiation what is advertised, without it speed (Mbit/s) and duplex.
 struct link_setting {
-  bool auto_negotiation;
   uint32_t advertised;
   uint16_t speed;
   uint8_t duplex;
+  bool auto_negotiation;
 };
+
+constexpr link_setting automatic(uint32_t advertised) {
+  return {.advertised = advertised, .speed = 0, .duplex = 0, .auto_negotiation = true};
+}
+constexpr link_setting fixed(uint16_t speed, uint8_t duplex) {
+  return {.advertised = 0, .speed = speed, .duplex = duplex, .auto_negotiation = false};
+}
 
 // clang-format off
 constexpr link_setting link_settings[net_eth_linkmode_count] = {
-    {.auto_negotiation = true, .advertised = advertised_all, .speed = 0, .duplex = 0},
-    {.auto_negotiation = true, .advertised = ADVERTISED_10baseT_Half, .speed = 0, .duplex = 0},
-    {.auto_negotiation = true, .advertised = ADVERTISED_10baseT_Full, .speed = 0, .duplex = 0},
-    {.auto_negotiation = true, .advertised = ADVERTISED_100baseT_Half, .speed = 0, .duplex = 0},
-    {.auto_negotiation = true, .advertised = ADVERTISED_100baseT_Full, .speed = 0, .duplex = 0},
-    {.auto_negotiation = false, .advertised = 0, .speed = SPEED_10, .duplex = DUPLEX_HALF},
-    {.auto_negotiation = false, .advertised = 0, .speed = SPEED_10, .duplex = DUPLEX_FULL},
-    {.auto_negotiation = false, .advertised = 0, .speed = SPEED_100, .duplex = DUPLEX_HALF},
-    {.auto_negotiation = false, .advertised = 0, .speed = SPEED_100, .duplex = DUPLEX_FULL},
+    automatic(advertised_all),
+    automatic(ADVERTISED_10baseT_Half),
+    automatic(ADVERTISED_10baseT_Full),
+    automatic(ADVERTISED_100baseT_Half),
+    automatic(ADVERTISED_100baseT_Full),
+    fixed(SPEED_10, DUPLEX_HALF),
+    fixed(SPEED_10, DUPLEX_FULL),
+    fixed(SPEED_100, DUPLEX_HALF),
+    fixed(SPEED_100, DUPLEX_FULL),
+};
+
+struct auto_text_row {
+  uint32_t advertised;
+  const char* text;
 };
 
 // In the order in which they are looked for.
-constexpr struct {
-  uint32_t advertised;
-  const char* text;
-} auto_texts[] = {
+constexpr auto_text_row auto_texts[] = {
     {ADVERTISED_10baseT_Half, "auto 10 half"},
     {ADVERTISED_10baseT_Full, "auto 10 full"},
     {ADVERTISED_100baseT_Half, "auto 100 half"},
@@ -118,7 +127,7 @@ const char* auto_text(uint32_t advertised) {
   if ((advertised & advertised_all) == advertised_all) {
     return "auto";
   }
-  for (const auto& row : auto_texts) {
+  for (const auto_text_row& row : auto_texts) {
     if ((advertised & row.advertised) != 0) {
       return row.text;
     }
