@@ -91,5 +91,5 @@ tier_lint() {
     sources=$(git ls-files 'src/*.cpp' 'host/*.cpp')
     check lint formatting sh -c "git ls-files '*.cpp' '*.h' | grep -v '^board/kernel/' | xargs clang-format --dry-run -Werror"
     # shellcheck disable=SC2086  # file names without blanks
-    check lint clang_tidy sh -c "printf '%s\n' $(echo $sources) | xargs -P2 -n4 clang-tidy -p build/release --quiet --extra-arg=-Wno-unknown-warning-option"
+    check lint clang_tidy sh -c "printf '%s\n' $(echo $sources) | xargs -P2 -n1 clang-tidy -p build/release --quiet --extra-arg=-Wno-unknown-warning-option"
 }
