@@ -5,7 +5,7 @@
  * partition requests of the device's kernel act on /proc/mtd and the node files of the root; those on sockets
  * are about the interface of ethernet.h; TIOCSRS485 succeeds. All others go to the host's kernel. A test's
  * rule may answer any of them instead.
- * - sleep and its kin are logged and shortened; time-outs of select are real.
+ * - sleep and its kin are logged and shortened; time-outs of select are real unless the test scales them.
  * - Calls that a test chose (struct call_rule in control.h) fail, or move fewer bytes than asked.
  *
  * A rule is compared with the subject of a call: the path for calls on paths and descriptors, the command
@@ -459,6 +459,13 @@ int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, s
     event_write(&event);
   }
   CATCH("select", path_subject(""), int)
+  struct timeval shorter;
+  if (timeout != NULL && control != NULL && control->select_scale != 1) {
+    double microseconds = ((double)timeout->tv_sec * 1e6 + (double)timeout->tv_usec) * control->select_scale;
+    long long whole = (long long)microseconds;
+    shorter = (struct timeval){.tv_sec = whole / 1000000, .tv_usec = whole % 1000000};
+    timeout = &shorter;
+  }
   return real(count, readable, writable, exceptional, timeout);
 }
 

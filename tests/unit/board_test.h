@@ -3,6 +3,7 @@
 #ifndef BOARD_TEST_H
 #define BOARD_TEST_H
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -52,7 +53,9 @@ class board_test : public loader_test {
     lines writes;
     for (const device_event& event : root.events("write")) {
       std::string value = event.fields[3];
-      if (value.find('\0') == value.size() - 1) {
+      if (value.empty()) {
+        value = "failed";
+      } else if (value.find('\0') == value.size() - 1) {
         value.pop_back();
       } else {
         value += " (not ended once)";

@@ -315,6 +315,10 @@ void device_root::set_sleep_scale(double scale) {
   control_->sleep_scale = scale;
 }
 
+void device_root::set_select_scale(double scale) {
+  control_->select_scale = scale;
+}
+
 void device_root::trace(const std::string& prefix) {
   for (auto& slot : control_->trace) {
     if (slot[0] == '\0') return copy_text(slot, prefix);

@@ -129,6 +129,8 @@ class device_root {
   void drop_rules();
   // Real seconds per second slept; 0.01 unless changed.
   void set_sleep_scale(double scale);
+  // The same for time-outs of select, which are real unless changed.
+  void set_select_scale(double scale);
   // Also logs open, read and write of paths that begin so, or the calls of "select".
   void trace(const std::string& prefix);
 

@@ -1,0 +1,240 @@
+// The operating mode: what each product record makes of it, and what the setters accept.
+#include "board_test.h"
+#include "opmode/discover.h"
+
+namespace {
+
+const std::string absent = "<absent>";
+
+class opmode_test : public board_test {
+ protected:
+  // A device with this record.
+  static void give(const std::string& product_id, const std::string& hwcfg = absent) {
+    prodcfg_reset();
+    g_product_config_avail = 1;
+    if (product_id != absent) {
+      memcpy(g_product_config.product_id, product_id.data(), product_id.size());
+      g_product_config.product_id_length = static_cast<uint8_t>(product_id.size());
+    }
+    if (hwcfg != absent) {
+      memcpy(g_product_config.hwcfg, hwcfg.data(), hwcfg.size());
+      g_product_config.hwcfg_length = static_cast<uint8_t>(hwcfg.size());
+    }
+  }
+
+  // The mode as text: "tk20 none 2".
+  std::string discovered() {
+    EXPECT_EQ(opmode_discover(), 1);
+    return mode();
+  }
+  static std::string mode() {
+    return std::string(opmode_board_names[g_opmode_board]) + " " + opmode_io_names[g_opmode_io] + " " +
+           std::to_string(g_opmode_num_serports);
+  }
+};
+
+TEST_F(opmode_test, names) {
+  EXPECT_EQ(lines(opmode_board_names, opmode_board_names + 6),
+            lines({"unknown", "tk10_mfg", "tk10_eval", "tk20", "tk30", "tk40"}));
+  EXPECT_EQ(lines(opmode_io_names, opmode_io_names + 2), lines({"none", "dio2x1r"}));
+  EXPECT_EQ(mode(), "tk10_eval none 2") << "at the start";
+}
+
+// ---------------------------------------------------------------------------------------------- discovery
+
+TEST_F(opmode_test, without_a_record_everything_is_as_at_the_start) {
+  g_opmode_board = opmode_board_tk20;
+  g_opmode_io = opmode_io_dio2x1r;
+  g_opmode_num_serports = 7;
+  EXPECT_EQ(discovered(), "tk10_eval none 2");
+}
+
+TEST_F(opmode_test, a_record_that_was_not_accepted_does_not_count) {
+  give("P2", "sp4");
+  g_product_config_avail = 0;
+  EXPECT_EQ(discovered(), "tk10_eval none 2");
+}
+
+TEST_F(opmode_test, board_comes_from_the_first_two_characters_of_the_product_id) {
+  const std::pair<const char*, const char*> boards[] = {
+      {"P1", "tk10_eval"}, {"P9", "tk10_eval"}, {"P0", "tk10_mfg"}, {"P7", "tk10_mfg"},
+      {"P2", "tk20"},      {"P3", "tk30"},      {"P8", "tk40"}};
+  for (const auto& [prefix, board] : boards) {
+    for (const char* rest : {"", "x", "01"}) {
+      give(std::string(prefix) + rest);
+      EXPECT_EQ(discovered(), std::string(board) + " none 2") << prefix << rest;
+    }
+  }
+}
+
+TEST_F(opmode_test, any_other_product_id_is_an_unknown_board_without_ports) {
+  for (const char* id : {"", "P", "P4", "P5", "P6", "p2", "2P", "Q2", " P2", "\xFF\xFF\xFF\xFF"}) {
+    give(id);
+    EXPECT_EQ(discovered(), "unknown none 0") << id;
+  }
+}
+
+TEST_F(opmode_test, missing_product_id_is_the_default_board) {
+  give(absent);
+  EXPECT_EQ(discovered(), "tk10_eval none 2");
+  give(absent, "dio2x1r,sp5");
+  EXPECT_EQ(discovered(), "tk10_eval dio2x1r 5");
+}
+
+TEST_F(opmode_test, io_option_must_be_a_whole_item) {
+  const std::pair<const char*, const char*> options[] = {{"dio2x1r", "dio2x1r"},
+                                                         {"a,dio2x1r", "dio2x1r"},
+                                                         {"dio2x1r,b", "dio2x1r"},
+                                                         {"a,dio2x1r,b", "dio2x1r"},
+                                                         {",dio2x1r,", "dio2x1r"},
+                                                         {"xdio2x1r", "none"},
+                                                         {"dio2x1rx", "none"},
+                                                         {" dio2x1r", "none"},
+                                                         {"dio2x1r ", "none"},
+                                                         {"xdio2x1r,dio2x1r", "none"},
+                                                         {"dio2x1rx,dio2x1r", "none"},
+                                                         {"dio2x1", "none"},
+                                                         {"DIO2X1R", "none"},
+                                                         {"", "none"},
+                                                         {",", "none"}};
+  for (const auto& [hwcfg, io] : options) {
+    give("P2", hwcfg);
+    EXPECT_EQ(discovered(), std::string("tk20 ") + io + " 2") << hwcfg;
+  }
+}
+
+TEST_F(opmode_test, port_count_comes_from_the_first_sp) {
+  const std::pair<const char*, unsigned> counts[] = {{"sp4", 4},
+                                                     {"sp0", 0},
+                                                     {"sp1,x", 1},
+                                                     {"x,sp8", 8},
+                                                     {"sp32", 32},
+                                                     {"sp33", 2},
+                                                     {"sp", 2},
+                                                     {"sp,sp4", 2},
+                                                     {"spx", 2},
+                                                     {"rsp4", 2},
+                                                     {"rsp4,sp8", 2},
+                                                     {"sp4x", 2},
+                                                     {"sp4 ", 2},
+                                                     {"sp04", 4},
+                                                     {"sp00000032", 32},
+                                                     {"sp4294967300", 2},
+                                                     {"sp99999999999999999999", 2},
+                                                     {"sp4,sp5", 4},
+                                                     {"sp33,sp4", 2},
+                                                     {"SP4", 2},
+                                                     {"", 2},
+                                                     {"sp4,", 4}};
+  for (const auto& [hwcfg, count] : counts) {
+    give("P2", hwcfg);
+    EXPECT_EQ(discovered(), "tk20 none " + std::to_string(count)) << hwcfg;
+  }
+}
+
+TEST_F(opmode_test, hardware_configuration_also_counts_on_an_unknown_board) {
+  give("XX", "sp4,dio2x1r");
+  EXPECT_EQ(discovered(), "unknown dio2x1r 4");
+  give("XX", "rsp4");
+  EXPECT_EQ(discovered(), "unknown none 0");
+}
+
+// The longest text ends where the field does, and what follows in memory is not part of it.
+TEST_F(opmode_test, hardware_configuration_that_fills_its_field) {
+  give("P2", std::string(56, 'a') + ",dio2x1r");
+  EXPECT_EQ(discovered(), "tk20 dio2x1r 2");
+  give("P2", std::string(60, 'a') + ",sp3");
+  EXPECT_EQ(discovered(), "tk20 none 3");
+  give("P2", std::string("sp4\0,dio2x1r", 12));
+  EXPECT_EQ(discovered(), "tk20 none 4") << "a zero byte ends it";
+}
+
+TEST_F(opmode_test, discovery_loads_the_signals_of_the_board_and_option) {
+  make_gpio_tree({40});
+  give("P2", "dio2x1r");
+  discovered();
+  EXPECT_EQ(gpiolib_current, gpiolib_tk20);
+  EXPECT_NE(gpiolib_lookup_num_or_name_string("RELAY"), nullptr);
+  EXPECT_EQ(gpio_writes().at(0), "unexport 40");
+  give("P7");
+  discovered();
+  EXPECT_EQ(gpiolib_current, gpiolib_tk10_mfg);
+  give("P1");
+  discovered();
+  EXPECT_EQ(gpiolib_current_size, 0);
+}
+
+// ---------------------------------------------------------------------------------------------- setters
+
+TEST_F(opmode_test, set_board) {
+  for (uint32_t board = 0; board < opmode_board_count; board++) {
+    EXPECT_EQ(opmode_board_set(opmode_board_names[board]), 1);
+    EXPECT_EQ(g_opmode_board, board);
+  }
+  EXPECT_EQ(opmode_board_set("default"), 1);
+  EXPECT_EQ(g_opmode_board, 2U);
+  for (const char* word : {"TK20", "tk2", "tk200", "", "none", "3", "Default"})
+    EXPECT_EQ(opmode_board_set(word), 0) << word;
+  EXPECT_EQ(g_opmode_board, 2U);
+}
+
+TEST_F(opmode_test, set_io) {
+  EXPECT_EQ(opmode_io_set("dio2x1r"), 1);
+  EXPECT_EQ(g_opmode_io, 1U);
+  for (const char* word : {"DIO2X1R", "dio", "", "1", "unknown"})
+    EXPECT_EQ(opmode_io_set(word), 0) << word;
+  EXPECT_EQ(g_opmode_io, 1U);
+  for (const char* word : {"none", "default"}) {
+    g_opmode_io = 1;
+    EXPECT_EQ(opmode_io_set(word), 1) << word;
+    EXPECT_EQ(g_opmode_io, 0U);
+  }
+}
+
+TEST_F(opmode_test, set_number_of_serial_ports) {
+  for (const auto& [word, count] : std::initializer_list<std::pair<const char*, unsigned>>{
+           {"0", 0}, {"1", 1}, {"32", 32}, {"007", 7}, {"default", 2}}) {
+    EXPECT_EQ(opmode_num_serports_set(word), 1) << word;
+    EXPECT_EQ(g_opmode_num_serports, count);
+  }
+  for (const char* word : {"33", "2x", "x", "", "-1", "0x2", "4294967298", "99999999999999999999", "Default"})
+    EXPECT_EQ(opmode_num_serports_set(word), 0) << word;
+  EXPECT_EQ(g_opmode_num_serports, 2U);
+}
+
+TEST_F(opmode_test, board_and_io_start_the_signals_anew_and_the_port_count_does_not) {
+  make_whole_gpio_tree();
+  EXPECT_EQ(opmode_board_set("tk20"), 1);
+  EXPECT_EQ(gpio_writes().size(), 128U + 39 + 2 * 28) << "given back, exported, outputs driven";
+  root.forget();
+  EXPECT_EQ(opmode_io_set("dio2x1r"), 1);
+  EXPECT_EQ(gpio_writes().size(), 128U + 43 + 2 * 30);
+  root.forget();
+  EXPECT_EQ(opmode_num_serports_set("4"), 1);
+  EXPECT_EQ(opmode_board_set("nope"), 0);
+  EXPECT_EQ(opmode_io_set("nope"), 0);
+  EXPECT_EQ(gpio_writes(), lines());
+}
+
+TEST_F(opmode_test, print) {
+  give("P2", "sp4,dio2x1r");
+  root.make_sink("/sys/class/gpio/export");
+  discovered();
+  root.printed();
+  opmode_print();
+  EXPECT_EQ(root.printed(),
+            "\nCurrent operating mode:\n  Board:    tk20\n  I/O:      dio2x1r\n  # Serial: 4\n");
+}
+
+TEST_F(opmode_test, trace) {
+  log_level = level_trace;
+  opmode_num_serports_set("x");
+  opmode_board_set("x");
+  opmode_io_set("x");
+  EXPECT_EQ(root.printed(),
+            "TRACE: opmode_num_serports_set:\nTRACE: opmode_board_set:\nTRACE: opmode_io_set:\n");
+  opmode_discover();
+  EXPECT_EQ(root.printed(), "TRACE: opmode_discover:\nTRACE: gpiolib_init:\nTRACE: gpiolib_unexport_all:\n");
+}
+
+}  // namespace
