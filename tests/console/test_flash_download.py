@@ -6,7 +6,7 @@ import re
 import pytest
 
 import images
-from downloads import (BEGIN, SUCCESS, NOT_INSTALLED, begin_download, download, expect_at_rest, image_that_fails,
+from downloads import (BEGIN, FAILURE, NOT_INSTALLED, SUCCESS, begin_download, download, expect_at_rest, image_that_fails,
                        settings, steps)
 
 UNLOCK_BOOTLOADER, LOCK_BOOTLOADER = "/usr/sbin/flash_unlock /dev/mtd2", "/usr/sbin/flash_lock /dev/mtd2 0 -1"
@@ -255,6 +255,15 @@ def test_verbosity_7_traces_functions(dev):
         at = after.index(line + "\n", at)
 
 
+@pytest.mark.parametrize("verbosity", [1, 2])
+def test_low_verbosity_shows_what_was_asked_for_but_no_errors(dev, verbosity):
+    """The filter applies when a message is logged, not when it is shown again."""
+    dev.boot()
+    dev.command(f"verbose {verbosity}")
+    image = images.part(images.KERNEL, b"kernel")[:-1] + b"x"
+    assert download(dev, image) == BEGIN + images.info(image) + FAILURE
+
+
 # ---------------------------------------------------------------------- every raw destination
 
 
@@ -441,6 +450,15 @@ def test_part_behind_a_skipped_boot_environment_is_found(dev, size):
     dev.expect_ran_exactly(set_environment(2, "6"))
 
 
+def test_skipped_boot_environment_is_taken_off_the_line_byte_by_byte(dev):
+    dev.boot()
+    dev.trace("/dev/ttyS2")
+    image = images.part(images.BOOT_ENV, images.pattern(100))
+    assert download(dev, image, "flash download serial 1 2", port=2).endswith(SUCCESS)
+    reads = [event.result for event in dev.events.of("read")]
+    assert reads[-100:] == ["1"] * 100 and sum(map(int, reads[:-100])) == 256, "the header, then the contents"
+
+
 def test_checksum_of_a_skipped_boot_environment_is_not_looked_at(dev):
     dev.boot()
     assert download(dev, BOOT_ENV[:-1] + b"!") == BEGIN + images.info(BOOT_ENV) + SUCCESS
@@ -457,12 +475,15 @@ def test_bad_block_does_not_count_for_clean_flash(dev):
     dev.expect_ran_exactly(WRITE_BOOT_ENV)
 
 
-def test_block_that_cannot_be_asked_about_is_read(dev):
-    make_ubi_small(dev).fill()
+@pytest.mark.parametrize("byte, tools", [(b"\xff", WRITE_BOOT_ENV), (b"\0", [])], ids=["clean", "in use"])
+def test_block_that_cannot_be_asked_about_is_read(dev, byte, tools):
+    ubi = make_ubi_small(dev)
+    ubi.fill()
+    ubi.write(byte, 0x20000)
     dev.answer_ioctl(0x40084D0B, "/dev/mtd10", error="EOPNOTSUPP")
     dev.boot()
     assert download(dev, BOOT_ENV).endswith(SUCCESS)
-    dev.expect_ran_exactly(WRITE_BOOT_ENV)
+    dev.expect_ran_exactly(tools)
 
 
 @pytest.mark.parametrize("spot", [0, 1023, 0x20000, 0x3FFFC, 0x3FFFF])

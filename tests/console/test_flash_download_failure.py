@@ -216,6 +216,15 @@ def test_sender_that_stops_inside_a_payload(dev, size):
     assert target.read(0, size) == LOADER[:size] and target.read(size, 4096).strip(b"\xff") == b""
 
 
+@pytest.mark.parametrize("length", [0x7FFFFFFF, 0x80000000, 0xFFFFFFFF])
+def test_sender_that_stops_inside_a_huge_payload(dev, length):
+    header = images.header(images.KERNEL, fields={images.CONTENTS_LENGTH: length, images.FINAL_LENGTH: length})
+    shown = download(dev, header + b"kernel")
+    assert reason(shown) == (BEGIN + images.info(header) + "ERROR: Failed to read firmware image [...]\n"
+                             + FAILED + NOT_INSTALLED)
+    assert dev.partition("kernel_2").read(0, 264) == header + b"kernel\0\0"
+
+
 def test_sender_that_stops_inside_a_boot_environment_that_is_skipped(dev):
     image = images.part(images.BOOT_ENV, b"bootenv")
     shown = download(dev, image[:-1])
@@ -281,7 +290,7 @@ REFUSED_128KEB = "ERROR: ubi0 erase size is 0x{:x}, ubifs image requires 0x20000
     (images.ROOTFS_UBIFS_128KEB, 0x40000, REFUSED_128KEB),
     (images.ROOTFS_JFFS2_OR_EXT2, 0x20000, "ERROR: No partition for rootfs image\nERROR: Bad image destination\n"),
     (images.ROOTFS_JFFS2_OR_EXT2, 0x4000, "ERROR: No partition for rootfs image\nERROR: Bad image destination\n"),
-])
+], ids=["16 on 128", "16 on 32", "16 on 256", "128 on 16", "128 on 256", "jffs2 on 128", "jffs2 on 16"])
 def test_root_file_system_of_the_wrong_kind(dev, contents_type, erase_size, refusal):
     """Refused by its header, before it is even shown."""
     dev.set_partitions(*((p.name, p.size, erase_size if p.name == "ubi0" else p.erase_size) for p in dev.partitions))
@@ -291,7 +300,7 @@ def test_root_file_system_of_the_wrong_kind(dev, contents_type, erase_size, refu
 
 
 @pytest.mark.parametrize("contents_type, refusal", [
-    (images.ROOTFS_UBIFS_16KEB, REFUSED_16KEB), (images.ROOTFS_UBIFS_128KEB, REFUSED_128KEB)])
+    (images.ROOTFS_UBIFS_16KEB, REFUSED_16KEB), (images.ROOTFS_UBIFS_128KEB, REFUSED_128KEB)], ids=["16", "128"])
 def test_root_file_system_without_a_ubi_partition(dev, contents_type, refusal):
     dev.set_partitions(("bootstrap", 0x20000, 0x10000))
     assert download(dev, images.header(contents_type)) == BEGIN + refusal.format(0) + NOT_INSTALLED
