@@ -120,9 +120,6 @@ COMMANDS = [
      "Show the Loader CLI version"),
 ]
 
-# Commands that are not in the program yet. Whoever brings one takes it out of here.
-STILL_TO_COME: set[str] = set()
-
 # Entries of the tree without a command behind them; they must not be noticed.
 PLACEHOLDERS = {
     "": ["resetcpu", "resetext", "boot", "bootflash", "bf", "bootnet", "bn", "mcmp", "mc", "md", "mfind", "mm"],
@@ -140,6 +137,6 @@ def listing(words: str = "", verbose: bool = False) -> str:
     """What help prints of the commands that begin with these words."""
     lines = []
     for path, usage, text in COMMANDS:
-        if path not in STILL_TO_COME and f"{path} ".startswith(f"{words} ".lstrip()):
+        if f"{path} ".startswith(f"{words} ".lstrip()):
             lines.append(f"  {path} {usage}\n" + (f"    {text}\n\n" if verbose else ""))
     return "".join(lines)
