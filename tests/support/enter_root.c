@@ -121,7 +121,7 @@ static void bind_host_parts(void) {
   if (access("/usr/lib64", F_OK) == 0) {
     bind_read_only("/usr/lib64", "/lib64");
   }
-  bind_read_only("/usr/bin/bash-static", "/.harness/bash");
+  bind_read_only("/usr/bin/bash", "/.harness/bash");
   bind_read_only("/usr/bin/busybox", "/.harness/busybox");
 }
 

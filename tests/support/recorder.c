@@ -455,6 +455,7 @@ static int run_shell(void) {
   event_begin(&event, "shell");
   event_field(&event, i < arg_count ? args[i] : "");
   event_write(&event);
+  unsetenv("LD_PRELOAD"); /* the stand-in is for the program, not for its shell */
   execv("/.harness/bash", args);
   return 127;
 }
