@@ -70,6 +70,7 @@ TEST_F(installation_test, either_setting_failing_fails_the_installation) {
   root.answer("fw_setenv", {.when = "kernel_size", .status = 1});
   EXPECT_FALSE(installation_finish(state));
   EXPECT_TRUE(root.printed().ends_with("\nERROR: Failed to set kernel_size_2=10 in the boot environment\n"));
+  EXPECT_EQ(root.env()["bootbank"], "2") << "both are tried";
   root.answer("fw_setenv", {.when = "kernel_size", .acts = true});
   root.answer("fw_setenv", {.when = "bootbank", .status = 1});
   EXPECT_FALSE(installation_finish(state));
