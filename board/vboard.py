@@ -19,6 +19,7 @@ import fcntl
 import os
 import pathlib
 import re
+import select
 import selectors
 import socket
 import struct
@@ -40,9 +41,14 @@ SHELL_PATH = "/sbin/recovery-loader"
 
 # Bytes per second that the emulated UART takes for sure: it has no flow control, so senders pace themselves.
 UART_RATE = 80_000
-# From "Begin serial download..." to the moment the port has been opened and its stale input dropped, with a margin.
+# From "Begin serial download..." to the moment the port has been opened and its stale input dropped, with a margin; for
+# those who cannot look into the board as Board.wait_receiving() does.
 SERIAL_DOWNLOAD_PAUSE = 2.0
 
+# A sender gives up when the line takes nothing for so many seconds.
+_SEND_STALLED = 30.0
+
+_ERASE_PIECE = 1 << 20
 _INVERT = bytes(255 - value for value in range(256))
 _FRAME = struct.Struct("<IIII")
 _MAGIC = 0x746E6741
@@ -148,12 +154,23 @@ class Port:
             return data
 
     def send(self, data):
-        """Sends as fast as the line takes it: keystrokes. Text is sent as UTF-8."""
-        data = data.encode() if isinstance(data, str) else data
-        sock = self._socket
-        if sock is None:
-            raise BoardError(f"{self.name}: the machine is off")
-        sock.sendall(data)
+        """
+        Sends as fast as the line takes it: keystrokes. Text is sent as UTF-8. Raises Timeout when the line takes nothing
+        for a long time: nobody has the port open and its buffers are full.
+        """
+        data = memoryview(data.encode() if isinstance(data, str) else data)
+        while data:
+            sock = self._socket
+            if sock is None:
+                raise BoardError(f"{self.name}: the machine is off")
+            if not select.select([], [sock], [], _SEND_STALLED)[1]:
+                raise Timeout(f"{self.name}: takes no more; {len(data)} bytes are left")
+            try:
+                data = data[sock.send(data, socket.MSG_DONTWAIT):]
+            except BlockingIOError:
+                pass
+            except ConnectionError as error:
+                raise BoardError(f"{self.name}: the machine has ended") from error
 
     def send_paced(self, data, rate=UART_RATE, progress=None):
         """Sends at `rate` bytes per second; progress(bytes sent) is called now and then."""
@@ -441,6 +458,17 @@ class Board:
         """Erases the whole partition and writes `data` at its start."""
         self.flash_write(partition, data + b"\xff" * (layout.PARTITIONS[partition].size - len(data)))
 
+    def flash_erase(self, *partitions):
+        """Erases these partitions, or all, whatever their locks say. Spare bytes of the NAND flash, and so its bad blocks,
+        stay as they are. Cheap where flash is erased already."""
+        for name in partitions or layout.PARTITIONS:
+            row = layout.PARTITIONS[name]
+            with open(self._chip_path(row.chip), "r+b") as cells:
+                for address in range(row.offset, row.offset + row.size, _ERASE_PIECE):
+                    erased = bytes(min(_ERASE_PIECE, row.offset + row.size - address))
+                    if os.pread(cells.fileno(), len(erased), address) != erased:
+                        os.pwrite(cells.fileno(), erased, address)
+
     def nand_oob(self, page):
         """The spare bytes of a page of the NAND flash."""
         return self._read_cells("nand", self._oob_address(page), self.geometry.oob)
@@ -502,11 +530,16 @@ class Board:
 
     # The console's usual errands.
 
+    def wait_receiving(self, port=None, timeout=60.0):
+        """Waits until the shell has opened a serial port (the console) for a transfer and dropped its stale input."""
+        node = "/dev/ttyS2" if port is self.serial2 else "/dev/ttyS1"
+        self.sh(f"until stty -F {node} -a | grep -q -e -icrnl; do usleep 50000; done", timeout, check=True)
+
     def serial_download(self, command, data, port=None, rate=UART_RATE, progress=None):
         """Types a serial download command and, when the shell is ready for it, sends `data` to `port` (the console)."""
         self.console.send(command + "\r")
-        self.console.expect("Begin serial download...")
-        time.sleep(SERIAL_DOWNLOAD_PAUSE)
+        self.console.expect("Begin serial download...", timeout=60.0)
+        self.wait_receiving(port)
         (port or self.console).send_paced(data, rate, progress)
 
 

@@ -1,0 +1,72 @@
+"""Fixtures of the board tests. `dev` is the one that most tests take: a virtual board at its shell's prompt, with erased
+flash. Boards are booted once per worker and used again, their flash erased from outside between tests; a board whose
+test failed is thrown away."""
+
+import sys
+from pathlib import Path
+
+import pytest
+
+TESTS = Path(__file__).resolve().parent.parent
+sys.path[:0] = [str(TESTS.parent / "board"), str(TESTS / "support")]
+
+from shell_session import ShellSession  # noqa: E402  (the path had to be set first)
+
+_failed = pytest.StashKey[bool]()
+
+
+@pytest.hookimpl(hookwrapper=True, tryfirst=True)
+def pytest_runtest_makereport(item):
+    outcome = yield
+    report = outcome.get_result()
+    item.stash[_failed] = item.stash.get(_failed, False) or report.failed
+    session = getattr(item, "funcargs", {}).get("dev")
+    if report.failed and session is not None:
+        console, kernel = session.board.console.output, session.board.kernel_log.output
+        report.sections.append(("console", console[-4000:].decode(errors="backslashreplace")))
+        report.sections.append(("kernel's console", kernel[-2000:].decode(errors="backslashreplace")))
+
+
+class _Bench:
+    """The board that this worker has at hand."""
+
+    def __init__(self, make_directory):
+        self._make_directory = make_directory
+        self._session = None
+
+    def take(self):
+        """The board, at its prompt and as good as new; booted when there is none."""
+        if self._session is None:
+            self._session = ShellSession(self._make_directory())
+            self._session.start()
+        else:
+            self._session.renew()
+        return self._session
+
+    def throw_away(self):
+        """The next test gets another board."""
+        if self._session is not None:
+            self._session.board.kill()
+        self._session = None
+
+
+@pytest.fixture(scope="session")
+def bench(tmp_path_factory):
+    made = _Bench(lambda: tmp_path_factory.mktemp("board"))
+    yield made
+    made.throw_away()
+
+
+@pytest.fixture
+def dev(request, bench):
+    """A board at its prompt: flash erased, boot environment and verbosity at their defaults, no faults planned."""
+    try:
+        session = bench.take()
+        yield session
+        if not request.node.stash.get(_failed, False):
+            session.check()
+    except BaseException:
+        bench.throw_away()
+        raise
+    if request.node.stash.get(_failed, False):
+        bench.throw_away()
