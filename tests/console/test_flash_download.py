@@ -379,7 +379,6 @@ def test_any_flag_but_zero_announces_another_part(dev, flag):
 
 
 def test_image_ends_with_its_last_flag_and_the_rest_is_ignored(dev):
-    """The rest stays in the port, where the next transfer throws it away."""
     dev.boot()
     image = images.part(images.KERNEL, b"kernel")
     rest = images.part(images.BOOTLOADER, b"reset\rreset\r")
