@@ -26,10 +26,10 @@ def pytest_runtest_makereport(item):
     report = outcome.get_result()
     item.stash.setdefault(_reports, {})[report.when] = report
     device = getattr(item, "funcargs", {}).get("dev")
-    if report.failed and report.when == "call" and device is not None:
-        report.sections.append(("screen", repr(device.screen)))
-        report.sections.append(("boot console", repr(bytes(device.boot_console.received))))
-        report.sections.append(("events", "\n".join(map(str, device.all_events))))
+    if report.failed and report.when == "call" and device is not None:  # the ends, of what may be long
+        report.sections.append(("screen", repr(device.screen[-10000:])))
+        report.sections.append(("boot console", repr(bytes(device.boot_console.received[-10000:]))))
+        report.sections.append(("events", "\n".join(map(str, device.all_events[-500:]))))
 
 
 @pytest.fixture

@@ -241,6 +241,17 @@ def test_starts_of_the_test_itself_are_counted(dev):
     dev.check()
 
 
+def test_log_that_runs_full_is_noticed(dev):
+    dev.boot()
+    with open(dev.path("/.harness/log"), "a", encoding="ascii") as log:
+        log.write("1\t1\tsleep\t1\n" * (dev.log.LIMIT // 12))
+    dev.command("show klog")
+    assert "/bin/dmesg" not in dev.ran, "nothing is written any more"
+    with pytest.raises(AssertionError, match="the log is full"):
+        dev.check()
+    dev.path("/.harness/log").write_text("")
+
+
 def test_rules_in_vain_are_noticed(dev):
     dev.boot()
     dev.answer("dmesg")

@@ -8,7 +8,7 @@ import time
 
 import pytest
 
-from device import BANNER, PROMPT, plain
+from device import BANNER, PROMPT, onlcr, plain
 
 SETTINGS_BLOCK = """
 Current console settings:
@@ -150,23 +150,21 @@ def test_defaults_are_used_when_the_entry_is_missing_or_bad(dev, cmdline, messag
     dev.cmdline(cmdline)
     dev.console = dev.port(1)
     dev.boot()
-    assert plain(bytes(dev.boot_console.received)) == f"ERROR: {message}\n"
+    dev.boot_console.expect_all(onlcr(f"ERROR: {message}\n"))
     assert SETTINGS_BLOCK in plain(dev.screen)
 
 
 def test_no_kernel_command_line(dev):
     dev.remove("/proc/cmdline")
     dev.boot()
-    assert plain(bytes(dev.boot_console.received)) == (
-        "ERROR: Failed to open /proc/cmdline to get cli_console settings\n")
+    dev.boot_console.expect_all(onlcr("ERROR: Failed to open /proc/cmdline to get cli_console settings\n"))
     assert SETTINGS_BLOCK in plain(dev.screen)
 
 
 def test_empty_kernel_command_line(dev):
     dev.path("/proc/cmdline").write_text("")
     dev.boot()
-    assert plain(bytes(dev.boot_console.received)) == (
-        "ERROR: Failed to read /proc/cmdline to get cli_console settings\n")
+    dev.boot_console.expect_all(onlcr("ERROR: Failed to read /proc/cmdline to get cli_console settings\n"))
     assert SETTINGS_BLOCK in plain(dev.screen)
 
 

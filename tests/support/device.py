@@ -283,12 +283,13 @@ class Device(DeviceRoot):
     # ------------------------------------------------------------------ the end of a test
 
     def check(self) -> None:
-        """What no session may show, whatever the test was about: a dead program, a sanitizer's report, a second
-        start-up (the banner and the notice below it; `version` prints the banner alone), an unknown command, an
-        answer or a failing call that the test prepared in vain."""
+        """What no session may show, whatever the test was about: a dead program, a sanitizer's report, a log that ran
+        full, a second start-up (the banner and the notice below it; `version` prints the banner alone), an unknown
+        command, an answer or a failing call that the test prepared in vain."""
         screens = {name: plain(bytes(port.received)) for name, port in self._ports.items()}
         if self._process is not None and not self.death_expected:
             assert self.alive, f"the program ended with status {self._process.returncode}; screens: {screens!r}"
+        assert not self.log.full, f"the log is full; it ends so: {self.all_events[-5:]!r}"
         reports = [file.read_text() for file in self.path("/.harness").glob("sanitizer*")]
         assert not reports, "\n".join(reports)
         starts = re.findall(rf"^{re.escape(BANNER)}[^\n]*\n([^\n]*)\n", "".join(screens.values()), re.MULTILINE)

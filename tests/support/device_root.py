@@ -9,7 +9,7 @@ import subprocess
 from collections.abc import MutableMapping
 from pathlib import Path
 
-from event_log import Events, error_number, read_log
+from event_log import Events, Log, error_number
 
 # Layout of control.h.
 _HEAD = struct.Struct("d 512s")
@@ -95,6 +95,7 @@ class DeviceRoot:
         self.directory = directory
         self._enter_root = tools / "enter_root"
         subprocess.run([self._enter_root, "make", directory], check=True)
+        self.log = Log(self.path("/.harness/log"))
         self.env = Environment(self.path("/.harness/env"))
         self._answers: dict[tuple, str] = {}
         self._expected_rules: dict[str, str] = {}
@@ -255,7 +256,7 @@ class DeviceRoot:
     @property
     def all_events(self) -> Events:
         """Everything from the start of the program on."""
-        return read_log(self.path("/.harness/log"))
+        return self.log.events
 
     @property
     def events(self) -> Events:

@@ -83,7 +83,9 @@ static inline void event_write(struct event* event) {
   event->text[event->length++] = '\n';
   long fd = syscall(SYS_openat, AT_FDCWD, EVENT_LOG_FILE, O_WRONLY | O_APPEND | O_CLOEXEC, 0);
   if (fd >= 0) {
-    syscall(SYS_write, fd, event->text, event->length);
+    if (syscall(SYS_lseek, fd, 0, SEEK_END) < EVENT_LOG_LIMIT) {
+      syscall(SYS_write, fd, event->text, event->length);
+    }
     syscall(SYS_close, fd);
   }
 }

@@ -1,6 +1,7 @@
 """Reads the one ordered log of a device root (see event_log.h for how it is written)."""
 
 import errno
+import os
 import re
 import shlex
 import struct
@@ -127,9 +128,30 @@ class Events(list):
         return [str(event) for event in self.of("run", "ioctl", "sleep", "write", "select")]
 
 
-def read_log(path) -> Events:
-    with open(path, encoding="ascii") as log:
-        return Events(Event(line.rstrip("\n")) for line in log if line.endswith("\n"))
+class Log:
+    """The log of a device root, read on from where it was read last."""
+
+    LIMIT = 16 << 20  # bytes; nothing is logged beyond (EVENT_LOG_LIMIT)
+
+    def __init__(self, path):
+        self._path = path
+        self._read_to = 0
+        self._events = Events()
+
+    @property
+    def events(self) -> Events:
+        """Everything so far."""
+        with open(self._path, "rb") as log:
+            log.seek(self._read_to)
+            new, newline, _ = log.read().rpartition(b"\n")
+        if newline:
+            self._read_to += len(new) + 1
+            self._events += [Event(line) for line in new.decode("ascii").split("\n")]
+        return Events(self._events)
+
+    @property
+    def full(self) -> bool:
+        return os.path.getsize(self._path) >= self.LIMIT
 
 
 def error_number(error) -> int:

@@ -8,6 +8,7 @@
 #define CONTROL_FILE "/.harness/control"
 #define ENV_FILE "/.harness/env"
 #define EVENT_LOG_FILE "/.harness/log"
+#define EVENT_LOG_LIMIT (16 << 20) /* bytes: a program that runs wild must not fill the host */
 
 #ifdef __cplusplus
 extern "C" {

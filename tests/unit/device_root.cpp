@@ -346,6 +346,7 @@ lines device_root::unused() const {
 std::vector<device_event> device_root::all_events() const {
   std::vector<device_event> events;
   std::ifstream log(EVENT_LOG_FILE);
+  if (std::filesystem::file_size(EVENT_LOG_FILE) >= EVENT_LOG_LIMIT) die("the log is full");
   for (std::string line; std::getline(log, line);)
     events.push_back(parse_event(line));
   return events;
