@@ -1,0 +1,182 @@
+"""Changing the console's mode on the board with line drivers: what is driven and requested in which order, and what a
+failure on the way leaves behind."""
+
+import pytest
+
+from board import give_board, gpio_writes, level, make_gpio_lines
+from device import onlcr
+
+SUCCESS, FAILURE = "Done: SUCCESS\n", "Done: FAILURE\n"
+REQUEST = 0x542F  # TIOCSRS485
+PORT_1 = {"SEL_RS232": 136, "4W_B": 137, "2W_B": 138, "TX_2W_TE": 141, "RX_TE": 140}
+PORT_2 = {"SEL_RS232": 128, "4W_B": 129, "2W_B": 130, "TX_2W_TE": 133, "RX_TE": 132}
+
+
+def block(port, mode, term, flow="noflow", speed=115200):
+    return (f"\nCurrent console settings:\n  Device: /dev/ttyS{port}\n  Mode:   {mode}\n  Speed:  {speed} bps\n"
+            f"  Flow:   {flow}\n  Term:   {term}\n\n")
+
+
+@pytest.fixture
+def tk20(dev):
+    give_board(dev, "P2")
+    dev.boot()
+    return dev
+
+
+def steps(dev):
+    """Driven signals and requests, in order: "136=0", "flags 03"; every request has the whole record of 32 bytes."""
+    found = []
+    for event in dev.events.of("write", "ioctl"):
+        if event.kind == "write" and event.path.startswith("/sys/class/gpio/gpio"):
+            assert event.data[1:] == b"\0"
+            found.append(f"{event.path.split('/')[4].removeprefix('gpio')}={event.data[:1].decode()}")
+        elif event.kind == "ioctl":
+            assert event.request == REQUEST and len(event.argument) == 32 and event.argument[1:] == bytes(31)
+            found.append(f"flags {event.argument[0]:02x}")
+    return found
+
+
+@pytest.mark.parametrize("words, levels, flags", [
+    ("rs485", (0, 1, 0, 0, 0), 0x03),
+    ("rs485 term", (0, 1, 0, 1, 0), 0x23),
+    ("rs422", (0, 0, 1, 0, 0), 0x11),
+    ("rs422 term", (0, 0, 1, 0, 1), 0x31),
+])
+@pytest.mark.parametrize("port, signals", [(1, PORT_1), (2, PORT_2)])
+def test_signals_are_driven_in_their_order_and_then_the_kernel_is_told(tk20, port, signals, words, levels, flags):
+    tk20.type(f"set console {port} {words}")
+    tk20.console = tk20.port(port)
+    mode, *term = words.split()
+    tk20.expect(block(port, mode, "on" if term else "off") + SUCCESS)
+    assert steps(tk20) == [f"{number}={value}" for number, value in zip(signals.values(), levels)] + [f"flags {flags:02x}"]
+    assert tk20.ioctls[0].path == f"/dev/ttyS{port}"
+
+
+def test_rs232_switches_rs485_off(tk20):
+    tk20.command("set console 9600")
+    assert steps(tk20) == ["136=1", "137=1", "138=1", "141=0", "140=0", "flags 00"]
+
+
+def test_terminal_settings_come_before_the_mode(tk20):
+    tk20.command("set console rs485")
+    kinds = [event.kind for event in tk20.events
+             if event.kind in ("tcsetattr", "ioctl") or event.kind == "write" and "gpio" in event.path]
+    assert kinds[-8:] == ["tcsetattr", *["write"] * 5, "ioctl", "tcsetattr"], "the last is of the prompt"
+
+
+def test_delay_lies_between_the_request_and_the_settings(tk20):
+    tk20.type("set console -d5 2 rs422 term")
+    tk20.console = tk20.port(2)
+    assert tk20.expect("Done") == block(2, "rs422", "on")
+    order = [event.kind for event in tk20.events.of("ioctl", "sleep")]
+    assert order == ["ioctl", "sleep"] and tk20.sleeps == [5]
+
+
+def test_start_up_drives_nothing_for_the_console(tk20):
+    """The console is mapped before the board is known; its drivers get their defaults with all other signals."""
+    assert tk20.startup.ioctls == []
+    writes = gpio_writes(tk20.startup)
+    assert [writes.count(f"gpio{number}/value {value}") for number, value in zip(PORT_1.values(), "11100")] == [1] * 5
+
+
+def test_port_0_has_no_driver(tk20):
+    tk20.type("set console 0")
+    tk20.console = tk20.port(0)
+    tk20.expect(block(0, "rs232", "n/a", flow="hwflow") + SUCCESS)
+    assert steps(tk20) == []
+
+
+@pytest.mark.parametrize("product_id, board", [("P1", "tk10_eval"), ("P7", "tk10_mfg"), ("P3", "tk30"), ("P8", "tk40"),
+                                               ("XX", "unknown")])
+def test_other_boards_have_no_driver(dev, product_id, board):
+    give_board(dev, product_id)
+    dev.boot()
+    for mode in ("rs485", "rs422"):
+        assert dev.command(f"set console {mode}") == (
+            f"ERROR: {mode} not valid in current operational mode ({board})\n" + FAILURE)
+        assert dev.command(f"set console 0 {mode}") == f"ERROR: {mode} not valid on /dev/ttyS0\n" + FAILURE
+    dev.command("set console 9600")
+    assert steps(dev) == []
+
+
+def test_port_0_is_refused_on_the_tk20_too(tk20):
+    for mode in ("rs485", "rs422"):
+        assert tk20.command(f"set console 0 {mode}") == f"ERROR: {mode} not valid on /dev/ttyS0\n" + FAILURE
+    assert steps(tk20) == []
+
+
+def test_mode_becomes_possible_with_the_board(dev):
+    make_gpio_lines(dev)
+    dev.boot()
+    assert dev.command("set console rs485").endswith(FAILURE)
+    dev.command("set opmode board tk20")
+    assert dev.command("set console rs485") == block(1, "rs485", "off") + SUCCESS
+
+
+def test_change_of_the_operating_mode_resets_the_drivers(tk20):
+    tk20.command("set console rs485 term")
+    assert level(tk20, 136) == "0" and level(tk20, 141) == "1"
+    tk20.command("set opmode io dio2x1r")
+    assert level(tk20, 136) == "1" and level(tk20, 141) == "0"
+    assert tk20.command("show console") == block(1, "rs485", "on"), "what was set stays on show"
+
+
+# ---------------------------------------------------------------------- failures
+
+REFUSED = ("ERROR: ioctl(TIOCSRS485) on /dev/ttyS{port}\n"
+           "tty_set_termios: tty_configure_mode(): Inappropriate ioctl for device\n"
+           "tty_remap_stdio: tty_set_termios(): Inappropriate ioctl for device\n")
+
+
+def test_refused_request_is_told_and_the_result_line_comes_twice(tk20):
+    tk20.answer_ioctl(REQUEST, "/dev/ttyS1", error="ENOTTY")
+    before = tk20.command("show console")
+    assert tk20.command("set console rs485 term") == REFUSED.format(port=1) + FAILURE + SUCCESS
+    assert [level(tk20, number) for number in PORT_1.values()] == list("01010"), "the signals were driven before"
+    assert tk20.command("show console") == before
+    assert tk20.command("set console rs485") == REFUSED.format(port=1) + FAILURE + SUCCESS, "it was no change"
+
+
+def test_refused_request_on_the_other_port_leaves_the_shell_there(tk20):
+    tk20.answer_ioctl(REQUEST, "/dev/ttyS2", error="ENOTTY", times=1)
+    tk20.type("set console 2 rs422")
+    tk20.console = tk20.port(2)
+    assert tk20.expect("CLI> ") == REFUSED.format(port=2) + FAILURE + SUCCESS
+    assert tk20.command("show console") == block(1, "rs232", "n/a", flow="hwflow"), "the record has not moved"
+    assert tk20.command("set console 2 rs422") == block(2, "rs422", "off") + SUCCESS
+
+
+def test_refused_rs232_request_fails_every_change(tk20):
+    tk20.answer_ioctl(REQUEST, "/dev/ttyS1", error="ENOTTY")
+    assert tk20.command("set console noflow") == REFUSED.format(port=1) + FAILURE + SUCCESS
+
+
+def test_signal_that_cannot_be_driven_is_told_and_the_rest_goes_on(tk20):
+    tk20.remove("/sys/class/gpio/gpio137/value")
+    tk20.fail_call("write", "gpio141/value", error=None, result=1)
+    assert tk20.command("set console rs485 term") == (
+        "ERROR: Failed open to set gpio137 (4W_B1) value to '1'\n"
+        "ERROR: Failed write to set gpio141 (TX_2W_TE1) value to '1'\n" + block(1, "rs485", "on") + SUCCESS)
+    assert [event.argument[0] for event in tk20.ioctls] == [0x23]
+
+
+def test_termination_needs_a_bus(tk20):
+    assert tk20.command("set console rs232 term") == "ERROR: Termination not valid in rs232 mode\n"
+    assert tk20.command("set console term") == "ERROR: Termination not valid in rs232 mode\n"
+    assert steps(tk20) == []
+
+
+def test_declined_change_ends_without_result(tk20):
+    tk20.command("affirm on")
+    tk20.mark()
+    tk20.type("set console rs485")
+    tk20.expect("(y/N)? ")
+    tk20.keys("n\r")
+    assert tk20.text_until_prompt().endswith("<aborted>\n")
+    assert steps(tk20) == []
+
+
+def test_bytes_of_the_settings_block_on_the_line(tk20):
+    tk20.type("set console rs422 term")
+    assert onlcr(block(1, "rs422", "on") + SUCCESS) in tk20.screen_until_prompt()
