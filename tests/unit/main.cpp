@@ -4,9 +4,11 @@
 // and removes the root afterwards; the environment tells the inner run apart.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,19 +22,28 @@ namespace {
 
 constexpr char inside_mark[] = "DEVICE_ROOT_INSIDE";
 
+volatile pid_t child;
+
+// Whoever stops this program stops the inner run; the root is removed all the same.
+void stop_child(int signal_number) {
+  if (child > 0) kill(child, signal_number);
+}
+
 int run(const std::vector<std::string>& words) {
   std::vector<char*> argv;
   for (const std::string& word : words)
     argv.push_back(const_cast<char*>(word.c_str()));
   argv.push_back(nullptr);
-  pid_t child = fork();
-  if (child == 0) {
+  const pid_t forked = fork();
+  if (forked == 0) {
     execv(argv[0], argv.data());
     perror(argv[0]);
     _exit(127);
   }
+  child = forked;
   int status = 0;
-  waitpid(child, &status, 0);
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
@@ -93,6 +104,8 @@ int run_inside(int argc, char* argv[]) {
     return 1;
   }
   set_inner_environment(self.parent_path());
+  signal(SIGINT, stop_child);
+  signal(SIGTERM, stop_child);
   int status = run({enter_root, "make", root});
   if (status == 0) {
     std::vector<std::string> words = {enter_root,
