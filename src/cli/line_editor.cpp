@@ -234,14 +234,12 @@ key_result handle_key(line_state& line, uint8_t byte) {
 }
 
 // The next byte of the console. The end of input is byte 255, given out slowly: a console that is gone must
-// not cost a processor. An operation may have closed the console's input, which is then opened again.
+// not cost a processor.
 uint8_t read_key() {
   const int byte = fgetc(stdin);
   if (byte == EOF) {
     clearerr(stdin);
     usleep(input_retry_us);
-    tty_restore_cli_input();
-    tty_set_isig(0);
   }
   return static_cast<uint8_t>(byte);
 }
@@ -289,6 +287,7 @@ void cli_loop() {
   history_clear();
   log_printf(level_plain, "\n");
   for (;;) {
+    tty_restore_cli_input();  // a failed download may have closed it
     tty_set_isig(0);
     const key_result result = read_line();
     tty_set_isig(1);

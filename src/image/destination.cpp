@@ -85,3 +85,12 @@ bool image_contents_switch_bank(uint32_t contents_type) {
 bool image_mask_selects(uint32_t mask, uint32_t contents_type) {
   return contents_type < 32 && (mask >> contents_type & 1) != 0;
 }
+
+bool image_mask_skips(uint32_t mask, uint32_t contents_type) {
+  return image_contents_has_destination(contents_type) && !image_mask_selects(mask, contents_type);
+}
+
+bool image_contents_has_destination(uint32_t contents_type) {
+  const int image = image_contents_type_to_mtd_image_type(contents_type);
+  return image != mtd_image_none && mtd_get_by_image_and_bank(nullptr, image, mtd_bank_any) != nullptr;
+}

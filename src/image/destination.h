@@ -13,6 +13,9 @@ int image_validate_destination(uint32_t contents_type);
 /// error that names `caller`.
 const mtd_partition* image_find_destination(const char* caller, uint32_t contents_type, int bank);
 
+/// Result: true when there are partitions for contents of this type on this device, in whatever bank.
+bool image_contents_has_destination(uint32_t contents_type);
+
 /// Result: true when the row is a UBI volume, false when it is written raw.
 bool image_destination_is_ubi(const mtd_partition& row);
 
@@ -24,3 +27,7 @@ bool image_contents_switch_bank(uint32_t contents_type);
 
 /// Result: true when a mask with one bit per contents type selects this one.
 bool image_mask_selects(uint32_t mask, uint32_t contents_type);
+
+/// Result: true when a part of this type is to be skipped, because the mask does not select it. A type
+/// without a destination is never skipped: an image with such a part is not for this device.
+bool image_mask_skips(uint32_t mask, uint32_t contents_type);

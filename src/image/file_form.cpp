@@ -86,7 +86,7 @@ bool write_raw(const mtd_partition& row, const image_part& part) {
 }
 
 bool write_part(const image_part& part, installation& state) {
-  if (!image_mask_selects(state.mask, part.type)) {
+  if (image_mask_skips(state.mask, part.type)) {
     log_printf(level_progress, "Skipping image part: offset=%i type=%u\n",
                static_cast<int>(part.offset + image_header_size), part.type);
     ++state.skipped;

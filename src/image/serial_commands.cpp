@@ -68,6 +68,9 @@ bool install_from_port(tty_port& port, int bank) {
     log_printf(level_error, "Failed to open serial port (%s)\n", strerror(errno));
   } else {
     installed = image_write_fd(nullptr, port.fd, bank, image_download_mask, 1) != 0;
+    // The rest of a refused image, or what follows a complete one, must not reach the prompt, where it would
+    // be run as commands. The sender has its chance to stop.
+    tty_discard_until_silent(&port, settle_seconds);
     tty_close_raw(&port);
   }
   sleep(settle_seconds);

@@ -109,7 +109,7 @@ bool write_contents(const mtd_partition& row, const header_reader& header, int f
 bool write_part(const header_reader& header, int fd, bool format_allowed, installation& state) {
   const uint32_t type = header.get(image_field_contents_type);
   const uint32_t length = header.get(image_field_contents_length);
-  if (!image_mask_selects(state.mask, type)) {
+  if (image_mask_skips(state.mask, type)) {
     // The contents stay in the stream; no caller leaves out a type that can occur.
     log_printf(level_progress, "Skipping image part: type=%u\n", type);
     ++state.skipped;

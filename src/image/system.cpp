@@ -50,7 +50,7 @@ bool for_each_header(const char* header_path, uint32_t mask, Before before, Act 
     }
     const uint32_t type = image_header_get(header, image_field_contents_type);
     before(type);
-    if (!header_is_good(header) || (image_mask_selects(mask, type) && !act(type, header))) {
+    if (!header_is_good(header) || (!image_mask_skips(mask, type) && !act(type, header))) {
       return false;
     }
   } while (image_header_get(header, image_field_next_header_flag) != 0);

@@ -192,5 +192,8 @@ void tty_restore_cli_input() {
     return;
   }
   fcntl(STDIN_FILENO, F_SETFL, O_RDWR);
-  tcsetattr(STDIN_FILENO, TCSANOW, &tty_cli.applied_termios);
+  // Nothing was applied when the console could not be set up at start-up; then it stays as it is.
+  if (tty_cli.applied_termios.c_cflag != 0) {
+    tcsetattr(STDIN_FILENO, TCSANOW, &tty_cli.applied_termios);
+  }
 }

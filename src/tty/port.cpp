@@ -135,6 +135,12 @@ void tty_close_raw(tty_port* port) {
   log_printf(level_verbose, "%s: dev=%s%i\n", __func__, port->device, port->port);
 }
 
+void tty_discard_until_silent(const tty_port* port, unsigned seconds) {
+  char discarded[256];
+  while (stream_wait(port->fd, seconds) && read(port->fd, discarded, sizeof discarded) > 0) {
+  }
+}
+
 int tty_download(tty_port* port, const char* path) {
   log_printf(level_info, "%s: dev=%s%i file=%s\n", __func__, port->device, port->port, path);
   error_text error;

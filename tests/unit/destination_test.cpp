@@ -130,6 +130,15 @@ TEST(image_mask_selects_test, bit_n_selects_type_n) {
   }
 }
 
+TEST(image_mask_skips_test, only_types_with_a_destination_are_skipped) {
+  for (uint32_t type = 0; type < 40; type++) {
+    const bool has_one = (type >= 1 && type <= 5) || type == 8 || (type >= 10 && type <= 14);
+    EXPECT_EQ(image_contents_has_destination(type), has_one) << type;
+    EXPECT_EQ(image_mask_skips(0, type), has_one) << type;
+    EXPECT_FALSE(image_mask_skips(0xFFFFFFFF, type)) << type;
+  }
+}
+
 TEST(image_mask_selects_test, the_mask_of_the_downloads_selects_what_has_a_destination) {
   for (uint32_t type = 0; type < 32; type++) {
     const bool has_one = (type >= 1 && type <= 5) || type == 8 || (type >= 10 && type <= 14);
