@@ -54,10 +54,17 @@ termios raw_settings(const tty_port& port, speed_t speed) {
   return settings;
 }
 
+// perror() that leaves errno to the caller.
+void report_error(const char* what) {
+  const int error = errno;
+  perror(what);
+  errno = error;
+}
+
 using error_text = text_buffer<256>;
 
-// Receives until the line falls silent. Result: the count of bytes stored in `file`, or -1 with `error` set;
-// `total` has the count in both cases.
+// Receives until the line falls silent. Result: true when something arrived and all of it is in `file`;
+// `total` has the count in every case, `error` the text when the file failed.
 bool receive_file(int fd, FILE* file, void* buffer, uint32_t& total, error_text& error) {
   for (;;) {
     if (!stream_wait(fd, total == 0 ? start_seconds : stream_idle_seconds)) {
@@ -107,7 +114,7 @@ int tty_open_raw(tty_port* port) {
   path.format("%s%i", port->device, port->port);
   const int fd = open(path.text(), O_RDWR | O_NOCTTY | O_CLOEXEC);
   if (fd < 0) {
-    perror("tty_open_raw: open()");
+    report_error("tty_open_raw: open()");
     return 0;
   }
   log_printf(level_verbose, "%s: dev=%s speed=%i\n", __func__, path.text(), static_cast<int>(port->speed));
@@ -115,7 +122,7 @@ int tty_open_raw(tty_port* port) {
   speed_t speed;
   if (!tty_speed_constant(port->speed, &speed)) {
     errno = EINVAL;
-    perror("tty_open_raw: speed");
+    report_error("tty_open_raw: speed");
     return 0;
   }
   const termios settings = raw_settings(*port, speed);

@@ -51,10 +51,10 @@ int ubi_set_mtd_size_to_env(const char* ubi_dev_name, uint32_t size_kib) {
   text_buffer<value_size> value;
   // The quotes keep the parentheses from the shell that runs the environment tool.
   text_buffer<value_size + 2> quoted;
-  value.format(MTDPARTS_PATTERN, size_kib, ubi_dev_name, "user");
-  quoted.format("\"%s\"", value.text());
+  const bool composed =
+      value.format(MTDPARTS_PATTERN, size_kib, ubi_dev_name, "user") && quoted.format("\"%s\"", value.text());
   log_printf(level_verbose, "%s: Setting %s=%s in the boot environment\n", __func__, variable, value.text());
-  if (uboot_env_set_val(variable, quoted.text()) == 0) {
+  if (!composed || uboot_env_set_val(variable, quoted.text()) == 0) {
     log_printf(level_error, "Failed to set %s=%s in the boot environment\n", variable, value.text());
     return 0;
   }

@@ -39,7 +39,7 @@ uint32_t strtou32(const char* text, char** end, int base) {
     return UINT32_MAX;
   }
   // A negative number arrives wrapped around 2^64; its magnitude decides whether 32 bits can hold it.
-  const bool negative = value > INT64_MAX;
+  const bool negative = text[strspn(text, " \t\n\v\f\r")] == '-';
   if ((negative ? 0 - value : value) > UINT32_MAX) {
     errno = ERANGE;
     return UINT32_MAX;
