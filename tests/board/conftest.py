@@ -1,6 +1,6 @@
 """Fixtures of the board tests. `dev` is the one that most tests take: a virtual board at its shell's prompt, with erased
 flash. Boards are booted once per worker and used again, their flash erased from outside between tests; a board whose
-test failed is thrown away."""
+test failed is thrown away. Files in the directory `dev.board.tftp` are served at 10.0.2.2."""
 
 import sys
 from pathlib import Path
@@ -37,7 +37,9 @@ class _Bench:
     def take(self):
         """The board, at its prompt and as good as new; booted when there is none."""
         if self._session is None:
-            self._session = ShellSession(self._make_directory())
+            directory = self._make_directory()
+            (directory / "tftp").mkdir()
+            self._session = ShellSession(directory, tftp=directory / "tftp")
             self._session.start()
         else:
             self._session.renew()
