@@ -163,13 +163,13 @@ class Port:
             sock = self._socket
             if sock is None:
                 raise BoardError(f"{self.name}: the machine is off")
-            if not select.select([], [sock], [], _SEND_STALLED)[1]:
-                raise Timeout(f"{self.name}: takes no more; {len(data)} bytes are left")
             try:
+                if not select.select([], [sock], [], _SEND_STALLED)[1]:
+                    raise Timeout(f"{self.name}: takes no more; {len(data)} bytes are left")
                 data = data[sock.send(data, socket.MSG_DONTWAIT):]
             except BlockingIOError:
                 pass
-            except ConnectionError as error:
+            except (OSError, ValueError) as error:  # closed by the other side, or by the reader meanwhile
                 raise BoardError(f"{self.name}: the machine has ended") from error
 
     def send_paced(self, data, rate=UART_RATE, progress=None):
@@ -364,12 +364,15 @@ class Board:
         return archive.to_bytes()
 
     def _command(self, kernel, initrd, descriptors):
+        accelerator = self.accelerator or default_accelerator()
         words = ["console=ttyS0,115200", "mitigations=off", "nowatchdog", "no_timer_check", "tsc=reliable",
                  "rcupdate.rcu_expedited=1", "audit=0", "panic=-1", "reboot=t", f"vboard.nand_page={self.geometry.page}"]
         if self.cli_console:
             words.append(f"cli_console={self.cli_console}")
+        if accelerator == "tcg":
+            # On busy cores the kernel may measure the TSC wrong by a factor, and all its waits with it.
+            words.append("clocksource=acpi_pm")
         words.append(self.cmdline)
-        accelerator = self.accelerator or default_accelerator()
         command = [QEMU, "-nodefaults", "-no-user-config", "-display", "none", "-accel", accelerator,
                    "-machine", "pc,usb=off,vmport=off,hpet=off,i8042=off", "-cpu",
                    "host" if accelerator == "kvm" else "max",
@@ -533,7 +536,9 @@ class Board:
     def wait_receiving(self, port=None, timeout=60.0):
         """Waits until the shell has opened a serial port (the console) for a transfer and dropped its stale input."""
         node = "/dev/ttyS2" if port is self.serial2 else "/dev/ttyS1"
-        self.sh(f"until stty -F {node} -a | grep -q -e -icrnl; do usleep 50000; done", timeout, check=True)
+        looked = self.sh(f"until stty -F {node} -a 2>&1 | grep -q -e -icrnl; do usleep 50000; done", timeout)
+        if looked.status:
+            raise Timeout(f"{node}: nobody waits for a transfer")
 
     def serial_download(self, command, data, port=None, rate=UART_RATE, progress=None):
         """Types a serial download command and, when the shell is ready for it, sends `data` to `port` (the console)."""

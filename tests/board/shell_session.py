@@ -13,7 +13,7 @@ import time
 import zlib
 from pathlib import Path
 
-from vboard import Board, layout
+from vboard import Board, BoardError, layout
 
 ROOT = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("BUILD", ROOT / "build" / "release")).resolve()
@@ -53,6 +53,12 @@ class ShellSession:
         self.unknown_command_expected = False
         self._boots = 0
         self._pid = None
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *unused):
+        self.board.kill()
 
     # Power.
 
@@ -144,6 +150,14 @@ class ShellSession:
         self.begin(line, port)
         self.port(port).send_paced(data)
         return self.text_after_transfer(timeout)
+
+    def send_until_off(self, data):
+        """Sends to the console; the power goes before the installation has ended."""
+        try:
+            self.board.console.send_paced(data)
+        except BoardError:
+            pass
+        self.board.wait_off(PATIENCE)
 
     # The device, judged from outside.
 
