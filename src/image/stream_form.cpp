@@ -160,7 +160,9 @@ bool check_part(int fd, header_reader& header) {
     log_printf(level_error, "Bad image header\n");
     return false;
   }
-  if (image_validate_destination(header.get(image_field_contents_type)) == 0) {
+  // Nothing must be erased for an image that holds a part for no partition at all.
+  const uint32_t type = header.get(image_field_contents_type);
+  if (image_validate_destination(type) == 0 || !image_contents_has_destination(type)) {
     log_printf(level_error, "Bad image destination\n");
     return false;
   }

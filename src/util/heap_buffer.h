@@ -7,8 +7,8 @@
 
 class heap_buffer {
  public:
-  /// Takes `size` bytes with undefined content.
-  explicit heap_buffer(size_t size) : data_(static_cast<uint8_t*>(malloc(size))) {}
+  /// Takes `size` bytes, at least one, with undefined content.
+  explicit heap_buffer(size_t size) : data_(static_cast<uint8_t*>(malloc(size != 0 ? size : 1))) {}
   heap_buffer(const heap_buffer&) = delete;
   heap_buffer& operator=(const heap_buffer&) = delete;
   ~heap_buffer() { free(data_); }

@@ -323,11 +323,12 @@ def test_a_part_that_the_device_cannot_take(up, contents_type, reason):
     expect_untouched(up)
 
 
-def test_a_part_that_nothing_takes(up):
-    part = images.part(images.RECOVERY_LOADER, b"never installed")
-    serve(up, part)
-    shown = install(up)
-    assert shown.startswith(images.info(part)) and shown.endswith(FAILURE)
+@pytest.mark.parametrize("contents_type", [*images.WITHOUT_DESTINATION, 15])
+def test_a_part_that_nothing_takes(up, contents_type):
+    part = images.part(contents_type, b"never installed")
+    serve(up, LOADER + part)
+    assert install(up) == (images.info(LOADER) + images.info(part) + "ERROR: Bad image destination\n"
+                           + NOT_FETCHED + FAILURE)
     expect_untouched(up)
 
 
