@@ -291,6 +291,7 @@ TEST_F(loopback_test, no_memory_for_each_buffer) {
     const char* size;
     long after;
   } buffers[] = {{"5001", 0}, {"10002", 0}, {"5001", 1}};
+  root.forget();  // how the test itself opened its ends
   for (const auto& buffer : buffers) {
     root.drop_rules();
     root.fail_call("malloc", {.match = buffer.size, .error = ENOMEM, .result = 0, .after = buffer.after});
@@ -302,6 +303,7 @@ TEST_F(loopback_test, no_memory_for_each_buffer) {
 
 TEST_F(loopback_test, local_port_missing) {
   local_.port = 3;
+  root.forget();  // how the test itself opened its ends
   EXPECT_EQ(tty_test_loopback(10, &local_, &remote_), 0);
   EXPECT_EQ(root.printed(), begin(10) +
                                 "tty_open_raw: open(): No such file or directory\n"
