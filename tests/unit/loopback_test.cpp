@@ -171,6 +171,9 @@ TEST_F(loopback_test, line_that_talks_without_end_stops_at_twice_the_size) {
 }
 
 TEST_F(loopback_test, what_the_line_held_before_does_not_count) {
+  termios quiet = line_1_.settings();
+  cfmakeraw(&quiet);
+  line_1_.set_settings(quiet);  // else the line echoes it, at any time
   line_1_.send("old");
   const wire plug(line_1_, line_1_);
   EXPECT_EQ(tty_test_loopback(50, &local_, nullptr), 1);
