@@ -173,18 +173,28 @@ class _Reader:
             time.sleep(0.02)
 
 
+def _pieces(data):
+    """Headers, and contents cut into what the line holds for a busy reader."""
+    while data:
+        header = data[:images.HEADER_SIZE]
+        yield header
+        end = len(data)
+        if len(header) == images.HEADER_SIZE:
+            end = images.HEADER_SIZE + images.field(header, images.CONTENTS_LENGTH)
+        part, data = data[:end], data[end:]
+        for at in range(images.HEADER_SIZE, len(part), _WINDOW):
+            yield part[at:at + _WINDOW]
+
+
 def send(dev, data, port=1):
     """Sends an image, or the start of one, until the shell gives up. The end is not waited for."""
     reader, sent = _Reader(dev, port), 0
-    for part in real_images.split(data):
-        pieces = [part[:images.HEADER_SIZE]]
-        pieces += [part[at:at + _WINDOW] for at in range(images.HEADER_SIZE, len(part), _WINDOW)]
-        for piece in pieces:
-            reader.wait(sent)
-            if reader.has_given_up():
-                return
-            dev.port(port).send(piece)
-            sent += len(piece)
+    for piece in _pieces(data):
+        reader.wait(sent)
+        if reader.has_given_up():
+            return
+        dev.port(port).send(piece)
+        sent += len(piece)
 
 
 def install(dev, data, line="flash download serial 1", port=1):
@@ -238,8 +248,11 @@ class Attached:
         return data
 
     def holds_something(self):
-        """The volumes that are not empty."""
-        return {volume for volume in VOLUMES if self.raw(volume, 64).strip(b"\xff")}
+        """The volumes that are not empty; one that cannot be read since its update was broken off is not."""
+        unreadable = {volume for number, volume in enumerate(VOLUMES)
+                      if self._board.sh(f"head -c 1 /dev/ubi0_{number} >/dev/null").status}
+        return unreadable | {volume for volume in VOLUMES
+                             if volume not in unreadable and self.raw(volume, 64).strip(b"\xff")}
 
 
 def ubi_node(dev):
