@@ -1,0 +1,213 @@
+// Analysis of partitions where no command leads: JFFS2, kinds that hold nothing known, read errors, files in
+// volumes.
+#include "flash/analysis.h"
+
+#include "ubi/ubifs_analysis.h"
+#include "ubi_test.h"
+
+namespace {
+
+std::string text_of(const char* field, size_t size) {
+  return {field, strnlen(field, size)};
+}
+
+class analysis_test : public ubi_test {
+ protected:
+  analysis_test() { root.set_partitions({{"param_space", 0x10000, 0x10000}, {"ubi0", 0x20000, 0x20000}}); }
+
+  int analyze(int image, int format) { return flash_analyze("/dev/mtd0", image, format, &record_); }
+
+  flash_analysis record_ = {};
+};
+
+// ---------------------------------------------------------------------------------------------- JFFS2
+
+class jffs2_test : public analysis_test {
+ protected:
+  int analyze_dump(const std::string& output) {
+    root.drop_rules();
+    root.answer("jffs2dump", {.times = 1, .out = output});
+    return flash_analyze_jffs2("/dev/mtd0", &record_);
+  }
+  static inline const std::string dump = "/usr/sbin/jffs2dump -v -c /dev/mtd0 | /bin/grep \"Empty space:\"";
+};
+
+TEST_F(jffs2_test, live_data_is_what_is_neither_empty_nor_dirty) {
+  EXPECT_EQ(analyze_dump("Empty space: 40000, dirty space: 10000\n"), 1);
+  EXPECT_EQ(root.shell_lines(), lines({dump}));
+  EXPECT_EQ(record_.size, 65536U - 40000);
+  EXPECT_EQ(record_.crc, 0U);
+  EXPECT_EQ(text_of(record_.version, sizeof record_.version), "-");
+  EXPECT_EQ(text_of(record_.code, sizeof record_.code), "-");
+}
+
+TEST_F(jffs2_test, without_live_data_it_is_not_recognised) {
+  EXPECT_EQ(analyze_dump("Empty space: 65535, dirty space: 1\n"), 0);
+  EXPECT_EQ(analyze_dump("Empty space: 65536, dirty space: 0\n"), 0);
+  EXPECT_EQ(analyze_dump("Empty space: 4294967295, dirty space: 4294967295\n"), 0);
+  EXPECT_EQ(analyze_dump("Empty space: 65534, dirty space: 1\n"), 1);
+}
+
+TEST_F(jffs2_test, numbers_that_are_missing_count_as_zero) {
+  EXPECT_EQ(analyze_dump("Empty space: none\n"), 1);
+  EXPECT_EQ(record_.size, 65536U);
+  EXPECT_EQ(analyze_dump("Empty space: 65536\n"), 0);
+}
+
+TEST_F(jffs2_test, only_the_first_line_counts) {
+  EXPECT_EQ(analyze_dump("Empty space: 5, dirty space: 0\nEmpty space: 65536, dirty space: 0\n"), 1);
+  EXPECT_EQ(record_.size, 65531U);
+}
+
+TEST_F(jffs2_test, output_without_the_line_is_not_recognised) {
+  record_.crc = 1;
+  EXPECT_EQ(analyze_dump("nothing of the kind\n"), 0);
+  EXPECT_EQ(analyze_dump(""), 0);
+  EXPECT_EQ(record_.crc, 0U);
+  EXPECT_EQ(text_of(record_.version, sizeof record_.version), "-");
+}
+
+TEST_F(jffs2_test, a_device_that_tells_no_size_is_not_dumped) {
+  root.fail_ioctl(0x80204D01, EINVAL);
+  EXPECT_EQ(flash_analyze_jffs2("/dev/mtd0", &record_), 0);
+  EXPECT_EQ(flash_analyze_jffs2("/dev/mtd9", &record_), 0);
+  EXPECT_EQ(root.shell_lines(), lines());
+}
+
+TEST_F(jffs2_test, a_dump_that_cannot_be_started_is_an_error) {
+  root.fail_call("popen", {.match = "jffs2dump", .error = ENOMEM, .result = 0});
+  EXPECT_EQ(flash_analyze_jffs2("/dev/mtd0", &record_), 0);
+  EXPECT_EQ(root.printed(),
+            "ERROR: flash_analyze_jffs2: popen(" + dump + ") error(Cannot allocate memory)\n");
+}
+
+// ---------------------------------------------------------------------------------------------- kinds and
+// formats
+
+TEST_F(analysis_test, file_systems_are_told_apart_by_their_format) {
+  for (const int kind : {mtd_image_rootfs, mtd_image_filesystem, mtd_image_privatefs, mtd_image_userfs}) {
+    root.answer("jffs2dump", {.times = 1, .out = "Empty space: 1, dirty space: 1\n"});
+    EXPECT_EQ(analyze(kind, mtd_format_jffs2), 1) << kind;
+    for (const int format : {mtd_format_raw, mtd_format_ubi, mtd_format_pri_ext2}) {
+      EXPECT_EQ(analyze(kind, format), 0) << kind << " " << format;
+    }
+  }
+}
+
+TEST_F(analysis_test, other_kinds_hold_nothing_known) {
+  for (const int kind : std::vector<int>{mtd_image_other, mtd_image_reserved, mtd_image_kernel_rootfs,
+                                         mtd_image_ubi0, mtd_image_mmc0, mtd_image_count, -1}) {
+    EXPECT_EQ(analyze(kind, mtd_format_raw), 0) << kind;
+  }
+  EXPECT_EQ(root.sequence(), lines());
+}
+
+TEST_F(analysis_test, a_device_that_is_not_there) {
+  for (const int kind : {mtd_image_bootstrap, mtd_image_kernel, mtd_image_boot_env}) {
+    EXPECT_EQ(flash_analyze("/dev/mtd9", kind, mtd_format_raw, &record_), 0) << kind;
+  }
+  EXPECT_EQ(root.printed(), "");
+}
+
+// ---------------------------------------------------------------------------------------------- read errors
+
+TEST_F(analysis_test, a_read_error_in_the_middle_of_a_kernel) {
+  const part kernel = {.type = 4, .contents = noise(5000)};
+  root.write_file("/dev/mtd0", kernel.whole());
+  root.fail_call("read", {.match = "/dev/mtd0", .error = EIO, .after = 3});
+  EXPECT_EQ(analyze(mtd_image_kernel, mtd_format_uimage), 0);
+  EXPECT_EQ(root.printed(), "ERROR: Error reading at /dev/mtd0 offset 0x00000900\n");
+}
+
+TEST_F(analysis_test, a_seek_error_in_the_middle_of_an_environment) {
+  root.fail_call("lseek", {.match = "/dev/mtd0", .error = EINVAL, .after = 2});
+  EXPECT_EQ(analyze(mtd_image_boot_env, mtd_format_uboot_env), 0);
+  EXPECT_EQ(root.printed(), "ERROR: Error seeking to /dev/mtd0 offset 0x00000800\n");
+}
+
+TEST_F(analysis_test, the_steps_of_a_refusal_are_traced) {
+  const part config = {.type = 8, .contents = noise(50)};
+  std::string damaged = config.whole();
+  damaged.back() = static_cast<char>(damaged.back() ^ 1);
+  struct {
+    std::string content;
+    int kind;
+    const char* step;
+  } const cases[] = {
+      {"short", mtd_image_kernel, "TRACE: flash_analyze_rom: read() header\n"},
+      {std::string(256, 'x'), mtd_image_kernel, "TRACE: flash_analyze_rom: image_header_verify()\n"},
+      {config.whole(), mtd_image_kernel, "TRACE: flash_analyze_rom: contents_type\n"},
+      {damaged, mtd_image_config_loader, "TRACE: flash_analyze_rom: image_checksum()\n"},
+  };
+  log_level = 7;
+  for (const auto& each : cases) {
+    root.write_file("/dev/mtd0", each.content);
+    EXPECT_EQ(analyze(each.kind, mtd_format_uimage), 0);
+    EXPECT_TRUE(root.printed().ends_with(each.step)) << each.step;
+  }
+}
+
+// ---------------------------------------------------------------------------------------------- files in
+// volumes
+
+class file_within_test : public analysis_test {
+ protected:
+  file_within_test() {
+    root.write_file("/dev/mtd1", "UBI#" + std::string(0x20000 - 4, '\xff'));
+    std::filesystem::create_directories("/mnt/cfg");
+  }
+  int look() { return ubi_ubifs_analyze_file_within("vexo_private", "/cfg/", "hidden.oem.xml", &size_); }
+
+  uint32_t size_ = 99;
+  static inline const lines found = {"/usr/sbin/ubiattach /dev/ubi_ctrl -d 0 -p /dev/mtd1" + quiet, nodes,
+                                     mount("vexo_private"), unmount,
+                                     "/usr/sbin/ubidetach /dev/ubi_ctrl -p /dev/mtd1" + quiet};
+};
+
+TEST_F(file_within_test, a_file_that_is_there) {
+  mtd_config_table[10].dev_name = const_cast<char*>("/dev/mtd1");
+  root.write_file("/mnt/cfg/hidden.oem.xml", "<oem/>");
+  EXPECT_EQ(look(), 1);
+  EXPECT_EQ(size_, 6U);
+  EXPECT_EQ(root.shell_lines(), found);
+  EXPECT_EQ(ubi_ubifs_analyze_file_within("vexo_private", "/cfg/", "hidden.oem.xml", nullptr), 1);
+}
+
+TEST_F(file_within_test, a_file_that_is_not_there_gives_the_volume_back) {
+  mtd_config_table[10].dev_name = const_cast<char*>("/dev/mtd1");
+  EXPECT_EQ(look(), 0);
+  EXPECT_EQ(size_, 0U);
+  EXPECT_EQ(root.shell_lines(), found);
+}
+
+TEST_F(file_within_test, a_volume_that_cannot_be_mounted_is_given_back) {
+  mtd_config_table[10].dev_name = const_cast<char*>("/dev/mtd1");
+  root.answer("mount", {.status = 32});
+  EXPECT_EQ(look(), 0);
+  EXPECT_EQ(root.shell_lines(), found);
+  EXPECT_EQ(root.printed(), "");
+}
+
+TEST_F(file_within_test, an_erased_device_is_not_attached) {
+  mtd_config_table[10].dev_name = const_cast<char*>("/dev/mtd1");
+  root.write_file("/dev/mtd1", std::string(0x20000, '\xff'));
+  EXPECT_EQ(look(), 0);
+  EXPECT_EQ(root.shell_lines(), lines());
+}
+
+TEST_F(file_within_test, a_volume_outside_the_table_is_an_error) {
+  EXPECT_EQ(ubi_ubifs_analyze_file_within("vexo", "/cfg/", "x", &size_), 0);
+  EXPECT_EQ(root.printed(), "ERROR: No partition entry in mtd table for vexo\n");
+  flash_analysis record = {};
+  EXPECT_EQ(ubi_ubifs_analyze("/dev/ubi0_9", &record), 0);
+  EXPECT_EQ(root.printed(), "ERROR: No entry in mtd table for /dev/ubi0_9\n");
+  EXPECT_EQ(text_of(record.version, sizeof record.version), "-");
+  EXPECT_EQ(root.shell_lines(), lines());
+}
+
+TEST_F(file_within_test, a_device_without_its_row_is_not_clean) {
+  EXPECT_EQ(ubi_is_clean("ubi1"), 0);
+  EXPECT_EQ(root.sleeps().size(), 0U);
+}
+
+}  // namespace
