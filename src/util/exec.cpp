@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,9 +20,23 @@ bool exited_cleanly(int status) {
   return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
+// Ctrl-C ended the tool: directly, or as a shell that stayed around it tells.
+bool ended_by_interrupt(int status) {
+  if (status == -1) {
+    return false;
+  }
+  return WIFSIGNALED(status) ? WTERMSIG(status) == SIGINT : WEXITSTATUS(status) == 128 + SIGINT;
+}
+
 int run(const char* command) {
   log_printf(level_verbose, "system(%s)\n", command);
-  return system(command);
+  const int status = system(command);
+  if (ended_by_interrupt(status)) {
+    // system() hides Ctrl-C from this process while the tool runs; a loop that can be interrupted must see
+    // it. Otherwise the shell ignores it.
+    raise(SIGINT);
+  }
+  return status;
 }
 
 constexpr int child_failure = -1;

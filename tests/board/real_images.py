@@ -71,8 +71,10 @@ def chained(part, more):
     return images.sign(header) + contents(part)
 
 
+@functools.cache
 def environment(**variables):
-    """A boot environment as the environment tools make it: the whole partition."""
+    """A boot environment as the environment tools make it: the whole partition. Made once for the same variables, for
+    the tool leaves what it finds in memory behind them."""
     with tempfile.TemporaryDirectory() as name:
         directory = Path(name)
         copy = directory / "environment"

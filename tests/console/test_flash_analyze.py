@@ -273,3 +273,12 @@ def test_ctrl_c_ends_the_table(flash):
     assert screen.endswith("\n\nERROR: Terminated by signal\nDone: FAILURE\n")
     assert "mtd2" not in screen
     assert flash.ignores(2)
+
+
+def test_ctrl_c_that_ends_a_tool_ends_the_table(formatted):
+    formatted.answer("ubiattach", signal=2, times=1)
+    formatted.boot()
+    screen = analyze(formatted)
+    assert screen.endswith("\n\nERROR: Terminated by signal\nDone: FAILURE\n")
+    assert "rootfs_2" not in screen
+    assert formatted.ignores(2)
