@@ -13,7 +13,7 @@ import time
 import zlib
 from pathlib import Path
 
-from vboard import Board, BoardError, layout
+from vboard import Board, BoardError, Timeout, layout
 
 ROOT = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("BUILD", ROOT / "build" / "release")).resolve()
@@ -71,6 +71,19 @@ class ShellSession:
         """Cuts the power and starts again."""
         self.board.kill()
         return self.start()
+
+    def reset(self):
+        """Has the shell reset the device, and waits for the first prompt. Returns what the shell showed before it."""
+        mark = len(self.board.kernel_log.output)
+        self.type("reset")
+        try:
+            self.board.wait_boot(40)
+        except Timeout:
+            # The reset did its work when another kernel has begun. Emulated without a processor of its own, a boot
+            # behind a reset stalls now and then; that is the emulator's, and power helps.
+            assert b"Linux version" in self.board.kernel_log.output[mark:], "the device was not reset"
+            return self.restart()
+        return self.wait_start()
 
     def wait_start(self):
         """After the machine was started: waits for the first prompt."""

@@ -53,8 +53,8 @@ def test_power_goes_while_a_part_is_written(installed, partition):
 
 def test_machine_is_killed_while_the_kernel_arrives(installed):
     image, (loader, kernel) = start_installation(installed)
-    installed.board.console.send_paced(image[:len(loader) + 20_000])
     written = installed.board.flash_operations()["kernel_2"]["write"]
+    installed.board.console.send_paced(image[:len(loader) + 20_000])
     installed.wait_operation("write", "kernel_2", after=written)
     assert "ERROR" not in installed.restart()
     expect_bank_1(installed, INTACT)

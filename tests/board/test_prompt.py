@@ -44,9 +44,7 @@ def test_reset_boots_the_device_again(dev):
     dev.command("verbose 5")
     dev.board.put("/tmp/until-reset", "")
     dev.board.sh("flash_unlock /dev/mtd2", check=True)
-    dev.type("reset")
-    dev.board.wait_boot()
-    shown = dev.wait_start()
+    shown = dev.reset()
     assert re.search(r"\nZentavio Solvantra Recovery Loader v3\.1\.0\.0R1 \([A-Z][a-z]{2} [ 0-9]\d \d{4} [\d:]{8}\)\n", shown)
     assert "ERROR" not in shown and "Reset Failed" not in shown
     assert dev.board.sh("ls /tmp/until-reset").status != 0, "this is not another boot"

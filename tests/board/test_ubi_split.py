@@ -43,9 +43,7 @@ def test_smaller_partition_is_split_at_every_start(dev):
     expect_whole(dev)
     dev.board.sh(f"fw_setenv mtdparts '{mtdparts(SMALLER_KIB)}'", check=True)
     dev.board.flash_write("ubi0", b"the last bytes", WHOLE - 14)
-    dev.type("reset")
-    dev.board.wait_boot()
-    assert "ERROR" not in dev.wait_start()
+    assert "ERROR" not in dev.reset()
     expect_split(dev)
     assert dev.board.sh("tail -c 14 /dev/mtd12", check=True).output == "the last bytes"
     assert "ERROR" not in dev.restart()
