@@ -27,7 +27,6 @@ struct control {
   char trace[CONTROL_TRACES]
             [64]; /* path prefixes whose open, write and read are logged; "select" logs selects */
   struct call_rule rules[CONTROL_RULES];
-  double select_scale; /* the same for time-outs of select; 1 unless a test that waits often sets it */
 };
 
 #endif

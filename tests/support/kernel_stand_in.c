@@ -459,13 +459,6 @@ int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, s
     event_write(&event);
   }
   CATCH("select", path_subject(""), int)
-  struct timeval shorter;
-  if (timeout != NULL && control != NULL && control->select_scale != 1) {
-    double microseconds = ((double)timeout->tv_sec * 1e6 + (double)timeout->tv_usec) * control->select_scale;
-    long long whole = (long long)microseconds;
-    shorter = (struct timeval){.tv_sec = whole / 1000000, .tv_usec = whole % 1000000};
-    timeout = &shorter;
-  }
   return real(count, readable, writable, exceptional, timeout);
 }
 

@@ -112,12 +112,18 @@ serial_port::~serial_port() {
 }
 
 void serial_port::send(const std::string& bytes) const {
-  for (size_t done = 0; done < bytes.size();) {
+  if (offer(bytes, 10000) != bytes.size()) die("nobody reads " + path_);
+}
+
+size_t serial_port::offer(const std::string& bytes, int wait_ms) const {
+  size_t done = 0;
+  while (done < bytes.size()) {
     pollfd ready = {master_, POLLOUT, 0};
-    if (poll(&ready, 1, 10000) != 1) die("nobody reads " + path_);
+    if (poll(&ready, 1, wait_ms) != 1) break;
     const ssize_t sent = write(master_, bytes.data() + done, bytes.size() - done);
     if (sent > 0) done += static_cast<size_t>(sent);
   }
+  return done;
 }
 
 std::string serial_port::received(int wait_ms) const {
@@ -313,10 +319,6 @@ void device_root::drop_rules() {
 
 void device_root::set_sleep_scale(double scale) {
   control_->sleep_scale = scale;
-}
-
-void device_root::set_select_scale(double scale) {
-  control_->select_scale = scale;
 }
 
 void device_root::trace(const std::string& prefix) {

@@ -83,6 +83,8 @@ class serial_port {
 
   const std::string& path() const { return path_; }
   void send(const std::string& bytes) const;
+  // As send(), as long as the line takes more within `wait_ms`. Returns how many bytes it took.
+  size_t offer(const std::string& bytes, int wait_ms) const;
   // What the device has sent since the last call, after waiting up to `wait_ms` for it to begin.
   std::string received(int wait_ms = 0) const;
   // The port's settings now, whoever made them; a test may set others before the program does.
@@ -129,8 +131,6 @@ class device_root {
   void drop_rules();
   // Real seconds per second slept; 0.01 unless changed.
   void set_sleep_scale(double scale);
-  // The same for time-outs of select, which are real unless changed.
-  void set_select_scale(double scale);
   // Also logs open, read and write of paths that begin so, or the calls of "select".
   void trace(const std::string& prefix);
 
