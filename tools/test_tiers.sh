@@ -64,6 +64,7 @@ run_unit_tests() {
 tier_unit() {
     setup_need build test || return 1
     build_preset release && build_preset asan || return 1
+    check unit command_reference_is_current sh -c 'build/release/command_reference | diff docs/commands.md -'
     local status=0
     run_unit_tests release || status=1
     run_unit_tests asan || status=1
