@@ -50,12 +50,17 @@ _SEND_STALLED = 30.0
 
 _ERASE_PIECE = 1 << 20
 _INVERT = bytes(255 - value for value in range(256))
+# The files of the board's kernel module.
+_DEBUG = "/sys/kernel/debug/vboard"
 _FRAME = struct.Struct("<IIII")
 _MAGIC = 0x746E6741
 _HELLO, _RUN, _PUT, _GET, _DATA, _END = range(1, 7)
 
 Result = collections.namedtuple("Result", "status output")
 Result.__doc__ = "Exit status and output (text, standard error included) of a command on the board."
+
+Line = collections.namedtuple("Line", "direction level held driven")
+Line.__doc__ = """A GPIO line: "in" or "out", 0 or 1 as on the wire, whether it is exported, how often the kernel set its level."""
 
 _boards = weakref.WeakSet()
 
@@ -521,15 +526,27 @@ class Board:
         self._plan("clear")
 
     def _plan(self, rule):
-        self.sh(f"echo '{rule}' >/sys/kernel/debug/vboard/faults", check=True)
+        self.sh(f"echo '{rule}' >{_DEBUG}/faults", check=True)
 
     def flash_operations(self):
         """{partition: {operation: number since power-up}}; "ubi0" counts for the whole NAND flash."""
         counts = {}
-        for line in self.sh("cat /sys/kernel/debug/vboard/operations", check=True).output.splitlines():
+        for line in self.sh(f"cat {_DEBUG}/operations", check=True).output.splitlines():
             name, *fields = line.split()
             counts[name] = {key: int(value) for key, value in (field.split("=") for field in fields)}
         return counts
+
+    # GPIO lines, see kernel/gpio.c.
+
+    def gpio(self):
+        """{number: Line} of all lines, whatever the shell knows of them."""
+        rows = (row.split() for row in self.sh(f"cat {_DEBUG}/gpio", check=True).output.splitlines())
+        return {int(number): Line(direction, int(level), held == "held", int(driven))
+                for number, direction, level, held, driven in rows}
+
+    def gpio_input(self, number, level):
+        """Wires a level to a line from outside. An output does not care, until it becomes an input."""
+        self.sh(f"echo {number} {level} >{_DEBUG}/gpio", check=True)
 
     # The console's usual errands.
 
@@ -706,4 +723,4 @@ def _kill_all():
         board.kill()
 
 
-__all__ = ["Board", "BoardError", "Port", "Result", "Timeout", "UART_RATE", "default_accelerator", "layout"]
+__all__ = ["Board", "BoardError", "Line", "Port", "Result", "Timeout", "UART_RATE", "default_accelerator", "layout"]

@@ -224,9 +224,7 @@ DEFINE_SHOW_ATTRIBUTE(operations);
 
 int faults_init(void)
 {
-    struct dentry *directory = debugfs_create_dir(VBOARD_NAME, NULL);
-
-    debugfs_create_file("faults", 0600, directory, NULL, &faults_operations);
-    debugfs_create_file("operations", 0400, directory, NULL, &operations_fops);
+    debugfs_create_file("faults", 0600, vboard_debugfs, NULL, &faults_operations);
+    debugfs_create_file("operations", 0400, vboard_debugfs, NULL, &operations_fops);
     return 0;
 }

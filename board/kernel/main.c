@@ -1,7 +1,8 @@
 /*
- * The virtual board's kernel module: brings the flash chips up in the device's order and answers questions about the
- * layout. It stays loaded until power-off.
+ * The virtual board's kernel module: brings the flash chips up in the device's order, then what else it has,
+ * and answers questions about the layout. It stays loaded until power-off.
  */
+#include <linux/debugfs.h>
 #include <linux/module.h>
 #include <linux/mtd/partitions.h>
 #include <linux/mutex.h>
@@ -21,6 +22,8 @@ static const struct {
 #include "partitions.h"
 };
 #undef PARTITION
+
+struct dentry *vboard_debugfs;
 
 u64 vboard_chip_size(const char *chip)
 {
@@ -92,19 +95,23 @@ struct mtd_info *vboard_find_partition(int number, const char *name)
 
 static int __init vboard_init(void)
 {
-    int error = nor_init();
+    int error;
 
+    vboard_debugfs = debugfs_create_dir(VBOARD_NAME, NULL);
+    error = nor_init();
     if (!error)
         error = nand_init(nand_page);
     if (!error)
         error = partition_requests_init();
     if (!error)
         error = faults_init();
+    if (!error)
+        error = gpio_init();
     if (error)
         pr_err(VBOARD_NAME ": start failed: %d\n", error);
     return error;
 }
 module_init(vboard_init);
 
-MODULE_DESCRIPTION("Virtual board: serial NOR and NAND flash, partition requests, planned faults");
+MODULE_DESCRIPTION("Virtual board: serial NOR and NAND flash, partition requests, planned faults, GPIO lines");
 MODULE_LICENSE("GPL");

@@ -10,6 +10,9 @@
 
 #define VBOARD_NAME "vboard"
 
+/* The directory in debugfs for what tests want to see or set. */
+extern struct dentry *vboard_debugfs;
+
 /* Cells of one chip. The file holds them inverted: erased flash is all zero, which on the host is a hole. */
 struct flash_cells {
     struct pci_dev *pci;
@@ -54,3 +57,4 @@ void vboard_each_locked(const char *chip, void (*visit)(u64 offset, u64 size));
 struct mtd_info *vboard_find_partition(int number, const char *name);
 
 int partition_requests_init(void);
+int gpio_init(void);
