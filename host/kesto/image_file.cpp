@@ -30,6 +30,18 @@ bool image_file::open(const char* path) {
   return true;
 }
 
+unsigned image_file::visit_parts(bool (*visit)(const image_file& image, image_part& part)) const {
+  image_part part;
+  do {
+    if (!visit(*this, part)) {
+      return 0;
+    }
+    part.offset = part.end();
+    ++part.number;
+  } while (part.offset < size_);
+  return part.number;
+}
+
 bool image_file::take_header(image_part& part) const {
   const uint64_t left = size_ - part.offset;
   if (left < image_header_size) {

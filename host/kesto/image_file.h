@@ -24,6 +24,9 @@ class image_file {
   bool open(const char* path);
   uint64_t size() const { return size_; }
 
+  /// Calls `visit` for each part in turn, with its number and offset set; it must take the header. Result:
+  /// how many parts there are, or 0 when a visit answered false.
+  unsigned visit_parts(bool (*visit)(const image_file& image, image_part& part)) const;
   /// Reads the header of the part at `part.offset`. Result: true when it is there and valid, else false after
   /// the fault, which for a header is told in the device's words.
   bool take_header(image_part& part) const;

@@ -25,6 +25,14 @@ void print_part(const image_part& part) {
   print_size("Total Size", part.get(image_field_total_size_kib));
 }
 
+bool show_part(const image_file& image, image_part& part) {
+  if (!image.take_header(part)) {
+    return false;
+  }
+  print_part(part);
+  return image.holds_contents(part);
+}
+
 void print_help() {
   printf(
       "Prints the headers of all parts in the words of the device, with the flag that another part follows "
@@ -40,22 +48,7 @@ int run(int count, char** arguments) {
     return status;
   }
   image_file image;
-  if (!image.open(operands[0])) {
-    return exit_failed;
-  }
-  image_part part;
-  do {
-    if (!image.take_header(part)) {
-      return exit_failed;
-    }
-    print_part(part);
-    if (!image.holds_contents(part)) {
-      return exit_failed;
-    }
-    part.offset = part.end();
-    ++part.number;
-  } while (part.offset < image.size());
-  return exit_success;
+  return image.open(operands[0]) && image.visit_parts(show_part) != 0 ? exit_success : exit_failed;
 }
 
 }  // namespace

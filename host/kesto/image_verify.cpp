@@ -65,15 +65,11 @@ int run(int count, char** arguments) {
   if (!image.open(operands[0])) {
     return exit_failed;
   }
-  image_part part;
-  do {
-    if (!verify_part(image, part)) {
-      return exit_failed;
-    }
-    part.offset = part.end();
-    ++part.number;
-  } while (part.offset < image.size());
-  printf("%s: OK, %u %s, %" PRIu64 " bytes\n", operands[0], part.number, part.number == 1 ? "part" : "parts",
+  const unsigned parts = image.visit_parts(verify_part);
+  if (parts == 0) {
+    return exit_failed;
+  }
+  printf("%s: OK, %u %s, %" PRIu64 " bytes\n", operands[0], parts, parts == 1 ? "part" : "parts",
          image.size());
   return exit_success;
 }

@@ -27,6 +27,13 @@ struct interface_word {
     }
     return next;
   }
+  // The same where a word must follow. Result: null after an error.
+  const char* take_before_parameter() {
+    if (take() == nullptr) {
+      helper_incomplete_command();
+    }
+    return next;
+  }
   bool was_given() const { return if_index >= 0; }
   int index() const { return was_given() ? if_index : 0; }
 };
@@ -123,9 +130,8 @@ bool can_ping_through(const interface_word& interface) {
 void cmd_network_ethernet_link() {
   log_printf(level_trace, "%s:\n", __func__);
   interface_word interface;
-  const char* word = interface.take();
+  const char* word = interface.take_before_parameter();
   if (word == nullptr) {
-    helper_incomplete_command();
     return;
   }
   const int mode = linkmode_from_word(word);
@@ -190,13 +196,9 @@ void cmd_network_info() {
 void cmd_network_ping() {
   log_printf(level_trace, "%s:\n", __func__);
   interface_word interface;
-  const char* word = interface.take();
-  if (word == nullptr) {
-    helper_incomplete_command();
-    return;
-  }
+  const char* word = interface.take_before_parameter();
   uint32_t host;
-  if (!net_parse_ip(word, "IP address", &host) || !can_ping_through(interface)) {
+  if (word == nullptr || !net_parse_ip(word, "IP address", &host) || !can_ping_through(interface)) {
     return;
   }
   const int if_index = interface.index();
