@@ -522,8 +522,17 @@ class Board:
         self._plan(f"{operation} {partition} {nth - 1} 1 cut 0")
 
     def clear_faults(self):
-        """Forgets all planned faults and delays."""
+        """Forgets all planned faults and delays, and plugs the network cable in."""
         self._plan("clear")
+        self.plug_in()
+
+    def unplug(self):
+        """Pulls the network cable, see kernel/link.c. The card's driver notices within two seconds."""
+        self.sh(f"echo 1 >{_DEBUG}/unplugged", check=True)
+
+    def plug_in(self):
+        """Plugs the network cable in again."""
+        self.sh(f"echo 0 >{_DEBUG}/unplugged", check=True)
 
     def _plan(self, rule):
         self.sh(f"echo '{rule}' >{_DEBUG}/faults", check=True)

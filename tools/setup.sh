@@ -13,7 +13,7 @@ setup_packages() {
         board)
             # The kernel's image is not installed here: the board fetches and unpacks that package for itself.
             echo qemu-system-x86 linux-headers-amd64 gcc make python3 busybox-static mtd-utils libubootenv-tool \
-                zstd xz-utils kmod cpio coreutils iproute2
+                zstd xz-utils kmod cpio coreutils iproute2 ethtool
             ;;
         arm) echo g++-arm-linux-gnueabi qemu-user ;;
         fuzz) echo clang libclang-rt-14-dev llvm ;;

@@ -107,11 +107,13 @@ static int __init vboard_init(void)
         error = faults_init();
     if (!error)
         error = gpio_init();
+    if (!error)
+        error = link_init();
     if (error)
         pr_err(VBOARD_NAME ": start failed: %d\n", error);
     return error;
 }
 module_init(vboard_init);
 
-MODULE_DESCRIPTION("Virtual board: serial NOR and NAND flash, partition requests, planned faults, GPIO lines");
+MODULE_DESCRIPTION("Virtual board: serial NOR and NAND flash, partition requests, planned faults, GPIO lines, cable");
 MODULE_LICENSE("GPL");

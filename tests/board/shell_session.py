@@ -97,13 +97,16 @@ class ShellSession:
         return self.board.sh("pidof recovery-loader").output.strip()
 
     def renew(self):
-        """Makes the device as good as new without a boot: erased flash, locked partitions, no faults, nothing raised."""
+        """Makes the device as good as new without a boot: erased flash, locked partitions, no faults, nothing raised, the
+        network down, without addresses, and negotiating."""
         self.board.clear_faults()
         self.board.flash_erase()
         self.board.sh("; ".join(f"flash_lock {NODES[name]} 0 -1" for name in PROTECTED), check=True)
         self.board.console.skip()
         self.board.serial2.skip()
         self.unknown_command_expected = False
+        assert self.command("network ethernet stop").endswith(SUCCESS)
+        self.board.sh("ip address flush dev eth0 && ip link set eth0 down && ethtool -s eth0 autoneg on", check=True)
         assert self.command("verbose 3") == "verbosity is 3\n"
 
     def check(self):
