@@ -61,7 +61,7 @@ void report_error(const char* what) {
   errno = error;
 }
 
-using error_text = text_buffer<256>;
+using error_text = text_buffer<256>;  // a long path cuts it
 
 // Receives until the line falls silent. Result: true when something arrived and all of it is in `file`;
 // `total` has the count in every case, `error` the text when the file failed.
@@ -75,7 +75,7 @@ bool receive_file(int fd, FILE* file, void* buffer, uint32_t& total, error_text&
       return total != 0;
     }
     if (fwrite(buffer, static_cast<size_t>(got), 1, file) != 1) {
-      error.format("fwrite(%i) error(%s)\n", static_cast<int>(got), strerror(errno));
+      error.format_cut("fwrite(%i) error(%s)\n", static_cast<int>(got), strerror(errno));
       return false;
     }
     total += static_cast<uint32_t>(got);
@@ -86,7 +86,7 @@ bool receive_file(int fd, FILE* file, void* buffer, uint32_t& total, error_text&
 bool download_into(int fd, const char* path, FILE** file, void* buffer, uint32_t& total, error_text& error) {
   *file = fopen(path, "wbe");
   if (*file == nullptr) {
-    error.format("fopen(%s) error(%s)\n", path, strerror(errno));
+    error.format_cut("fopen(%s) error(%s)\n", path, strerror(errno));
     return false;
   }
   return receive_file(fd, *file, buffer, total, error);
@@ -158,9 +158,9 @@ int tty_download(tty_port* port, const char* path) {
   FILE* file = nullptr;
   void* buffer = malloc(stream_piece_size);
   if (buffer == nullptr) {
-    error.format("malloc(%i) error(%s)\n", static_cast<int>(stream_piece_size), strerror(errno));
+    error.format_cut("malloc(%i) error(%s)\n", static_cast<int>(stream_piece_size), strerror(errno));
   } else if (tty_open_raw(port) == 0) {
-    error.format("tty_open_raw() error(%s)\n", strerror(errno));
+    error.format_cut("tty_open_raw() error(%s)\n", strerror(errno));
   } else {
     received = download_into(port->fd, path, &file, buffer, total, error);
   }
@@ -171,7 +171,7 @@ int tty_download(tty_port* port, const char* path) {
     tty_close_raw(port);
   }
   if (file != nullptr && fclose(file) != 0 && error.text()[0] == '\0') {
-    error.format("fwrite(%i) error(%s)\n", static_cast<int>(total), strerror(errno));
+    error.format_cut("fwrite(%i) error(%s)\n", static_cast<int>(total), strerror(errno));
     received = false;
   }
   log_printf(level_info, "Downloaded %i bytes\n", static_cast<int>(total));

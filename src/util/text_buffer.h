@@ -1,4 +1,5 @@
-// A text of bounded length composed from a printf format, which is either whole or refused.
+// A text of bounded length composed from a printf format: either whole or refused, for what is acted on, or
+// cut, for what is only read.
 #pragma once
 
 #include <cstdarg>
@@ -24,6 +25,14 @@ class text_buffer {
     const bool whole = vformat(format, args);
     va_end(args);
     return whole;
+  }
+
+  /// Replaces the text by as much as fits of the new one.
+  void format_cut(const char* format, ...) __attribute__((format(printf, 2, 3))) {
+    va_list args;
+    va_start(args, format);
+    vsnprintf(text_, Size, format, args);
+    va_end(args);
   }
 
   const char* text() const { return text_; }

@@ -227,6 +227,16 @@ def test_file_that_cannot_be_made(dev, path, error):
     expect_at_rest(dev)
 
 
+def test_error_that_a_long_path_cuts(dev):
+    """The text has room for 255 characters: its end, with the line's, is lost, but the failure is told."""
+    dev.boot()
+    path = "/nowhere/" + "n" * (256 - len("fi d s /nowhere/"))
+    whole = f"fopen({path}) error(No such file or directory)\n"
+    assert len(whole) > 255
+    shown = begin_download(dev, f"fi d s {path}") + dev.text_until_prompt()
+    assert shown == BEGIN + f"ERROR: {whole[:255]}" + FAILED
+
+
 def test_no_memory_for_the_buffer(dev):
     dev.boot()
     dev.fail_call("malloc", 4096, error="ENOMEM")

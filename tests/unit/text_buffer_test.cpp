@@ -1,4 +1,4 @@
-// Composed texts are whole or refused.
+// Composed texts are whole or refused, or cut where that was asked for.
 #include "util/text_buffer.h"
 
 #include <gtest/gtest.h>
@@ -23,6 +23,16 @@ TEST(text_buffer_test, a_text_one_character_longer_is_refused_and_leaves_nothing
   text_buffer<8> buffer;
   EXPECT_TRUE(buffer.format("before"));
   EXPECT_FALSE(buffer.format("%s-%d", "abcd", 123));
+  EXPECT_STREQ(buffer.text(), "");
+}
+
+TEST(text_buffer_test, a_text_may_be_cut_to_what_fits) {
+  text_buffer<8> buffer;
+  buffer.format_cut("%s-%d", "abcd", 12);
+  EXPECT_STREQ(buffer.text(), "abcd-12");
+  buffer.format_cut("%s-%d", "abcd", 1234);
+  EXPECT_STREQ(buffer.text(), "abcd-12");
+  buffer.format_cut("%s", "");
   EXPECT_STREQ(buffer.text(), "");
 }
 
