@@ -32,13 +32,15 @@ bool reopen_descriptor(int fd, const char* path) {
   // Not blocking, for an open that waits for a carrier would never end.
   const int opened = open(path, O_RDWR | O_NONBLOCK);
   if (opened != fd) {
-    perror("tty_remap_stdio: open()");
+    const int error = errno;
     if (opened >= 0) {
       close(opened);
     }
     if (previous) {
       dup2(previous.get(), fd);
     }
+    errno = error;
+    perror("tty_remap_stdio: open()");  // not before: `fd` may be the one that it is written to
     return false;
   }
   fcntl(fd, F_SETFL, flags != -1 ? flags : O_RDWR);

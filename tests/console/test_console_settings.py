@@ -44,10 +44,11 @@ def all_of(port) -> str:
     return plain(port.unread)
 
 
-def move(dev, line: str, port: int) -> str:
-    """Types a line that moves the console, and goes on there. Returns what appears on the new port."""
+def move(dev, line: str, port: int, left: str = "") -> str:
+    """Types a line that moves the console, and goes on there. Returns what appears on the new port; `left` is all that
+    the old one still shows."""
     dev.type(line)
-    assert dev.expect(line + "\n") == ""
+    assert dev.expect(line + "\n" + left) == ""
     old, dev.console = dev.console, dev.port(port)
     text = dev.text_until_prompt()
     assert old.unread == b""
@@ -318,6 +319,13 @@ def test_a_port_lost_on_the_way_moves_only_the_descriptors_before(dev):
         "set console 2\ntty_remap_stdio: open(): No such device or address\n" + FAILED + DONE
     dev.port(2).send(b"version\r")
     assert BANNER in dev.text_until_prompt()
+
+
+def test_a_port_lost_for_the_errors_alone_is_told_where_they_go_still(dev):
+    dev.boot()
+    dev.fail_call("open", "/dev/ttyS2", error="ENXIO", after=2)
+    text = move(dev, "set console 2", 2, left="tty_remap_stdio: open(): No such device or address\n")
+    assert text == FAILED + DONE
 
 
 # ---------------------------------------------------------------------- showing
