@@ -7,15 +7,6 @@ namespace {
 
 class ubi_format_test : public ubi_test {
  protected:
-  static std::string make(int volume, const std::string& size, const std::string& name) {
-    return "/usr/sbin/ubimkvol /dev/ubi0 -n " + std::to_string(volume) + " " + size + " -N " + name + quiet;
-  }
-  // A quarter of 128 MiB for each bank, 2 % for the private volume.
-  static lines make_all(const std::string& rootfs = "-s 32768KiB") {
-    return {make(0, rootfs, "rootfs_1"),         nodes, make(1, rootfs, "rootfs_2"),           nodes,
-            make(2, "-s 1KiB", "rootfs_single"), nodes, make(3, "-s 2621KiB", "vexo_private"), nodes,
-            make(4, "-m", "vexo_user"),          nodes};
-  }
   static inline const std::string format = "/usr/sbin/ubiformat /dev/mtd10 -y -q";
   static constexpr uint32_t create = 0x40044D17;
   static constexpr uint32_t merge = 0x40044D1B;
@@ -23,9 +14,19 @@ class ubi_format_test : public ubi_test {
 
 TEST_F(ubi_format_test, a_partition_of_the_right_size_is_formatted_at_once) {
   EXPECT_EQ(ubi_format("ubi0", 0, 0), 1);
-  EXPECT_EQ(root.shell_lines(), joined({{detach, format, attach, nodes}, make_all(), {detach}}));
+  // A quarter of 128 MiB for each bank, 2 % for the private volume.
+  EXPECT_EQ(root.shell_lines(), format_all(32768, 2621));
   EXPECT_EQ(root.events("ioctl").size(), 0u);
   EXPECT_EQ(root.printed(), "");
+}
+
+TEST_F(ubi_format_test, arguments_and_sizes_are_told_before_anything_is_done) {
+  log_level = 7;
+  EXPECT_EQ(ubi_format("ubi0", 0, 0), 1);
+  EXPECT_TRUE(root.printed().starts_with(
+      "TRACE: ubi_format: ubi_dev_name=ubi0 rootfs_size_kib=0 total_size_kib=0\n"
+      "VERBOSE: ubi_format: ubi_dev_name=ubi0 rootfs_size=33554432 total_size=134217728\n"
+      "TRACE: ubi_detach: ubi_dev_name=ubi0\n"));
 }
 
 TEST_F(ubi_format_test, the_format_tool_is_quiet_below_progress) {
@@ -49,8 +50,8 @@ TEST_F(ubi_format_test, a_smaller_total_splits_records_and_erases_first) {
       lines({detach, "/usr/sbin/fw_setenv mtdparts \"atmel_nand:81920k(ubi0),-(user)\" > /dev/null 2>&1",
              "/usr/sbin/flash_erase -q /dev/mtd11 0 0", "/usr/sbin/ubiformat /dev/mtd11 -y -q"}));
   // Per cents stay those of the unsplit partition.
-  EXPECT_NE(std::find(all.begin(), all.end(), make(3, "-s 2621KiB", "vexo_private")), all.end());
-  EXPECT_NE(std::find(all.begin(), all.end(), make(0, "-s 20480KiB", "rootfs_1")), all.end());
+  EXPECT_NE(std::find(all.begin(), all.end(), make_volume(3, "-s 2621KiB", "vexo_private")), all.end());
+  EXPECT_NE(std::find(all.begin(), all.end(), make_volume(0, "-s 20480KiB", "rootfs_1")), all.end());
 }
 
 TEST_F(ubi_format_test, a_larger_total_merges) {
@@ -107,8 +108,9 @@ TEST_F(ubi_format_test, a_failed_attach_makes_no_volumes_and_detaches) {
 TEST_F(ubi_format_test, the_first_volume_that_fails_ends_the_walk) {
   root.answer("ubimkvol", {.when = "rootfs_2", .status = 1});
   EXPECT_EQ(ubi_format("ubi0", 0, 0), 0);
-  EXPECT_EQ(root.shell_lines(), lines({detach, format, attach, nodes, make(0, "-s 32768KiB", "rootfs_1"),
-                                       nodes, make(1, "-s 32768KiB", "rootfs_2"), detach}));
+  EXPECT_EQ(root.shell_lines(),
+            lines({detach, format, attach, nodes, make_volume(0, "-s 32768KiB", "rootfs_1"), nodes,
+                   make_volume(1, "-s 32768KiB", "rootfs_2"), detach}));
 }
 
 TEST_F(ubi_format_test, a_partition_without_a_name_gives_its_size) {

@@ -25,6 +25,19 @@ class ubi_test : public loader_test {
     set_attribute("avail_eraseblocks", std::to_string(free) + "\n");
   }
 
+  // A UBI partition of two erase blocks, which is quickly read.
+  enum fill : char { in_use = '\0', erased = '\xFF' };
+  void put_ubi0(fill content) const {
+    constexpr uint64_t size = 0x40000;
+    std::vector<partition_row> rows;
+    for (const mtd_partition& row : mtd_config_table) {
+      if (row.volume_size == -1) rows.push_back({row.part_name, size, size / 2});
+    }
+    root.set_partitions(rows);
+    root.write_file("/dev/mtd10", std::string(size, content));
+    ubi0_mtd_size_max = size;
+  }
+
   static inline const std::string quiet = " &> /dev/null";
   static inline const std::string attach = "/usr/sbin/ubiattach /dev/ubi_ctrl -d 0 -p /dev/mtd10" + quiet;
   static inline const std::string nodes = "/sbin/mdev -s" + quiet;
@@ -38,6 +51,22 @@ class ubi_test : public loader_test {
   static std::string resize(int volume, int lebs) {
     return "/usr/sbin/ubirsvol /dev/ubi0 -n " + std::to_string(volume) + " -S " + std::to_string(lebs) +
            quiet;
+  }
+  static std::string make_volume(int volume, const std::string& size, const std::string& name) {
+    return "/usr/sbin/ubimkvol /dev/ubi0 -n " + std::to_string(volume) + " " + size + " -N " + name + quiet;
+  }
+  static lines make_volumes(int rootfs_kib, int private_kib) {
+    const std::string rootfs = "-s " + std::to_string(rootfs_kib) + "KiB";
+    const std::string rest = "-s " + std::to_string(private_kib) + "KiB";
+    return {make_volume(0, rootfs, "rootfs_1"),         nodes, make_volume(1, rootfs, "rootfs_2"),   nodes,
+            make_volume(2, "-s 1KiB", "rootfs_single"), nodes, make_volume(3, rest, "vexo_private"), nodes,
+            make_volume(4, "-m", "vexo_user"),          nodes};
+  }
+  // A format of a partition that has its size already.
+  static lines format_all(int rootfs_kib, int private_kib) {
+    return joined({{detach, "/usr/sbin/ubiformat /dev/mtd10 -y -q", attach, nodes},
+                   make_volumes(rootfs_kib, private_kib),
+                   {detach}});
   }
   // The lines of a shell session, several of them joined.
   static lines joined(std::initializer_list<lines> parts) {
