@@ -1,10 +1,11 @@
-"""Parts of an image that go into UBI volumes, arriving over a serial line: state of the flash (clean, in use) x type x
-event."""
+"""Parts of an image that go into UBI volumes, arriving over a serial line or the network: state of the flash (clean, in
+use) x type x event."""
 
 import pytest
 
 import images
-from downloads import NOT_INSTALLED, SUCCESS, download, expect_at_rest
+from downloads import FAILURE, NOT_INSTALLED, SUCCESS, download, expect_at_rest
+from network import command, start
 
 QUIET = " &> /dev/null"
 ATTACH = [f"/usr/sbin/ubiattach /dev/ubi_ctrl -d 0 -p /dev/mtd10{QUIET}", f"/sbin/mdev -s{QUIET}"]
@@ -33,6 +34,12 @@ FORMAT = (DETACH + ["/usr/sbin/ubiformat /dev/mtd10 -y -q"] + ATTACH + make(0, "
           make(3, "-s 81KiB", "vexo_private") + make(4, "-m", "vexo_user") + DETACH)
 INSTALL_OEM = ATTACH + mount("vexo_private") + [
     f"/usr/bin/install -D -m644 /tmp/image.part /mnt/cfg/hidden.oem.xml{QUIET}"] + UNMOUNT + DETACH
+
+PYTHON_SPACE = ["rm -rf /tmp/python 2>/dev/null", "mv /mnt/python/ /tmp/ 2>/dev/null", "mv /tmp/python /mnt/ 2>/dev/null"]
+PYTHON_SAVE = ["rm -rf /tmp/site-packages/ 2>/dev/null", "cp -r /mnt/python/lib/python2.7/site-packages /tmp/ 2>/dev/null",
+               "rm -rf /mnt/python/ 2>/dev/null", "mkdir -p /mnt/python/ 2>/dev/null"]
+PYTHON_RESTORE = ["mkdir -p /mnt/python/lib/python2.7/site-packages/ 2>/dev/null",
+                  "cp -r /tmp/site-packages/* /mnt/python/lib/python2.7/site-packages/ 2>/dev/null"]
 
 
 def write_archive(volume=1, name="rootfs_2"):
@@ -189,9 +196,7 @@ def test_python_is_a_self_contained_installation(used):
     lines = used.shell_lines
     assert lines[:3] == ATTACH + mount("vexo_user")
     assert "tar -xmzaf - -C /mnt/python/" in lines
-    assert lines[-4:] == ["mkdir -p /mnt/python/lib/python2.7/site-packages/ 2>/dev/null",
-                          "cp -r /tmp/site-packages/* /mnt/python/lib/python2.7/site-packages/ 2>/dev/null"] + (
-                              UNMOUNT + DETACH)
+    assert lines[-4:] == PYTHON_RESTORE + UNMOUNT + DETACH
     assert fed(used, "tar") == [301]
 
 
@@ -245,3 +250,127 @@ def test_header_that_lies_about_its_length_times_out(used):
     screen = download(used, images.header(images.ROOTFS_TAR_LZMA, ARCHIVE[256:], fields=longer) + ARCHIVE[256:])
     assert "ERROR: Failed to read firmware image [Connection timed out]\n" in screen
     used.expect_not_ran("fw_setenv")
+
+
+# ---------------------------------------------------------------------- over the network
+
+TFTP = 'tftp -g -r "image.rom" -l - 10.0.0.1'
+PREPARING, INSTALLING = "Preparing ...\n", "Installing ...\n"
+NOT_PREPARED = "ERROR: Failed to prepare system\n" + FAILURE
+LOADER = images.part(images.BOOTLOADER, b"loader", more=True)
+BOOT_ENV = images.part(images.BOOT_ENV, images.pattern(3000))
+
+
+def install(dev, image, bank="2", verbosity=3):
+    """A network installation on a device that is started for it; what it showed from "Preparing ..." on."""
+    dev.answer("tftp", stdout=image)
+    dev.boot()
+    start(dev)
+    dev.command(f"verbose {verbosity}")
+    shown = command(dev, f"flash download network {bank} 10.0.0.1 image.rom")
+    assert shown.count(PREPARING) == 1
+    return PREPARING + shown.partition(PREPARING)[2]
+
+
+def update(size, volume=1):
+    """A UBIFS image whose volume was made to suit it before."""
+    return ATTACH + [f"/usr/sbin/ubiupdatevol /dev/ubi0_{volume} -s {size} -"] + DETACH
+
+
+def test_network_archive_into_flash_in_use(used):
+    assert install(used, ARCHIVE) == PREPARING + INSTALLING + images.info(ARCHIVE) + SUCCESS
+    assert used.shell_lines == [TFTP, TFTP] + write_archive() + switch_to(2)
+
+
+def test_network_archive_formats_clean_flash_between_the_transfers(clean):
+    """The stand-ins leave the flash as clean as it was; the second transfer may not format it nevertheless."""
+    assert install(clean, ARCHIVE) == PREPARING + INSTALLING + images.info(ARCHIVE) + SUCCESS
+    assert clean.shell_lines == [TFTP] + FORMAT + [TFTP] + write_archive() + switch_to(2)
+
+
+def test_network_ubifs_image_looks_at_the_schema_between_the_transfers(used):
+    assert install(used, UBIFS) == PREPARING + INSTALLING + images.info(UBIFS) + SUCCESS
+    assert used.shell_lines == [TFTP] + ATTACH + SCHEMA + DETACH + [TFTP] + update(8193) + switch_to(2)
+
+
+def test_network_ubifs_image_formats_clean_flash_before_the_schema(clean):
+    assert install(clean, UBIFS).endswith(SUCCESS)
+    assert clean.shell_lines == [TFTP] + FORMAT + ATTACH + SCHEMA + DETACH + [TFTP] + update(8193) + switch_to(2)
+
+
+def test_network_ubifs_image_changes_the_schema_between_the_transfers(used):
+    assert install(used, UBIFS, "single") == (
+        PREPARING + "NOTE: Changing rootfs bank schema for ubi0 to 'single'\n" + INSTALLING + images.info(UBIFS) + SUCCESS)
+    resizes = [f"/usr/sbin/ubirsvol /dev/ubi0 -n {n} -S {lebs}{QUIET}" for n, lebs in ((0, 1), (1, 1), (2, 15))]
+    assert used.shell_lines == ([TFTP] + ATTACH + SCHEMA + resizes + DETACH + [TFTP] + update(8193, 2) +
+                                switch_to("single"))
+
+
+@pytest.mark.parametrize("spoil, output", [
+    (lambda dev: dev.path("/sys/class/ubi/ubi0/ubi0_2/reserved_ebs").write_text("15\n"),
+     "ERROR: Rootfs schema mismatch. Expected dual, detected single.\nNOTE: Try full \"flash clean\" first.\n"),
+    (lambda dev: dev.remove("/sys/class/ubi/ubi0/avail_eraseblocks"),
+     "ERROR: Failed to discover all current rootfs volume sizes\n"),
+], ids=["inconsistent", "not known"])
+def test_network_schema_that_does_not_fit_ends_before_the_second_transfer(used, spoil, output):
+    spoil(used)
+    assert install(used, UBIFS) == PREPARING + output + NOT_PREPARED
+    assert used.shell_lines == [TFTP] + ATTACH + SCHEMA[:1] + DETACH
+    expect_at_rest(used)
+
+
+def test_network_device_that_cannot_be_attached_ends_before_the_second_transfer(used):
+    used.answer("ubiattach", status=1)
+    assert install(used, UBIFS) == PREPARING + "ERROR: Failed to attach /dev/mtd10 to ubi0\n" + NOT_PREPARED
+    assert used.shell_lines == [TFTP] + ATTACH + DETACH
+
+
+def test_network_flash_that_cannot_be_formatted(clean):
+    clean.answer("ubiformat", status=1)
+    assert install(clean, ARCHIVE) == (
+        PREPARING + "ERROR: system(/usr/sbin/ubiformat /dev/mtd10 -y -q) sys_rc=256 exitstatus=1\n" + NOT_PREPARED)
+    assert clean.shell_lines == [TFTP] + FORMAT[:2]
+
+
+def test_network_oem_defaults(used):
+    assert install(used, OEM) == PREPARING + INSTALLING + images.info(OEM) + SUCCESS
+    assert used.shell_lines == [TFTP, TFTP] + INSTALL_OEM
+
+
+def test_network_oem_defaults_are_refused_by_clean_flash(clean):
+    assert install(clean, OEM) == PREPARING + "ERROR: Cannot write OEM defaults file to clean flash\n" + NOT_PREPARED
+    assert clean.shell_lines == [TFTP]
+
+
+def test_network_python_saves_before_and_restores_after_the_second_transfer(used):
+    assert install(used, PYTHON) == PREPARING + INSTALLING + images.info(PYTHON) + SUCCESS
+    begin, end = ATTACH + mount("vexo_user"), UNMOUNT + DETACH
+    assert used.shell_lines == ([TFTP] + begin + PYTHON_SPACE + PYTHON_SAVE + end +
+                                [TFTP] + begin + ["tar -xmzaf - -C /mnt/python/"] + end + begin + PYTHON_RESTORE + end)
+
+
+def test_network_boot_environment_is_erased_without_and_written_with_its_lock_bracket(clean):
+    assert install(clean, BOOT_ENV) == PREPARING + INSTALLING + images.info(BOOT_ENV) + SUCCESS
+    assert clean.shell_lines == [TFTP, "/usr/sbin/flash_erase -q /dev/mtd3 0 0", TFTP,
+                                 "/usr/sbin/flash_unlock /dev/mtd3", "/usr/sbin/flash_lock /dev/mtd3 0 -1"]
+    assert clean.partition("bootenv_1").read(0, 3000) == BOOT_ENV[256:]
+
+
+def test_network_preparing_at_verbosity_6(used):
+    shown = install(used, LOADER + UBIFS, verbosity=6)
+    destination = "VERBOSE: image_validate_destination: mtd_dev_name=/dev/ubi0_0\n"
+    sysfs = "/sys/class/ubi/ubi0"
+    assert shown.partition(INSTALLING)[0] == (
+        PREPARING +
+        "VERBOSE: Preparing system for bootloader\n" + destination +
+        "VERBOSE: flash_erase_whole_partition mtd /dev/mtd2\n"
+        "VERBOSE: system(/usr/sbin/flash_erase /dev/mtd2 0 0)\n"
+        "VERBOSE: Preparing system for firmware_rootfs_ubifs_128keb\n" + destination +
+        "VERBOSE: ubi_write_buffer_ubifs_fd mtd /dev/ubi0_1\n"
+        "VERBOSE: system(/usr/sbin/ubiattach /dev/ubi_ctrl -d 0 -p /dev/mtd10)\n"
+        "VERBOSE: system(/sbin/mdev -s)\n" +
+        "".join(f"VERBOSE: ubi_get_volume_size_in_lebs: fopen({sysfs}/ubi0_{n}/reserved_ebs)\n" for n in range(3)) +
+        f"VERBOSE: ubi_get_free_num_lebs: fopen({sysfs}/avail_eraseblocks)\n"
+        "VERBOSE: Current # of LEB's: 1=8 2=8 S=1 free=0\n"
+        "VERBOSE: No rootfs bank schema change needed. Still 'dual'\n"
+        "VERBOSE: system(/usr/sbin/ubidetach /dev/ubi_ctrl -p /dev/mtd10)\n")
