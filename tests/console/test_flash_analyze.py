@@ -115,6 +115,54 @@ def test_size_word_of_a_bootstrap(flash, size, known):
                         crc=f"{images.checksum(bootstrap(size)[:size]):08x}") if known else row("bootstrap", "dirty"))
 
 
+@pytest.mark.parametrize("name, version", [
+    (b"Solvantra TK10 Bootstrap", "-"),
+    (b"another loader 1.5", "-"),
+    (b"Solvantra TK10 Bootstrap 1.5 of May", "1.5"),
+    (b"Solvantra TK10 Bootstrap " + b"9" * 39, "9" * 16),
+], ids=["no version", "another name", "words behind it", "too long"])
+def test_name_of_a_bootstrap(flash, name, version):
+    code = bootstrap(name=name)
+    flash.partition("bootstrap").write(code)
+    flash.boot()
+    assert row("bootstrap", "active", version, size="1234", crc=f"{images.checksum(code):08x}") in analyze(flash)
+
+
+@pytest.mark.parametrize("description, version", [
+    (b"TK10", ""), (b"TK10v2", ""), (b"TK10 v", ""), (b"TK10 v1 v2", "1 v2"), (b"TK10 v0123456789ABCDEFGH", "0123456789ABCDEF"),
+], ids=["none", "no blank", "empty", "the first counts", "too long"])
+def test_version_in_the_product_description(flash, description, version):
+    product = record((6, description), (11, b"P2XY"))
+    flash.partition("prod_config").write(product)
+    flash.boot()
+    crc = struct.unpack_from("<H", product)[0]
+    assert row("prod_config", "active", version, size=f"{len(product):x}", crc=f"{crc:08x}") in analyze(flash)
+
+
+def test_checksum_of_zero_is_not_shown(flash):
+    """The word behind the size makes the sum what it has to be."""
+    code = bytearray(b"\xff" * 256)
+    code[20:24] = struct.pack("<I", 256)
+    code[60:124] = b"Solvantra TK10 Bootstrap 2".ljust(64, b"\0")
+    code[252:256] = bytes(4)
+    code[252:256] = struct.pack(">I", images.checksum(bytes(code)))
+    assert images.checksum(bytes(code)) == 0
+    flash.partition("bootstrap").write(bytes(code))
+    flash.boot()
+    assert row("bootstrap", "active", "2", size="100") in analyze(flash)
+
+
+@pytest.mark.parametrize("in_use, number", [(False, 1), (True, 0)])
+def test_clean_ubi_partition_is_told_at_verbosity_6(flash, in_use, number):
+    if in_use:
+        flash.partition("ubi0").write(b"UBI#")
+        flash.answer("mount", status=32)
+    flash.boot()
+    flash.command("verbose 6")
+    screen = analyze(flash)
+    assert screen.count("ubi0_is_clean=") == 1 and HEADING + f"VERBOSE: ubi0_is_clean={number}\n" in screen
+
+
 def test_bank_that_is_not_active(flash):
     kernel = images.part(images.KERNEL, images.pattern(50, 2))
     flash.partition("kernel_1").write(kernel)
