@@ -205,6 +205,18 @@ TEST_F(file_within_test, a_volume_outside_the_table_is_an_error) {
   EXPECT_EQ(root.shell_lines(), lines());
 }
 
+TEST_F(file_within_test, questions_are_traced_with_their_arguments) {
+  log_level = 7;
+  EXPECT_EQ(ubi_ubifs_analyze_file_within("vexo", "/cfg/", "x", nullptr), 0);
+  flash_analysis record = {};
+  EXPECT_EQ(ubi_ubifs_analyze("/dev/ubi0_9", &record), 0);
+  EXPECT_EQ(root.printed(),
+            "TRACE: ubi_ubifs_analyze_file_within: part_name=vexo directory=/cfg/ filename=x\n"
+            "ERROR: No partition entry in mtd table for vexo\n"
+            "TRACE: ubi_ubifs_analyze: dev_name=/dev/ubi0_9\n"
+            "ERROR: No entry in mtd table for /dev/ubi0_9\n");
+}
+
 TEST_F(file_within_test, a_device_without_its_row_is_not_clean) {
   EXPECT_EQ(ubi_is_clean("ubi1"), 0);
   EXPECT_EQ(root.sleeps().size(), 0U);

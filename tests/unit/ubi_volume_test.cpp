@@ -153,6 +153,31 @@ TEST_F(ubi_volume_test, reading_sizes_is_traced_by_name) {
             "VERBOSE: ubi_get_free_num_lebs: fopen(/sys/class/ubi/ubi0/avail_eraseblocks)\n");
 }
 
+TEST_F(ubi_volume_test, every_operation_traces_its_arguments_first) {
+  struct {
+    const char* first;
+    void (*operation)();
+  } constexpr cases[] = {
+      {"ubi_attach: ubi_dev_name=ubi0", [] { ubi_attach("ubi0"); }},
+      {"ubi_detach: ubi_dev_name=ubi0", [] { ubi_detach("ubi0"); }},
+      {"ubi_mkvol: dev_name=/dev/ubi0_4 size_kib=-1 part_name=vexo_user",
+       [] { ubi_mkvol("/dev/ubi0_4", -1, "vexo_user"); }},
+      {"ubi_rsvol: dev_name=/dev/ubi0_1 num_lebs=7", [] { ubi_rsvol("/dev/ubi0_1", 7); }},
+      {"ubi_erase_volume: mtd_dev_name=/dev/ubi0_1 ubi_dev_name=ubi0",
+       [] { ubi_erase_volume("/dev/ubi0_1", "ubi0"); }},
+      {"ubi_get_volume_size_in_bytes: dev_name=/dev/ubi0_1",
+       [] { ubi_get_volume_size_in_bytes("/dev/ubi0_1"); }},
+  };
+  for (const auto& each : cases) {
+    log_level = 7;
+    each.operation();
+    EXPECT_TRUE(root.printed().starts_with("TRACE: " + std::string(each.first) + "\n")) << each.first;
+    log_level = 6;
+    each.operation();
+    EXPECT_EQ(root.printed().find(each.first), std::string::npos) << each.first;
+  }
+}
+
 TEST_F(ubi_volume_test, the_device_of_a_volume) {
   char device[16];
   EXPECT_EQ(ubi_get_root_from_dev_name("/dev/ubi3_1", device, sizeof device), 1);

@@ -56,6 +56,41 @@ class ubi_writer_test : public ubi_test {
 
 // ---------------------------------------------------------------------------------------------- UBIFS images
 
+TEST_F(ubi_writer_test, every_writer_traces_its_arguments_first) {
+  struct {
+    const char* first;
+    void (*writer)();
+  } constexpr cases[] = {
+      {"ubi_write_buffer_ubifs: mtd_dev_name=/dev/ubi0_1 ubi_dev_name=ubi0 src_len=0",
+       [] { ubi_write_buffer_ubifs("/dev/ubi0_1", "ubi0", nullptr, 0); }},
+      {"ubi_write_buffer_tar_lzma: mtd_dev_name=/dev/ubi0_9 ubi_dev_name=ubi0 src_len=5",
+       [] { ubi_write_buffer_tar_lzma("/dev/ubi0_9", "ubi0", nullptr, 5); }},
+      {"ubi_write_buffer_tar_lzma_fd: mtd_dev_name=/dev/ubi0_9 ubi_dev_name=ubi0 src_len=4294967295",
+       [] { ubi_write_buffer_tar_lzma_fd("/dev/ubi0_9", "ubi0", -1, nullptr, UINT32_MAX, nullptr); }},
+      {"ubi_write_buffer_python_fs_tar_lzma: mtd_dev_name=/dev/ubi0_9 ubi_dev_name=ubi0 src_len=5",
+       [] { ubi_write_buffer_python_fs_tar_lzma("/dev/ubi0_9", "ubi0", nullptr, 5); }},
+      {"ubi_write_buffer_python_fs_tar_lzma_fd: mtd_dev_name=/dev/ubi0_9 ubi_dev_name=ubi0 src_len=5",
+       [] { ubi_write_buffer_python_fs_tar_lzma_fd("/dev/ubi0_9", "ubi0", -1, nullptr, 5, nullptr, 1); }},
+      {"ubi_python_fs_tar_lzma_fd_prepare: mtd_dev_name=/dev/ubi0_9 ubi_dev_name=ubi0",
+       [] { ubi_python_fs_tar_lzma_fd_prepare("/dev/ubi0_9", "ubi0"); }},
+      {"ubi_python_fs_tar_lzma_fd_finalize: mtd_dev_name=/dev/ubi0_9 ubi_dev_name=ubi0",
+       [] { ubi_python_fs_tar_lzma_fd_finalize("/dev/ubi0_9", "ubi0"); }},
+      {"ubi_write_file_into_fs: mtd_dev_name=/dev/ubi0_9 ubi_dev_name=ubi0 src_file=/tmp/a dst_dir=/cfg/ "
+       "dst_file=b dst_perm=644",
+       [] { ubi_write_file_into_fs("/dev/ubi0_9", "ubi0", "/tmp/a", "/cfg/", "b", "644"); }},
+      {"ubi_write_file: mtd_dev_name=/dev/ubi0_1 ubi_dev_name=ubi0 filename=/tmp/a",
+       [] { ubi_write_file("/dev/ubi0_1", "ubi0", "/tmp/a"); }},
+  };
+  for (const auto& each : cases) {
+    log_level = 7;
+    each.writer();
+    EXPECT_TRUE(root.printed().starts_with("TRACE: " + std::string(each.first) + "\n")) << each.first;
+    log_level = 6;
+    each.writer();
+    EXPECT_EQ(root.printed().find(each.first), std::string::npos) << each.first;
+  }
+}
+
 class ubifs_writer_test : public ubi_writer_test {};
 
 TEST_F(ubifs_writer_test, an_image_in_memory_goes_into_the_volume) {
