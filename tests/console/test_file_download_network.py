@@ -96,6 +96,28 @@ def test_ctrl_c_ends_a_transfer(up):
     assert up.text_until_prompt() == "\nERROR: Terminated by signal\n" + GET_FAILED + FAILURE
 
 
+GET = 'tftp -g -l /tmp/file -r "file" 10.0.0.1'
+
+
+@pytest.mark.parametrize("call, error, told", [
+    ("fork", "EAGAIN", f"ERROR: exec_system_cmd_print_with_match({GET}): fork failed\n"),
+    ("waitpid", "ECHILD", f"ERROR: exec_system_cmd_print_with_match({GET}): error waiting for child\n"),
+    ("popen", "EMFILE", f"ERROR: exec_system_cmd_print_with_match: popen({GET} 2>&1) error(Too many open files)\n"
+                        "ERROR: Exit status=255\n"),
+], ids=["fork", "waitpid", "popen"])
+def test_client_that_cannot_be_run(up, call, error, told):
+    up.fail_call(call, error=error, times=1)
+    assert up.command("file download network 10.0.0.1 file") == retrieving("file") + told + GET_FAILED + FAILURE
+
+
+def test_verbosity_7_traces_the_run(up):
+    up.command("verbose 7")
+    assert up.command("file download network 10.0.0.1 file").endswith(
+        "Retrieving file 'file' via tftp...\n"
+        "TRACE: exec_system_cmd_print_with_match: print=' ' dont_print='' notes=true\n"
+        f"VERBOSE: exec_system_cmd_print_with_match: fork popen({GET} 2>&1)\n" + SUCCESS)
+
+
 # ---------------------------------------------------------------------- names
 
 STRANGE_NAMES = [

@@ -2,7 +2,7 @@
 
 import pytest
 
-from board import give_board, gpio_writes, level, make_gpio_lines, set_level
+from board import PRODUCT_ID, give_board, give_product, gpio_writes, level, make_gpio_lines, set_level
 
 SUCCESS = "Done: SUCCESS\n"
 FAILURE = "Done: FAILURE\n"
@@ -127,6 +127,29 @@ def test_failures_are_told_and_the_start_goes_on(dev):
     tried = [event.path for event in dev.startup.of("write")]
     assert not [path for path in tried if "gpio74/" in path or "gpio149/" in path], "a failed step ends it"
     assert "/sys/class/gpio/gpio150/value" in tried, "the others are driven"
+
+
+def test_kernel_without_lines(dev):
+    """Every line that would be taken is told; those of the I/O option are not missed."""
+    give_product(dev, (PRODUCT_ID, b"P2"))
+    text = dev.boot()
+    lines = [row.split() for row in TK20_ROWS.splitlines()]
+    assert [line for line in text.splitlines() if line.startswith("ERROR")] == [
+        f"ERROR: Failed open to export gpio{line[0]} ({line[3]})" for line in lines]
+
+
+def test_line_that_cannot_be_given_back_is_told_from_verbosity_6_on(dev):
+    make_gpio_lines(dev, (40, 41, 160))
+    dev.boot()
+    dev.fail_call("write", "/sys/class/gpio/unexport", error="EINVAL", after=1, times=3)
+    dev.command("verbose 5")
+    assert dev.command("set opmode board tk40") == SUCCESS
+    dev.command("verbose 6")
+    assert dev.command("set opmode board tk40") == "".join(
+        f"ERROR: Failed write to unexport gpio{number}\n" for number in (40, 41)) + SUCCESS
+    dev.remove("/sys/class/gpio/unexport")
+    assert dev.command("set opmode io none") == "".join(
+        f"ERROR: Failed open to unexport gpio{number}\n" for number in (40, 41)) + SUCCESS
 
 
 # ---------------------------------------------------------------------- gpiolib info

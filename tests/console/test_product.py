@@ -68,6 +68,7 @@ def test_word_that_is_no_leading_part_of_a_keyword(product, word):
 
 
 def test_surplus_words_are_ignored(product):
+    assert product.command("show product # comment") == product.command("show product")
     assert product.command("show product id 3 x") == "\n" + ID_LINE + "\n" + SUCCESS
     assert product.command("show product mac 0 1") == "\n" + MACS + MAC_LINES[0] + "\n" + SUCCESS
 
@@ -109,6 +110,17 @@ def test_record_counts_only_when_it_is_whole(dev, content, request):
     good = "good" in request.node.callspec.id
     assert (dev.command("show product id") == NO_RECORD) == (not good)
     assert (dev.command("show product x") == NO_RECORD) == (not good), "words are not looked at"
+
+
+@pytest.mark.parametrize("failure, message", [
+    ({"error": "EIO"}, "read(1024) error(Input/output error)"),
+    ({"error": None, "result": 1023}, "only 1023/1024 bytes read, error(Success)"),
+], ids=["failing", "short"])
+def test_flash_that_cannot_be_read_is_told_at_the_start(dev, failure, message):
+    give_product(dev, *ITEMS)
+    dev.fail_call("read", "/dev/mtd1", **failure)
+    assert f"ERROR: prodcfg_read: {message}\n" in dev.boot()
+    assert dev.command("show product") == NO_RECORD
 
 
 def test_item_past_the_end_is_told_at_the_start(dev):
