@@ -557,6 +557,25 @@ class Board:
         """Wires a level to a line from outside. An output does not care, until it becomes an input."""
         self.sh(f"echo {number} {level} >{_DEBUG}/gpio", check=True)
 
+    # The control device, see kernel/ctrl.c.
+
+    def ctrl_log(self):
+        """[(seconds, text)] of what was done with /dev/ctrl: "open rw", "40144c0a write 4c 10 20 38000000... 0", "close"."""
+        lines = self.sh(f"cat {_DEBUG}/ctrl/log", check=True).output.splitlines()
+        return [(int(time) / 1e6, text) for time, text in (line.split(" ", 1) for line in lines)]
+
+    def ctrl_clear(self):
+        """Forgets what was done with /dev/ctrl and which requests should fail; nobody pushes the button."""
+        self.sh(f"cd {_DEBUG}/ctrl && echo clear >log && echo clear >failures && echo 0 >reset_input", check=True)
+
+    def ctrl_fail(self, request, error=errno.EIO):
+        """Makes all later requests of this number fail."""
+        self.sh(f"echo {request:x} {error} >{_DEBUG}/ctrl/failures", check=True)
+
+    def ctrl_reset_input(self, status):
+        """What /dev/ctrl says of the reset input: 0 while nobody pushes the button."""
+        self.sh(f"echo {status} >{_DEBUG}/ctrl/reset_input", check=True)
+
     # The console's usual errands.
 
     def wait_receiving(self, port=None, timeout=60.0):

@@ -109,11 +109,14 @@ static int __init vboard_init(void)
         error = gpio_init();
     if (!error)
         error = link_init();
+    if (!error)
+        error = ctrl_init();
     if (error)
         pr_err(VBOARD_NAME ": start failed: %d\n", error);
     return error;
 }
 module_init(vboard_init);
 
-MODULE_DESCRIPTION("Virtual board: serial NOR and NAND flash, partition requests, planned faults, GPIO lines, cable");
+MODULE_DESCRIPTION("Virtual board: serial NOR and NAND flash, partition requests, planned faults, GPIO lines, cable, "
+                   "control device");
 MODULE_LICENSE("GPL");

@@ -59,3 +59,4 @@ struct mtd_info *vboard_find_partition(int number, const char *name);
 int partition_requests_init(void);
 int gpio_init(void);
 int link_init(void);
+int ctrl_init(void);
