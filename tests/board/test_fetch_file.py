@@ -16,7 +16,7 @@ FAILED = "NOTE: tftp: {}\nERROR: Child exit status=1\nERROR: Exit status=255\nER
 
 
 @pytest.fixture
-def server(dev):
+def served(dev):
     """The directory of the TFTP server; what is in it, and what the board has fetched, is gone afterwards."""
     yield dev.board.tftp
     for file in dev.board.tftp.iterdir():
@@ -42,30 +42,30 @@ def fetched(dev):
     return {name: dev.board.get(f"/tmp/{name}") for name in names}
 
 
-def test_the_interface_is_started_by_dhcp_and_stays_so(dev, server):
-    (server / "one").write_bytes(b"\xa5")
+def test_the_interface_is_started_by_dhcp_and_stays_so(dev, served):
+    (served / "one").write_bytes(b"\xa5")
     assert dev.command(f"file download network {HOST} one") == (
         USING_ETH0 + DHCP + NO_PRODUCT + "Retrieving file 'one' via tftp...\n" + SUCCESS)
     assert fetched(dev) == {"one": b"\xa5"}
     assert dev.command("network info") == info("up", **LEASE, link="100 full")
 
 
-def test_files_of_all_sizes(dev, server):
+def test_files_of_all_sizes(dev, served):
     """A block of the protocol is 512 bytes; one that is not full is the last. Each file replaces a longer one."""
     start(dev)
     for words, path in ("file", "/tmp/file"), ("file other", "/tmp/other"), ("file /root/other", "/root/other"):
         for size in 5 * MEBIBYTE, 513, 512, 511, 1, 0:
             data = images.pattern(size)
-            (server / "file").write_bytes(data)
+            (served / "file").write_bytes(data)
             assert fetch(dev, words) == SUCCESS
             shown = dev.board.sh(f"sha256sum {path}; find /tmp /root -type f", check=True).output
             assert shown == f"{hashlib.sha256(data).hexdigest()}  {path}\n{path}\n", f"{size} bytes"
         dev.board.sh(f"rm {path}", check=True)
 
 
-def test_what_cannot_be_fetched(dev, server):
+def test_what_cannot_be_fetched(dev, served):
     start(dev)
-    (server / "file").write_bytes(b"file")
+    (served / "file").write_bytes(b"file")
     for words in "missing", "missing other":
         assert fetch(dev, words) == FAILED.format("server error: (1) File not found")
     assert fetch(dev, "file /nowhere/file") == FAILED.format("can't open '/nowhere/file': No such file or directory")
@@ -73,9 +73,9 @@ def test_what_cannot_be_fetched(dev, server):
     assert fetched(dev) == {}
 
 
-def test_a_server_that_does_not_answer(dev, server):
+def test_a_server_that_does_not_answer(dev, served):
     start(dev)
-    (server / "file").write_bytes(b"file")
+    (served / "file").write_bytes(b"file")
     assert fetch(dev, "file", NOBODY) == FAILED.format("timeout")
     assert fetched(dev) == {}
 
@@ -95,10 +95,10 @@ STRANGE_NAMES = ['a"b', "it's", '"$(id>shot)"', "$(id>shot)", "`id>shot`", "a;id
                  "$HOME", "${PATH}", "a\\", "\\$(id>shot)", '\\"', "*", "?[a]{b,c}", "~", "!!", "%s%n", "-l", "(a)", "100%"]
 
 
-def test_names_reach_the_server_and_the_disk_as_typed(dev, server):
+def test_names_reach_the_server_and_the_disk_as_typed(dev, served):
     start(dev)
     for name in STRANGE_NAMES:
-        (server / name).write_text(f"this is {name}")
+        (served / name).write_text(f"this is {name}")
         assert fetch(dev, name) == SUCCESS
     assert fetched(dev) == {name: f"this is {name}".encode() for name in STRANGE_NAMES}
 

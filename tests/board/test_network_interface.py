@@ -4,8 +4,7 @@ import re
 
 import pytest
 
-from board import MAC as MAC_ITEMS
-from board import record
+from ethernet import product_record
 from shell_session import FAILURE, SUCCESS, ShellSession
 from wired_network import (DHCP, HOST, LEASE, MAC, NO_LINK, NO_PRODUCT, NOBODY, STATIC, USING_ETH0, Interface, info,
                            interface, wait_running)
@@ -50,6 +49,17 @@ def test_static_addresses(dev):
     assert dev.command("network ethernet start eth0 10.0.7.8 255.255.240.0") == STATIC + NO_PRODUCT + SUCCESS
     assert dev.command("network info") == info("up", ip="10.0.7.8", netmask="255.255.240.0", link="100 full")
     assert interface(dev) == Interface(up=True, running=True, mac=MAC, address="10.0.7.8/20")
+
+
+def test_no_dhcp_server(tmp_path):
+    with ShellSession(tmp_path, netdev="hubport,hubid=0") as dev:
+        dev.start()
+        assert dev.command("network ethernet start") == (
+            DHCP + NO_PRODUCT + "ERROR: system(/sbin/udhcpc -nq -t 5 -i eth0 &>/dev/null) sys_rc=256 exitstatus=1\n"
+            "NOTE: DHCP request failed\n" + FAILURE)
+        assert dev.command("network info") == info("down", link="100 full"), "down, for it was not started"
+        assert interface(dev) == Interface(up=True, running=True, mac=MAC)
+        dev.check()
 
 
 @pytest.mark.parametrize("words, message", [
@@ -108,7 +118,7 @@ OTHER_MAC = "00:80:a3:bc:de:0f"
 
 def test_the_mac_address_of_the_product_record(tmp_path):
     with ShellSession(tmp_path) as dev:
-        dev.board.flash_write("prod_config", record((MAC_ITEMS[0], bytes.fromhex(OTHER_MAC.replace(":", "")))))
+        dev.board.flash_write("prod_config", product_record(OTHER_MAC))
         dev.start()
         assert interface(dev) == DOWN, "not before the interface is started"
 
