@@ -68,9 +68,11 @@ bool install_from_port(tty_port& port, int bank) {
     log_printf(level_error, "Failed to open serial port (%s)\n", strerror(errno));
   } else {
     installed = image_write_fd(nullptr, port.fd, bank, image_download_mask, 1) != 0;
-    // The rest of a refused image, or what follows a complete one, must not reach the prompt, where it would
-    // be run as commands. The sender has its chance to stop.
-    tty_discard_until_silent(&port, settle_seconds);
+    // On the console's line the rest of a refused image, or what follows a complete one, would be run as
+    // commands. Its sender has the chance to stop; another line may go on for ever.
+    if (port.port == tty_cli.port) {
+      tty_discard_until_silent(&port, settle_seconds);
+    }
     tty_close_raw(&port);
   }
   sleep(settle_seconds);
