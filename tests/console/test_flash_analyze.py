@@ -129,7 +129,8 @@ def test_name_of_a_bootstrap(flash, name, version):
 
 
 @pytest.mark.parametrize("description, version", [
-    (b"TK10", ""), (b"TK10v2", ""), (b"TK10 v", ""), (b"TK10 v1 v2", "1 v2"), (b"TK10 v0123456789ABCDEFGH", "0123456789ABCDEF"),
+    (b"TK10", ""), (b"TK10v2", ""), (b"TK10 v", ""), (b"TK10 v1 v2", "1 v2"),
+    (b"TK10 v0123456789ABCDEFGH", "0123456789ABCDEF"),
 ], ids=["none", "no blank", "empty", "the first counts", "too long"])
 def test_version_in_the_product_description(flash, description, version):
     product = record((6, description), (11, b"P2XY"))

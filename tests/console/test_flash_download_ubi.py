@@ -35,8 +35,10 @@ FORMAT = (DETACH + ["/usr/sbin/ubiformat /dev/mtd10 -y -q"] + ATTACH + make(0, "
 INSTALL_OEM = ATTACH + mount("vexo_private") + [
     f"/usr/bin/install -D -m644 /tmp/image.part /mnt/cfg/hidden.oem.xml{QUIET}"] + UNMOUNT + DETACH
 
-PYTHON_SPACE = ["rm -rf /tmp/python 2>/dev/null", "mv /mnt/python/ /tmp/ 2>/dev/null", "mv /tmp/python /mnt/ 2>/dev/null"]
-PYTHON_SAVE = ["rm -rf /tmp/site-packages/ 2>/dev/null", "cp -r /mnt/python/lib/python2.7/site-packages /tmp/ 2>/dev/null",
+PYTHON_SPACE = ["rm -rf /tmp/python 2>/dev/null", "mv /mnt/python/ /tmp/ 2>/dev/null",
+                "mv /tmp/python /mnt/ 2>/dev/null"]
+PYTHON_SAVE = ["rm -rf /tmp/site-packages/ 2>/dev/null",
+               "cp -r /mnt/python/lib/python2.7/site-packages /tmp/ 2>/dev/null",
                "rm -rf /mnt/python/ 2>/dev/null", "mkdir -p /mnt/python/ 2>/dev/null"]
 PYTHON_RESTORE = ["mkdir -p /mnt/python/lib/python2.7/site-packages/ 2>/dev/null",
                   "cp -r /tmp/site-packages/* /mnt/python/lib/python2.7/site-packages/ 2>/dev/null"]
@@ -300,7 +302,8 @@ def test_network_ubifs_image_formats_clean_flash_before_the_schema(clean):
 
 def test_network_ubifs_image_changes_the_schema_between_the_transfers(used):
     assert install(used, UBIFS, "single") == (
-        PREPARING + "NOTE: Changing rootfs bank schema for ubi0 to 'single'\n" + INSTALLING + images.info(UBIFS) + SUCCESS)
+        PREPARING + "NOTE: Changing rootfs bank schema for ubi0 to 'single'\n" + INSTALLING + images.info(UBIFS) +
+        SUCCESS)
     resizes = [f"/usr/sbin/ubirsvol /dev/ubi0 -n {n} -S {lebs}{QUIET}" for n, lebs in ((0, 1), (1, 1), (2, 15))]
     assert used.shell_lines == ([TFTP] + ATTACH + SCHEMA + resizes + DETACH + [TFTP] + update(8193, 2) +
                                 switch_to("single"))
