@@ -28,6 +28,31 @@ bool format_with_header_sizes(const char* ubi_dev_name, const uint8_t* header) {
                     image_header_get(header, image_field_total_size_kib)) != 0;
 }
 
+enum class readiness { ready, refused, not_formatted };
+
+readiness make_ready(const mtd_partition& row, const uint8_t* header, bool format_allowed) {
+  const uint32_t type = image_header_get(header, image_field_contents_type);
+  const char* ubi_dev_name = mtd_type_string[row.type];
+  if (!needs_formatted_flash(type)) {
+    return readiness::ready;
+  }
+  if (mtd_get_by_name(ubi_dev_name) == nullptr) {
+    log_printf(level_error, "mtd_get_by_type %d failed\n", row.type);
+    return readiness::refused;
+  }
+  if (ubi_is_clean(ubi_dev_name) == 0) {
+    return readiness::ready;
+  }
+  if (type == image_contents_oem_defaults) {
+    log_printf(level_error, "Cannot write OEM defaults file to clean flash\n");
+    return readiness::refused;
+  }
+  if (format_allowed && !format_with_header_sizes(ubi_dev_name, header)) {
+    return readiness::not_formatted;
+  }
+  return readiness::ready;
+}
+
 bool install_oem_file(const mtd_partition& row, const char* ubi_dev_name) {
   return ubi_write_file_into_fs(row.dev_name, ubi_dev_name, part_file, oem_directory, oem_file,
                                 oem_permission) != 0;
@@ -36,23 +61,7 @@ bool install_oem_file(const mtd_partition& row, const char* ubi_dev_name) {
 }  // namespace
 
 bool ubi_part_make_ready(const mtd_partition& row, const uint8_t* header, bool format_allowed) {
-  const uint32_t type = image_header_get(header, image_field_contents_type);
-  const char* ubi_dev_name = mtd_type_string[row.type];
-  if (!needs_formatted_flash(type)) {
-    return true;
-  }
-  if (mtd_get_by_name(ubi_dev_name) == nullptr) {
-    log_printf(level_error, "mtd_get_by_type %d failed\n", row.type);
-    return false;
-  }
-  if (ubi_is_clean(ubi_dev_name) == 0) {
-    return true;
-  }
-  if (type == image_contents_oem_defaults) {
-    log_printf(level_error, "Cannot write OEM defaults file to clean flash\n");
-    return false;
-  }
-  return !format_allowed || format_with_header_sizes(ubi_dev_name, header);
+  return make_ready(row, header, format_allowed) == readiness::ready;
 }
 
 bool ubi_part_write(const mtd_partition& row, const uint8_t* header, const uint8_t* contents) {
@@ -82,15 +91,15 @@ bool ubi_part_write_fd(const mtd_partition& row, const uint8_t* header, int fd, 
                        uint64_t* checksum) {
   const uint32_t length = image_header_get(header, image_field_contents_length);
   const char* ubi_dev_name = mtd_type_string[row.type];
-  const uint32_t type = image_header_get(header, image_field_contents_type);
-  if (!ubi_part_make_ready(row, header, format_allowed)) {
-    if (type != image_contents_oem_defaults) {
+  const readiness state = make_ready(row, header, format_allowed);
+  if (state != readiness::ready) {
+    if (state == readiness::not_formatted) {
       log_printf(level_error, "Failed to format %s\n", ubi_dev_name);
     }
     return false;
   }
   const int alone = format_allowed ? 1 : 0;  // nobody has prepared the system, nobody will finalize it
-  switch (type) {
+  switch (image_header_get(header, image_field_contents_type)) {
     case image_contents_oem_defaults: {
       const bool stored = file_create_from_fd(part_file, fd, nullptr, length, checksum) != 0 &&
                           install_oem_file(row, ubi_dev_name);

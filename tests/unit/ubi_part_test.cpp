@@ -1,5 +1,7 @@
-// Parts of an image file that go into UBI volumes: state of the flash x type x event. How each writer does
-// its work is in ubi_writers_test.cpp.
+// Parts of an image file that go into UBI volumes: state of the flash x type x event; and of a stream, where no
+// command leads. How each writer does its work is in ubi_writers_test.cpp.
+#include "image/ubi_part.h"
+
 #include "image/file_form.h"
 #include "ubi_test.h"
 
@@ -131,6 +133,18 @@ TEST_F(ubi_part_test, a_writer_that_fails_ends_the_walk_and_leaves_the_environme
       root.printed().ends_with("ERROR: Failed to attach /dev/mtd10 to ubi0\n"
                                "INFO: Wrote 0 image parts, skipped 0\n"));
   EXPECT_EQ(root.env()["bootbank"], "1");
+}
+
+TEST_F(ubi_part_test, a_table_without_the_carrier_is_named_and_nothing_else) {
+  mtd_config_table[10].part_name = "nand";
+  const sender line(archive.contents);
+  for (const part& each : {archive, ubifs, oem}) {
+    EXPECT_FALSE(ubi_part_write_fd(mtd_config_table[12], octets(each.header()), line.fd(), true, nullptr));
+    EXPECT_EQ(root.printed(), "ERROR: mtd_get_by_type 4 failed\n");
+  }
+  EXPECT_EQ(write(archive.whole()), 0);
+  EXPECT_EQ(root.printed(), archive.info() + "ERROR: mtd_get_by_type 4 failed\n");
+  EXPECT_EQ(root.shell_lines(), lines());
 }
 
 }  // namespace
