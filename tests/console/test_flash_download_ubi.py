@@ -224,7 +224,8 @@ def test_corrupted_contents_leave_the_boot_bank(used, image, tool):
     expect_at_rest(used)
 
 
-@pytest.mark.parametrize("image, word", [(ARCHIVE, "firmware"), (UBIFS, "firmare")])
+@pytest.mark.parametrize("image, word", [
+    (ARCHIVE, "firmware"), (UBIFS, "firmare"), (images.part(images.PYTHON_SETUP, images.pattern(9001, 6)), "firmware")])
 def test_stream_that_stops_gives_the_device_back(used, image, word):
     used.boot()
     screen = download(used, image[:5000])

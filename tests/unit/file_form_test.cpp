@@ -282,6 +282,9 @@ TEST_F(image_write_test, files_are_opened_and_mapped_with_the_messages_of_the_ch
   root.fail_call("mmap", {.match = "12345", .error = ENOMEM});
   EXPECT_EQ(image_write(path, mtd_bank_1, all_types), 0);
   EXPECT_TRUE(root.printed().starts_with("ERROR: mmap(len=12345) error(Cannot allocate memory)\n"));
+  put("");
+  EXPECT_EQ(image_write(path, mtd_bank_1, all_types), 0);
+  EXPECT_EQ(root.printed(), "ERROR: image size too small file=/tmp/image.rom size=0\n");
 }
 
 TEST_F(image_write_test, contents_that_the_file_does_not_hold_are_not_written) {

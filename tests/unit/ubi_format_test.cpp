@@ -70,6 +70,14 @@ TEST_F(ubi_format_test, a_failed_split_stops_before_anything_is_erased) {
   EXPECT_EQ(root.printed(), "ERROR: partition creation failed on /dev/mtd10\n");
 }
 
+TEST_F(ubi_format_test, a_table_without_the_partition_stops_before_anything_is_changed) {
+  mtd_config_table[10].part_name = "nand";
+  EXPECT_EQ(ubi_format("ubi0", 0, 0), 0);
+  EXPECT_EQ(ubi_format("ubi0", 0, 81920), 0);
+  EXPECT_EQ(root.shell_lines(), lines({detach, detach}));
+  EXPECT_EQ(root.events("ioctl").size(), 0u);
+}
+
 TEST_F(ubi_format_test, a_failed_merge_stops_before_anything_is_erased) {
   root.set_partitions({{"ubi0", 0x5000000, 0x20000}, {"user", 0x3000000, 0x20000}});
   root.fail_ioctl(merge, EBUSY);

@@ -102,6 +102,17 @@ TEST_F(ubi_schema_test, a_device_too_small_for_two_banks_is_not_resized_to_nothi
                                 "ERROR: Failed to resize volume rootfs_1 to 0 LEBs\n");
 }
 
+TEST_F(ubi_schema_test, a_table_that_lacks_one_of_the_three_changes_nothing) {
+  for (const int missing : {11, 12}) {
+    set_lebs(300, 300, 1, 0);
+    const int type = std::exchange(mtd_config_table[missing].type, mtd_type_nand);
+    EXPECT_EQ(change_for("1", "/dev/ubi0_2"), 0);
+    EXPECT_EQ(root.shell_lines(), schema_check);
+    EXPECT_EQ(root.printed(), to_single);
+    mtd_config_table[missing].type = type;
+  }
+}
+
 TEST_F(ubi_schema_test, a_volume_that_is_not_in_the_table_is_refused) {
   set_lebs(1, 1, 599, 0);
   EXPECT_EQ(change_for("single", "/dev/ubi0_9"), 0);

@@ -264,6 +264,27 @@ TEST_F(archive_writer_test, a_stream_does_the_same_and_is_summed) {
             std::string::npos);
 }
 
+TEST_F(archive_writer_test, a_header_is_sent_ahead_and_not_summed) {
+  const std::string archive = noise(500);
+  const std::string header = part{12, archive}.header();
+  const sender line(archive);
+  uint64_t checksum = 0;
+  EXPECT_EQ(ubi_write_buffer_tar_lzma_fd("/dev/ubi0_1", "ubi0", line.fd(), octets(header), 500, &checksum),
+            1);
+  EXPECT_EQ(input_of("tar"), "756");
+  EXPECT_EQ(static_cast<uint32_t>(checksum), plain_checksum(archive));
+}
+
+TEST_F(archive_writer_test, a_header_that_cannot_be_sent_ends_it_before_the_stream_is_touched) {
+  const std::string header = part{12, "archive"}.header();
+  sender line("archive");
+  root.fail_call("write", {.match = "pipe", .error = EPIPE, .times = 1});
+  EXPECT_EQ(ubi_write_buffer_tar_lzma_fd("/dev/ubi0_1", "ubi0", line.fd(), octets(header), 7, nullptr), 0);
+  EXPECT_EQ(root.printed(), "ERROR: \nError writing to pipe\n");
+  EXPECT_EQ(root.shell_lines(), joined({up_to_archive(), {unmount, detach}}));
+  EXPECT_EQ(line.rest(), "archive");
+}
+
 TEST_F(archive_writer_test, a_volume_outside_the_table_touches_nothing) {
   const sender line("x");
   EXPECT_EQ(ubi_write_buffer_tar_lzma_fd("/dev/ubi0_9", "ubi0", line.fd(), nullptr, 1, nullptr), 0);
@@ -359,6 +380,17 @@ class python_writer_test : public ubi_writer_test {
       "mkdir -p /mnt/python/lib/python2.7/site-packages/ 2>/dev/null",
       "cp -r /tmp/site-packages/* /mnt/python/lib/python2.7/site-packages/ 2>/dev/null"};
   static inline const lines end = {unmount, detach};
+
+  // Every form that there is, each with nothing to unpack.
+  static constexpr int (*forms[])() = {
+      [] { return ubi_write_buffer_python_fs_tar_lzma(volume.c_str(), "ubi0", nullptr, 0); },
+      [] {
+        return ubi_write_buffer_python_fs_tar_lzma_fd(volume.c_str(), "ubi0", -1, nullptr, 0, nullptr, 1);
+      },
+      [] { return ubi_python_fs_tar_lzma_fd_prepare(volume.c_str(), "ubi0"); },
+      [] { return ubi_python_fs_tar_lzma_fd_finalize(volume.c_str(), "ubi0"); },
+  };
+  static constexpr size_t forms_that_ask_for_space = 3;
 };
 
 TEST_F(python_writer_test, an_archive_in_memory_keeps_the_packages) {
@@ -400,15 +432,37 @@ TEST_F(python_writer_test, prepare_stream_and_finalize_together_do_the_same) {
 
 TEST_F(python_writer_test, a_volume_that_cannot_be_mounted) {
   root.answer("mount", {.when = "-t ubifs", .status = 32});
-  EXPECT_EQ(ubi_python_fs_tar_lzma_fd_prepare(volume.c_str(), "ubi0"), 0);
-  EXPECT_EQ(root.printed(), "ERROR: Failed to mount rootfs for update\n");
-  EXPECT_EQ(root.shell_lines(), joined({begin, end}));
+  for (const auto& form : forms) {
+    root.forget();
+    EXPECT_EQ(form(), 0);
+    EXPECT_EQ(root.printed(), "ERROR: Failed to mount rootfs for update\n");
+    EXPECT_EQ(root.shell_lines(), joined({begin, end}));
+  }
 }
 
 TEST_F(python_writer_test, a_failed_attach_unmounts_and_detaches) {
   root.answer("ubiattach", {.status = 1});
-  EXPECT_EQ(ubi_python_fs_tar_lzma_fd_finalize(volume.c_str(), "ubi0"), 0);
-  EXPECT_EQ(root.shell_lines(), joined({{attach, nodes}, end}));
+  for (const auto& form : forms) {
+    root.forget();
+    EXPECT_EQ(form(), 0);
+    EXPECT_EQ(root.shell_lines(), joined({{attach, nodes}, end}));
+  }
+}
+
+TEST_F(python_writer_test, a_stream_that_stops_gives_the_volume_back_and_restores_nothing) {
+  const sender line("arch");
+  EXPECT_EQ(ubi_write_buffer_python_fs_tar_lzma_fd(volume.c_str(), "ubi0", line.fd(), nullptr, 7, nullptr, 1),
+            0);
+  EXPECT_EQ(root.printed(), "ERROR: Failed to read firmware image " + std::string(stopped));
+  EXPECT_EQ(root.shell_lines(), joined({begin, look_for_space, save, unpack, end}));
+}
+
+TEST_F(python_writer_test, a_tool_that_dies_restores_nothing) {
+  root.answer("tar", {.signal_number = SIGKILL, .reads = 10});
+  const std::string archive = noise(900000);
+  EXPECT_EQ(ubi_write_buffer_python_fs_tar_lzma(volume.c_str(), "ubi0", octets(archive), archive.size()), 0);
+  EXPECT_EQ(root.printed(), "ERROR: \nError writing to pipe\n");
+  EXPECT_EQ(root.shell_lines(), joined({begin, look_for_space, save, unpack, end}));
 }
 
 // What is free on the volume, to the byte.
@@ -441,11 +495,14 @@ TEST_F(python_space_test, space_is_counted_in_32_bits) {
 
 TEST_F(python_space_test, one_byte_too_little_is_refused_and_the_old_installation_stays) {
   free_space = {true, 6291455 + 65535, 1};
-  EXPECT_EQ(ubi_python_fs_tar_lzma_fd_prepare(volume.c_str(), "ubi0"), 0);
-  EXPECT_EQ(root.printed(),
-            "ERROR: ERROR: Not enough space for Python installation (6291456 required, 6291455 "
-            "available)\n");
-  EXPECT_EQ(root.shell_lines(), joined({begin, look_for_space, end}));
+  for (size_t i = 0; i < forms_that_ask_for_space; i++) {
+    root.forget();
+    EXPECT_EQ(forms[i](), 0);
+    EXPECT_EQ(root.printed(),
+              "ERROR: ERROR: Not enough space for Python installation (6291456 required, 6291455 "
+              "available)\n");
+    EXPECT_EQ(root.shell_lines(), joined({begin, look_for_space, end}));
+  }
 }
 
 TEST_F(python_space_test, just_enough_goes_ahead) {
