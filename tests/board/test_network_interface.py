@@ -113,7 +113,7 @@ def test_ping(dev):
 
 # ---------------------------------------------------------------------- the MAC address of the product record
 
-OTHER_MAC = "00:80:a3:bc:de:0f"
+OTHER_MAC = "00:00:5e:bc:de:0f"
 
 
 def test_the_mac_address_of_the_product_record(tmp_path):

@@ -30,11 +30,11 @@ def test_defaults_that_were_installed(dev, tmp_path):
     """By the installation that is meant for them, into a volume that holds another file."""
     oem = b"<oem><name>Acme</name></oem>\n" * 40
     dev.board.flash_write("ubi0", make(vexo_private=private(OTHER)))
-    dev.board.flash_fill("bootenv_1", real_images.environment(ethaddr="00:80:a3:01:02:03"))
-    assert show_oem(dev) == "OEM Ethernet address: 00:80:a3:01:02:03\nOEM Defaults File: Not Present\n"
+    dev.board.flash_fill("bootenv_1", real_images.environment(ethaddr="00:00:5e:01:02:03"))
+    assert show_oem(dev) == "OEM Ethernet address: 00:00:5e:01:02:03\nOEM Defaults File: Not Present\n"
     image = ubi_device.PartFiles(tmp_path).build(("oem-defaults", oem))
     assert install(dev, image) == real_images.info(image) + SUCCESS
-    assert show_oem(dev) == ("OEM Ethernet address: 00:80:a3:01:02:03\n"
+    assert show_oem(dev) == ("OEM Ethernet address: 00:00:5e:01:02:03\n"
                              "OEM Defaults File: Present, size=0x488 (1160)\n")
     with attached(dev) as ubi:
         assert ubi.files("vexo_private") == {**OTHER, DEFAULTS: (oem, 0o644)}

@@ -5,7 +5,7 @@ from network import (DHCP, DOWN, FAILURE, INCOMPLETE, LEASE, LINKED, NO_PRODUCT,
                      SUCCESS, UNABLE_TO_CONFIGURE, UP, USING_ETH0, Ethernet, command, put_product_mac, set_mac, start,
                      steps, without_card)
 
-OTHER_MAC = "00:80:a3:bc:de:0f"
+OTHER_MAC = "00:00:5e:bc:de:0f"
 ALREADY_RUNNING = "ERROR: Network interface 'eth0' is already running\n"
 ALREADY_STOPPED = "NOTE: Network interface 'eth0' is already stopped\n"
 
@@ -100,7 +100,7 @@ def test_the_right_mac_address_is_not_set_again(dev):
     assert steps(dev)[:2] == DOWN, "a static address takes it down nevertheless"
 
 
-@pytest.mark.parametrize("mac", ["01:80:a3:bc:de:0f", "ff:ff:ff:ff:ff:ff", "00:00:00:00:00:00"])
+@pytest.mark.parametrize("mac", ["01:00:5e:bc:de:0f", "ff:ff:ff:ff:ff:ff", "00:00:00:00:00:00"])
 def test_a_mac_address_that_no_card_may_have_is_not_set(dev, mac):
     put_product_mac(dev, mac)
     dev.boot()

@@ -160,9 +160,9 @@ def put_defaults_file(dev, size):
 
 def test_oem_with_address_and_defaults_file(dev):
     put_defaults_file(dev, 1234)
-    dev.env["ethaddr"] = "00:80:a3:01:02:03"
+    dev.env["ethaddr"] = "00:00:5e:01:02:03"
     dev.boot()
-    assert dev.command("show oem") == ("OEM Ethernet address: 00:80:a3:01:02:03\n"
+    assert dev.command("show oem") == ("OEM Ethernet address: 00:00:5e:01:02:03\n"
                                        "OEM Defaults File: Present, size=0x4d2 (1234)\n")
     assert dev.shell_lines[0].startswith("/usr/sbin/fw_printenv -n ethaddr")
     dev.expect_ran("/bin/mount -t ubifs -o sync,compr=zlib ubi0:vexo_private /mnt", "/bin/umount /mnt")

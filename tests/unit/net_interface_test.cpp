@@ -7,8 +7,8 @@
 namespace {
 
 constexpr uint8_t own_mac[6] = {0x00, 0x20, 0x4A, 0x00, 0x00, 0x02};  // of the interface of a fresh root
-constexpr uint8_t product_mac[6] = {0x00, 0x80, 0xA3, 0xBC, 0xDE, 0x0F};
-constexpr uint8_t group_mac[6] = {0x01, 0x80, 0xA3, 0xBC, 0xDE, 0x0F};
+constexpr uint8_t product_mac[6] = {0x00, 0x00, 0x5E, 0xBC, 0xDE, 0x0F};
+constexpr uint8_t group_mac[6] = {0x01, 0x00, 0x5E, 0xBC, 0xDE, 0x0F};
 
 const std::string no_product = "NOTE: Can't get mac address from product config, using 00:20:4A:00:00:02\n";
 const std::string dhcp = "NOTE: Using DHCP\n";
@@ -16,7 +16,7 @@ const std::string fixed = "NOTE: Using static configuration\n";
 const std::string unable = "ERROR: Unable to configure network 'eth0'\n";
 
 const lines down = {"/sbin/ifconfig eth0 down 2>&1", "2"};
-const lines set_mac = {"/sbin/ifconfig eth0 hw ether 00:80:A3:BC:DE:0F 2>&1"};
+const lines set_mac = {"/sbin/ifconfig eth0 hw ether 00:00:5E:BC:DE:0F 2>&1"};
 const lines up = {"/sbin/ifconfig eth0 up 2>&1"};
 const lines linked = {"/sbin/ifconfig eth0", "2", "/sbin/ifconfig eth0"};
 const lines lease = {"/sbin/udhcpc -nq -t 5 -i eth0 &>/dev/null"};
@@ -84,7 +84,7 @@ TEST_F(net_start_test, another_hardware_address_in_the_record_is_set_while_the_i
   EXPECT_EQ(start_dhcp(), 1);
   EXPECT_EQ(root.printed(), dhcp + "NOTE: Reconfiguring eth0 mac address\n");
   EXPECT_EQ(steps(), all_of({down, set_mac, up, linked, lease, settled}));
-  EXPECT_EQ(interface_state()["hwaddr"], "00:80:A3:BC:DE:0F");
+  EXPECT_EQ(interface_state()["hwaddr"], "00:00:5E:BC:DE:0F");
 }
 
 TEST_F(net_start_test, an_invalid_hardware_address_in_the_record_is_not_set) {
