@@ -1,5 +1,5 @@
-// Parts of an image file that go into UBI volumes: state of the flash x type x event; and of a stream, where no
-// command leads. How each writer does its work is in ubi_writers_test.cpp.
+// Parts of an image file that go into UBI volumes: state of the flash x type x event; and of a stream, where
+// no command leads. How each writer does its work is in ubi_writers_test.cpp.
 #include "image/ubi_part.h"
 
 #include "image/file_form.h"
