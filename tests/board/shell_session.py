@@ -46,10 +46,11 @@ def plain(data):
 
 
 class ShellSession:
-    """A board and its shell. `unknown_command_expected` allows a test to type what is no command."""
+    """A board and its shell. `console` is the port that the shell is on, `unknown_command_expected` allows a test to type what is no command."""
 
     def __init__(self, directory, **options):
         self.board = Board(directory, BUILD / "recovery-loader", **options)
+        self.console = self.board.console
         self.unknown_command_expected = False
         self._boots = 0
         self._pid = None
@@ -87,6 +88,7 @@ class ShellSession:
 
     def wait_start(self):
         """After the machine was started: waits for the first prompt."""
+        self.console = self.board.console
         shown = self.text_until_prompt()
         self._boots += 1
         self._pid = self.shell_pid()
@@ -113,7 +115,8 @@ class ShellSession:
         """What holds after every test: one start per boot, the same process all along, nothing that was taken for an
         unknown command, and a shell that answers."""
         assert "Recovery Loader" in self.command("version")
-        output, kernel = self.board.console.output, self.board.kernel_log.output
+        output = self.board.console.output + self.board.serial2.output
+        kernel = self.board.kernel_log.output
         assert output.count(_NOTICE) == self._boots, "the shell was started a second time"
         assert b"init: shell ended" not in kernel, "the shell died"
         assert self.shell_pid() == self._pid, "the shell is another process than at the start"
@@ -124,11 +127,11 @@ class ShellSession:
 
     def type(self, line):
         """Types a line and Enter."""
-        self.board.console.send(line + "\r")
+        self.console.send(line + "\r")
 
     def text_until_prompt(self, timeout=PATIENCE):
         """Reads to the next prompt; returns the text before it."""
-        return plain(self.board.console.expect(PROMPT, timeout=timeout).before)
+        return plain(self.console.expect(PROMPT, timeout=timeout).before)
 
     def command(self, line, timeout=PATIENCE):
         """Types a line and returns what it showed, without its echo."""
@@ -147,7 +150,7 @@ class ShellSession:
     def begin(self, line, port=1):
         """Types a download command and waits until the shell listens; returns what it showed before "Begin ..."."""
         self.type(line)
-        before = plain(self.board.console.expect(BEGIN, timeout=PATIENCE).before)
+        before = plain(self.console.expect(BEGIN, timeout=PATIENCE).before)
         self.board.wait_receiving(self.port(port), PATIENCE)
         return before.removeprefix(line + "\n")
 
@@ -158,7 +161,7 @@ class ShellSession:
         return shown[1:]
 
     def port(self, number):
-        """The host's end of serial port 1 (the console) or 2."""
+        """The host's end of serial port 1 (where the console is at the start) or 2."""
         return {1: self.board.console, 2: self.board.serial2}[number]
 
     def install(self, data, line="flash download serial 2", port=1, timeout=PATIENCE):

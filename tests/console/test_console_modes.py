@@ -4,17 +4,13 @@ failure on the way leaves behind."""
 import pytest
 
 from board import give_board, gpio_writes, level, make_gpio_lines
+from console_port import block
 from device import onlcr
+from signals import BUS_MODES, LINE_DRIVERS
 
 SUCCESS, FAILURE = "Done: SUCCESS\n", "Done: FAILURE\n"
 REQUEST = 0x542F  # TIOCSRS485
-PORT_1 = {"SEL_RS232": 136, "4W_B": 137, "2W_B": 138, "TX_2W_TE": 141, "RX_TE": 140}
-PORT_2 = {"SEL_RS232": 128, "4W_B": 129, "2W_B": 130, "TX_2W_TE": 133, "RX_TE": 132}
-
-
-def block(port, mode, term, flow="noflow", speed=115200):
-    return (f"\nCurrent console settings:\n  Device: /dev/ttyS{port}\n  Mode:   {mode}\n  Speed:  {speed} bps\n"
-            f"  Flow:   {flow}\n  Term:   {term}\n\n")
+PORT_1 = LINE_DRIVERS[1]
 
 
 @pytest.fixture
@@ -37,18 +33,13 @@ def steps(dev):
     return found
 
 
-@pytest.mark.parametrize("words, levels, flags", [
-    ("rs485", (0, 1, 0, 0, 0), 0x03),
-    ("rs485 term", (0, 1, 0, 1, 0), 0x23),
-    ("rs422", (0, 0, 1, 0, 0), 0x11),
-    ("rs422 term", (0, 0, 1, 0, 1), 0x31),
-])
-@pytest.mark.parametrize("port, signals", [(1, PORT_1), (2, PORT_2)])
+@pytest.mark.parametrize("words, levels, flags", BUS_MODES)
+@pytest.mark.parametrize("port, signals", LINE_DRIVERS.items())
 def test_signals_are_driven_in_their_order_and_then_the_kernel_is_told(tk20, port, signals, words, levels, flags):
     tk20.type(f"set console {port} {words}")
     tk20.console = tk20.port(port)
     mode, *term = words.split()
-    tk20.expect(block(port, mode, "on" if term else "off") + SUCCESS)
+    tk20.expect(block(port, mode=mode, term="on" if term else "off") + SUCCESS)
     assert steps(tk20) == [f"{number}={value}" for number, value in zip(signals.values(), levels)] + [f"flags {flags:02x}"]
     assert tk20.ioctls[0].path == f"/dev/ttyS{port}"
 
@@ -68,7 +59,7 @@ def test_terminal_settings_come_before_the_mode(tk20):
 def test_delay_lies_between_the_request_and_the_settings(tk20):
     tk20.type("set console -d5 2 rs422 term")
     tk20.console = tk20.port(2)
-    assert tk20.expect("Done") == block(2, "rs422", "on")
+    assert tk20.expect("Done") == block(2, mode="rs422", term="on")
     order = [event.kind for event in tk20.events.of("ioctl", "sleep")]
     assert order == ["ioctl", "sleep"] and tk20.sleeps == [5]
 
@@ -83,7 +74,7 @@ def test_start_up_drives_nothing_for_the_console(tk20):
 def test_port_0_has_no_driver(tk20):
     tk20.type("set console 0")
     tk20.console = tk20.port(0)
-    tk20.expect(block(0, "rs232", "n/a", flow="hwflow") + SUCCESS)
+    tk20.expect(block(0) + SUCCESS)
     assert steps(tk20) == []
 
 
@@ -111,7 +102,7 @@ def test_mode_becomes_possible_with_the_board(dev):
     dev.boot()
     assert dev.command("set console rs485").endswith(FAILURE)
     dev.command("set opmode board tk20")
-    assert dev.command("set console rs485") == block(1, "rs485", "off") + SUCCESS
+    assert dev.command("set console rs485") == block(1, mode="rs485", term="off") + SUCCESS
 
 
 def test_change_of_the_operating_mode_resets_the_drivers(tk20):
@@ -119,7 +110,7 @@ def test_change_of_the_operating_mode_resets_the_drivers(tk20):
     assert level(tk20, 136) == "0" and level(tk20, 141) == "1"
     tk20.command("set opmode io dio2x1r")
     assert level(tk20, 136) == "1" and level(tk20, 141) == "0"
-    assert tk20.command("show console") == block(1, "rs485", "on"), "what was set stays on show"
+    assert tk20.command("show console") == block(1, mode="rs485", term="on"), "what was set stays on show"
 
 
 # ---------------------------------------------------------------------- failures
@@ -143,8 +134,8 @@ def test_refused_request_on_the_other_port_leaves_the_shell_there(tk20):
     tk20.type("set console 2 rs422")
     tk20.console = tk20.port(2)
     assert tk20.expect("CLI> ") == REFUSED.format(port=2) + FAILURE + SUCCESS
-    assert tk20.command("show console") == block(1, "rs232", "n/a", flow="hwflow"), "the record has not moved"
-    assert tk20.command("set console 2 rs422") == block(2, "rs422", "off") + SUCCESS
+    assert tk20.command("show console") == block(1), "the record has not moved"
+    assert tk20.command("set console 2 rs422") == block(2, mode="rs422", term="off") + SUCCESS
 
 
 def test_refused_rs232_request_fails_every_change(tk20):
@@ -157,7 +148,7 @@ def test_signal_that_cannot_be_driven_is_told_and_the_rest_goes_on(tk20):
     tk20.fail_call("write", "gpio141/value", error=None, result=1)
     assert tk20.command("set console rs485 term") == (
         "ERROR: Failed open to set gpio137 (4W_B1) value to '1'\n"
-        "ERROR: Failed write to set gpio141 (TX_2W_TE1) value to '1'\n" + block(1, "rs485", "on") + SUCCESS)
+        "ERROR: Failed write to set gpio141 (TX_2W_TE1) value to '1'\n" + block(1, mode="rs485", term="on") + SUCCESS)
     assert [event.argument[0] for event in tk20.ioctls] == [0x23]
 
 
@@ -179,4 +170,4 @@ def test_declined_change_ends_without_result(tk20):
 
 def test_bytes_of_the_settings_block_on_the_line(tk20):
     tk20.type("set console rs422 term")
-    assert onlcr(block(1, "rs422", "on") + SUCCESS) in tk20.screen_until_prompt()
+    assert onlcr(block(1, mode="rs422", term="on") + SUCCESS) in tk20.screen_until_prompt()

@@ -3,18 +3,12 @@
 import termios
 
 import pytest
+from console_port import SPEEDS, block, terminal_settings
 from device import BANNER, onlcr, plain
 
 DONE, FAILED = "Done: SUCCESS\n", "Done: FAILURE\n"
 NO_CHANGE = "<no change>\n" + DONE
 MISSING = "tty_remap_stdio: open(): No such file or directory\n"
-SPEEDS = {9600: termios.B9600, 19200: termios.B19200, 38400: termios.B38400, 57600: termios.B57600,
-          115200: termios.B115200, 230400: termios.B230400, 460800: termios.B460800, 921600: termios.B921600}
-
-
-def block(port: int = 1, speed: int = 115200, flow: str = "hwflow") -> str:
-    return (f"\nCurrent console settings:\n  Device: /dev/ttyS{port}\n  Mode:   rs232\n  Speed:  {speed} bps\n"
-            f"  Flow:   {flow}\n  Term:   n/a\n\n")
 
 
 def invalid(word: str) -> str:
@@ -26,16 +20,6 @@ def settings(port) -> tuple:
     iflag, oflag, cflag, lflag, ispeed, ospeed, cc = termios.tcgetattr(port.slave)
     numbers = [c if isinstance(c, int) else c[0] for c in cc]
     return iflag, oflag, cflag, lflag, ispeed, ospeed, numbers
-
-
-def console_settings(speed: int = 115200, flow: bool = True, signals: bool = False) -> tuple:
-    """What a port that is the console has."""
-    constant = SPEEDS[speed]
-    cc = [0] * 32
-    cc[termios.VINTR], cc[termios.VERASE], cc[termios.VMIN] = 3, 8, 1
-    cflag = constant | termios.CS8 | termios.CREAD | termios.CLOCAL | (termios.CRTSCTS if flow else 0)
-    return (termios.IGNBRK | termios.ICRNL, termios.OPOST | termios.ONLCR, cflag, termios.ISIG if signals else 0,
-            constant, constant, cc)
 
 
 def all_of(port) -> str:
@@ -60,7 +44,7 @@ def move(dev, line: str, port: int, left: str = "") -> str:
 
 def test_the_console_is_ttyS1_at_115200_with_hardware_flow(dev):
     assert dev.boot().startswith(block())
-    assert settings(dev.port(1)) == console_settings()
+    assert settings(dev.port(1)) == terminal_settings()
     assert dev.boot_console.received == b"" and dev.port(0).received == b""
     assert [(event.path, event.flags) for event in dev.startup.of("open")] == [("/dev/ttyS1", 0o4002)] * 3
     dev.expect_not_ran("dmesg")
@@ -77,7 +61,7 @@ def test_the_console_is_ttyS1_at_115200_with_hardware_flow(dev):
 def test_the_kernel_command_line_names_the_console(dev, cmdline, port, speed):
     dev.cmdline(cmdline)
     assert dev.boot().startswith(block(port, speed))
-    assert settings(dev.port(port)) == console_settings(speed)
+    assert settings(dev.port(port)) == terminal_settings(speed)
     assert dev.boot_console.received == b""
 
 
@@ -97,7 +81,7 @@ def test_without_a_usable_setting_the_defaults_stay(dev, cmdline, error):
     dev.console = dev.port(1)
     assert dev.boot().startswith(block())
     assert all_of(dev.boot_console) == f"ERROR: Failed to {error}\n"
-    assert settings(dev.port(1)) == console_settings()
+    assert settings(dev.port(1)) == terminal_settings()
 
 
 def test_without_a_kernel_command_line_the_defaults_stay(dev):
@@ -152,7 +136,7 @@ def test_every_speed(dev, speed):
     dev.cmdline("cli_console=ttyS1,9600" if speed != 9600 else "cli_console=ttyS1,115200")
     dev.boot()
     assert dev.command(f"set console {speed}") == block(speed=speed) + DONE
-    assert settings(dev.port(1)) == console_settings(speed)
+    assert settings(dev.port(1)) == terminal_settings(speed)
     assert dev.command("show console") == block(speed=speed)
 
 
@@ -169,7 +153,7 @@ def test_every_speed(dev, speed):
 def test_parameters_in_their_order(dev, words, speed, flow):
     dev.boot()
     assert dev.command(f"set console {words}") == block(speed=speed, flow=flow) + DONE
-    assert settings(dev.port(1)) == console_settings(speed, flow == "hwflow")
+    assert settings(dev.port(1)) == terminal_settings(speed, flow == "hwflow")
     assert dev.sleeps == []
 
 
@@ -178,7 +162,7 @@ def test_flow_control_off_and_on_again(dev):
     dev.command("set console noflow")
     assert dev.command("set console 9600") == block(speed=9600, flow="noflow") + DONE  # it stays off
     assert dev.command("set console hwflow") == block(speed=9600) + DONE
-    assert settings(dev.port(1)) == console_settings(9600)
+    assert settings(dev.port(1)) == terminal_settings(9600)
 
 
 @pytest.mark.parametrize("words", ["", "115200", "1", "1 115200 rs232 hwflow noterm", "rs232", "hwflow", "noterm",
@@ -202,7 +186,7 @@ def test_an_invalid_parameter_ends_the_command(dev, words, word):
     dev.boot()
     assert dev.command(f"set console {words}") == invalid(word)
     assert dev.command("show console") == block()
-    assert settings(dev.port(1)) == console_settings()
+    assert settings(dev.port(1)) == terminal_settings()
 
 
 @pytest.mark.parametrize("words", ["term", "rs232 term", "9600 term", "hwflow term", "2 9600 rs232 noflow term x"])
@@ -230,7 +214,7 @@ def test_this_board_has_rs232_only(dev, mode, port, rest):
 def test_moving_to_another_port_and_back(dev, port):
     dev.boot()
     assert move(dev, f"set console {port}", port) == block(port) + DONE
-    assert settings(dev.port(port)) == console_settings()
+    assert settings(dev.port(port)) == terminal_settings()
     assert [event.path for event in dev.events.of("open")] == [f"/dev/ttyS{port}"] * 3
     assert dev.command("show console") == block(port)
     assert dev.port(1).unread == b""
@@ -240,8 +224,8 @@ def test_moving_to_another_port_and_back(dev, port):
 def test_the_previous_port_keeps_its_settings(dev):
     dev.boot()
     move(dev, "set console 2 9600 noflow", 2)
-    assert settings(dev.port(1)) == console_settings(signals=True)  # as during the command that left it
-    assert settings(dev.port(2)) == console_settings(9600, False)
+    assert settings(dev.port(1)) == terminal_settings(signals=True)  # as during the command that left it
+    assert settings(dev.port(2)) == terminal_settings(9600, False)
 
 
 def test_a_delay_lies_between_the_change_and_the_settings(dev):
@@ -249,7 +233,7 @@ def test_a_delay_lies_between_the_change_and_the_settings(dev):
     dev.boot()
     dev.type("set console -d5 2 9600")
     dev.wait_for("sleep", "5")
-    assert settings(dev.port(2)) == console_settings(9600, signals=False)
+    assert settings(dev.port(2)) == terminal_settings(9600, signals=False)
     assert dev.port(2).unread == b""
     dev.console = dev.port(2)
     assert dev.text_until_prompt() == block(2, 9600) + DONE
@@ -274,7 +258,7 @@ def test_a_missing_port_gives_both_result_lines_and_the_console_stays(dev):
     dev.boot()
     assert dev.command("set console 2 9600") == MISSING + FAILED + DONE
     assert dev.command("show console") == block()
-    assert settings(dev.port(1)) == console_settings()
+    assert settings(dev.port(1)) == terminal_settings()
 
 
 def test_settings_that_cannot_be_read_give_both_result_lines(dev):
@@ -285,7 +269,7 @@ def test_settings_that_cannot_be_read_give_both_result_lines(dev):
         "tty_set_termios: tcgetattr(prev_tio): Input/output error\n"
         "tty_remap_stdio: tty_set_termios(): Input/output error\n" + FAILED + DONE)
     assert dev.command("show console") == block()
-    assert settings(dev.port(1)) == console_settings()
+    assert settings(dev.port(1)) == terminal_settings()
 
 
 def test_settings_that_cannot_be_applied_give_both_result_lines_and_the_old_ones(dev):
@@ -295,9 +279,9 @@ def test_settings_that_cannot_be_applied_give_both_result_lines_and_the_old_ones
         "tty_set_termios: tcsetattr(): Invalid argument\n"
         "tty_remap_stdio: tty_set_termios(): Invalid argument\n" + FAILED + DONE)
     # Signals on, the old settings again, signals off.
-    assert [event.cflag for event in dev.events.of("tcsetattr")] == [console_settings()[2]] * 3
+    assert [event.cflag for event in dev.events.of("tcsetattr")] == [terminal_settings()[2]] * 3
     assert dev.command("show console") == block()
-    assert settings(dev.port(1)) == console_settings()
+    assert settings(dev.port(1)) == terminal_settings()
 
 
 def test_settings_that_fail_on_another_port_leave_the_shell_there(dev):
@@ -306,7 +290,7 @@ def test_settings_that_fail_on_another_port_leave_the_shell_there(dev):
     text = move(dev, "set console 2", 2)
     assert text == ("tty_set_termios: tcsetattr(): Input/output error\n"
                     "tty_remap_stdio: tty_set_termios(): Input/output error\n" + FAILED + DONE)
-    assert settings(dev.port(2))[2] == console_settings()[2]  # what the console had before
+    assert settings(dev.port(2))[2] == terminal_settings()[2]  # what the console had before
     assert "  Device: /dev/ttyS1\n" in dev.command("show console")
 
 
@@ -373,10 +357,6 @@ def tk20(dev):
     return dev
 
 
-def bus_block(mode: str, flow: str, termination: str) -> str:
-    return block(flow=flow).replace("rs232", mode).replace("n/a", termination)
-
-
 @pytest.mark.parametrize("words, mode, flow, termination", [
     ("rs485", "rs485", "noflow", "off"),
     ("1 115200 rs485 term", "rs485", "noflow", "on"),
@@ -388,19 +368,19 @@ def bus_block(mode: str, flow: str, termination: str) -> str:
     ("noflow", "rs232", "noflow", "n/a"),
 ])
 def test_a_bus_mode_takes_flow_control_away_unless_told(tk20, words, mode, flow, termination):
-    assert tk20.command(f"set console {words}") == bus_block(mode, flow, termination) + DONE
-    assert settings(tk20.port(1)) == console_settings(flow=flow == "hwflow")
-    assert tk20.command("show console") == bus_block(mode, flow, termination)
+    assert tk20.command(f"set console {words}") == block(mode=mode, flow=flow, term=termination) + DONE
+    assert settings(tk20.port(1)) == terminal_settings(flow=flow == "hwflow")
+    assert tk20.command("show console") == block(mode=mode, flow=flow, term=termination)
 
 
 def test_back_in_rs232_the_bus_is_not_terminated_and_flow_control_stays_off(tk20):
     tk20.command("set console rs485 term")
     assert tk20.command("set console rs232") == block(flow="noflow") + DONE
-    assert tk20.command("set console rs485") == bus_block("rs485", "noflow", "off") + DONE
+    assert tk20.command("set console rs485") == block(mode="rs485", term="off") + DONE
 
 
 def test_the_termination_is_switched_alone_and_stays(tk20):
     tk20.command("set console rs422")
-    assert tk20.command("set console term") == bus_block("rs422", "noflow", "on") + DONE
-    assert tk20.command("set console rs485") == bus_block("rs485", "noflow", "on") + DONE
-    assert tk20.command("set console noterm") == bus_block("rs485", "noflow", "off") + DONE
+    assert tk20.command("set console term") == block(mode="rs422", term="on") + DONE
+    assert tk20.command("set console rs485") == block(mode="rs485", term="on") + DONE
+    assert tk20.command("set console noterm") == block(mode="rs485", term="off") + DONE

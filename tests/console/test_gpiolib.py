@@ -2,86 +2,13 @@
 
 import pytest
 
-from board import PRODUCT_ID, give_board, give_product, gpio_writes, level, make_gpio_lines, set_level
+from board import give_board, give_product, gpio_writes, level, make_gpio_lines, set_level
+from product import PRODUCT_ID
+from signals import TK10_MFG, TK20, TK20_DIO2X1R, listing, row_of
 
 SUCCESS = "Done: SUCCESS\n"
 FAILURE = "Done: FAILURE\n"
 INCOMPLETE = "ERROR: Incomplete command\n"
-HEADING = ("num  dir lv signal name          description               source        pull part\n"
-           "---- --- -- -------------------- ------------------------- ------------- ---- ----\n")
-
-# As listed after a start without the I/O option: outputs at their defaults, all inputs low.
-TK20_ROWS = """\
-37   in  0  CP9                  SW1 for WPS               TK-10/J2-42   up   -   \n\
-65   in  0  BARREL_UNDER_VOLT    Barrel under-voltage      TK-10/J2-43   up   -   \n\
-66   in  0  TERMINAL_UNDER_VOLT  Terminal under-voltage    TK-10/J2-45   up   -   \n\
-72   in  0  CP6                  Strap 1                   TK-10/J2-27   up   -   \n\
-73   in  0  CP5                  Strap 0                   TK-10/J2-32   up   -   \n\
-74   out 1  FAULT_LED            Fault LED                 TK-10/J2-37   up   -   \n\
-77   out 0  DISABLE_SPI_CS       Disable spi flash         TK-10/J2-29   up   -   \n\
-80   in  0  NRSTTODFLT           Reset to defaults         TK-10/J2-4    up   -   \n\
-86   out 1  DTR2_232             Line 2 DTR                TK-10/J2-18   up   -   \n\
-87   in  0  DCD1_232             Line 1 DSR/DCD            TK-10/J2-16   up   -   \n\
-88   out 1  DTR1_232             Line 1 DTR                TK-10/J2-14   up   -   \n\
-89   in  0  DCD2_232             Line 2 DSR/DCD            TK-10/J2-20   up   -   \n\
-97   in  0  CP7                  Temperature Event         TK-10/J2-44   up   -   \n\
-128  out 1  SEL_RS232_2          Line 2 rs232 select       I2C-0x69/P0   up   -   \n\
-129  out 1  4W_B2                Line 2 4-wire select      I2C-0x69/P1   up   -   \n\
-130  out 1  2W_B2                Line 2 2-wire select      I2C-0x69/P2   up   -   \n\
-132  out 0  RX_TE2               Line 2 Rx Termination     I2C-0x69/P4   none -   \n\
-133  out 0  TX_2W_TE2            Line 2 Tx Termination     I2C-0x69/P5   none -   \n\
-134  in  0  NHOSTA_OC            USB Host A over-current   I2C-0x69/P6   none -   \n\
-135  in  0  NHOSTB_OC            USB Host B over-current   I2C-0x69/P7   none -   \n\
-136  out 1  SEL_RS232_1          Line 1 rs232 select       I2C-0x59/O8   none -   \n\
-137  out 1  4W_B1                Line 1 4-wire select      I2C-0x59/O9   none -   \n\
-138  out 1  2W_B1                Line 1 2-wire select      I2C-0x59/O10  none -   \n\
-140  out 0  RX_TE1               Line 1 Rx Termination     I2C-0x59/O12  none -   \n\
-141  out 0  TX_2W_TE1            Line 1 Tx Termination     I2C-0x59/O13  none -   \n\
-142  out 0  HOSTB_EN             USB Host B enable         I2C-0x59/O14  none -   \n\
-143  out 0  HOSTA_EN             USB Host A enable         I2C-0x59/O15  none -   \n\
-144  out 0  HD_FD                Ethernet duplex LED       I2C-0x68/P0   none -   \n\
-147  out 0  ULED1                USB Host A LED            I2C-0x68/P3   none -   \n\
-148  out 0  ULED2                USB Host B LED            I2C-0x68/P4   none -   \n\
-149  out 0  XLED1                Extra LED 1               I2C-0x68/P5   none -   \n\
-150  out 0  XLED2                Extra LED 2               I2C-0x68/P6   none -   \n\
-152  out 0  SIGPWR_LED7          WLAN RSSI LED 7           I2C-0x58/O8   none -   \n\
-153  out 0  SIGPWR_LED6          WLAN RSSI LED 6           I2C-0x58/O9   none -   \n\
-154  out 0  SIGPWR_LED5          WLAN RSSI LED 5           I2C-0x58/O10  none -   \n\
-155  out 0  SIGPWR_LED4          WLAN RSSI LED 4           I2C-0x58/O11  none -   \n\
-156  out 0  SIGPWR_LED3          WLAN RSSI LED 3           I2C-0x58/O12  none -   \n\
-157  out 0  SIGPWR_LED2          WLAN RSSI LED 2           I2C-0x58/O13  none -   \n\
-158  out 0  SIGPWR_LED1          WLAN RSSI LED 1           I2C-0x58/O14  none -   \n"""
-
-TK10_MFG_ROWS = """\
--1   in  -  NRESETIN             Test fixture SW2          TK-10/J1-2    none -   \n\
-36   in  0  CP8                  Test fixture JP13.16      TK-10/J1-38   up   97  \n\
-37   in  0  CP9                  Test fixture JP13.18      TK-10/J1-42   up   74  \n\
-55   -   -  I2CSDA               Test fixture JP1.3        TK-10/J1-33   up   66  \n\
-56   -   -  I2CSCL               Test fixture JP1.2        TK-10/J1-31   up   67  \n\
-64   in  0  SPI1_MISO            Test fixture JP3.3        TK-10/J1-39   up   65  \n\
-65   in  0  SPI1_MOSI            Test fixture JP3.5        TK-10/J1-43   up   64  \n\
-66   in  0  SPI1_CLK             Test fixture JP3.6        TK-10/J1-45   up   55  \n\
-67   in  0  NSPI1_CS             Test fixture JP3.4        TK-10/J1-41   up   56  \n\
-70   -   -  TX2                  Test fixture JP11.2       TK-10/J1-24   up   71  \n\
-71   -   -  RX2                  Test fixture JP11.4       TK-10/J1-28   up   70  \n\
-72   in  0  CP6                  Test fixture JP13.12      TK-10/J1-27   up   86  \n\
-73   in  0  CP5                  Test fixture JP13.10      TK-10/J1-32   up   87  \n\
-74   in  0  NSPI1_IRQ            Test fixture JP3.2        TK-10/J1-37   up   37  \n\
-77   in  0  DISABLE_SPI_CS       Test fixture SW1          TK-10/J1-29   up   -   \n\
-80   in  0  NRSTTODFLT           Test fixture SW3          TK-10/J1-4    up   -   \n\
-86   in  0  CP3                  Test fixture JP13.6       TK-10/J1-18   up   72  \n\
-87   in  0  CP2                  Test fixture JP13.4       TK-10/J1-16   up   73  \n\
-88   in  0  CP1                  Test fixture JP13.2       TK-10/J1-14   up   89  \n\
-89   in  0  CP4                  Test fixture JP13.8       TK-10/J1-20   up   88  \n\
-90   -   -  RTS1                 Test fixture JP10.6       TK-10/J1-8    up   91  \n\
-91   -   -  CTS1                 Test fixture JP10.8       TK-10/J1-12   up   90  \n\
-92   -   -  RTS2                 Test fixture JP11.6       TK-10/J1-26   up   93  \n\
-93   -   -  CTS2                 Test fixture JP11.8       TK-10/J1-30   up   92  \n\
-97   in  0  CP7                  Test fixture JP13.14      TK-10/J1-44   up   36  \n"""
-
-
-def row_of(rows, name):
-    return next(line + "\n" for line in rows.splitlines() if f" {name} " in line)
 
 
 @pytest.fixture
@@ -103,7 +30,7 @@ def start_of_line(row):
     return [f"export {number}", *drive]
 
 
-@pytest.mark.parametrize("product_id, rows", [("P2", TK20_ROWS), ("P7", TK10_MFG_ROWS), ("P1", ""), ("XX", "")])
+@pytest.mark.parametrize("product_id, rows", [("P2", TK20), ("P7", TK10_MFG), ("P1", ""), ("XX", "")])
 def test_start_takes_and_drives_exactly_the_lines_of_the_board(dev, product_id, rows):
     give_board(dev, product_id)
     assert "ERROR" not in dev.boot()
@@ -133,7 +60,7 @@ def test_kernel_without_lines(dev):
     """Every line that would be taken is told; those of the I/O option are not missed."""
     give_product(dev, (PRODUCT_ID, b"P2"))
     text = dev.boot()
-    lines = [row.split() for row in TK20_ROWS.splitlines()]
+    lines = [row.split() for row in TK20.splitlines()]
     assert [line for line in text.splitlines() if line.startswith("ERROR")] == [
         f"ERROR: Failed open to export gpio{line[0]} ({line[3]})" for line in lines]
 
@@ -156,43 +83,37 @@ def test_line_that_cannot_be_given_back_is_told_from_verbosity_6_on(dev):
 
 
 def test_info_of_the_tk20(tk20):
-    assert tk20.command("gpiolib info") == "\n" + HEADING + TK20_ROWS + "\n"
+    assert tk20.command("gpiolib info") == listing(TK20)
 
 
 def test_info_with_the_io_option(dev):
     give_board(dev, "P2", "dio2x1r")
     dev.boot()
-    listing = dev.command("gpiolib info")
-    extra = ["64   in  0  EXT_IN1              External Input 1          TK-10/J2-39   up   -   \n",
-             "67   in  0  EXT_IN2              External Input 2          TK-10/J2-41   up   -   \n",
-             "139  out 1  EN_EXTWAKE           EXT_IN1 wake cpu enable   I2C-0x59/O11  none -   \n",
-             "151  out 0  RELAY                Relay control             I2C-0x68/P7   none -   \n"]
-    rows = sorted(TK20_ROWS.splitlines(keepends=True) + extra, key=lambda row: int(row.split()[0]))
-    assert listing == "\n" + HEADING + "".join(rows) + "\n"
+    assert dev.command("gpiolib info") == listing(TK20_DIO2X1R)
 
 
 def test_info_of_the_tk10_mfg(dev):
     give_board(dev, "P7")
     dev.boot()
-    assert dev.command("gpiolib info") == "\n" + HEADING + TK10_MFG_ROWS + "\n"
+    assert dev.command("gpiolib info") == listing(TK10_MFG)
 
 
 @pytest.mark.parametrize("product_id", ["P1", "P3", "P8", "XX"])
 def test_info_of_a_board_without_table(dev, product_id):
     give_board(dev, product_id)
     dev.boot()
-    assert dev.command("gpiolib info") == "\n" + HEADING + "\n"
+    assert dev.command("gpiolib info") == listing("")
 
 
 @pytest.mark.parametrize("signal", ["FAULT_LED", "74"])
 def test_info_of_one_signal(tk20, signal):
-    assert tk20.command(f"gpiolib info {signal}") == "\n" + HEADING + row_of(TK20_ROWS, "FAULT_LED") + "\n"
+    assert tk20.command(f"gpiolib info {signal}") == listing(row_of(TK20, "FAULT_LED"))
 
 
 def test_info_shows_the_level_of_an_input(tk20):
     set_level(tk20, 37, "1")
-    expected = row_of(TK20_ROWS, "CP9").replace("in  0", "in  1")
-    assert tk20.command("gpiolib info CP9") == "\n" + HEADING + expected + "\n"
+    expected = row_of(TK20, "CP9").replace("in  0", "in  1")
+    assert tk20.command("gpiolib info CP9") == listing(expected)
 
 
 @pytest.mark.parametrize("content, error", [
@@ -200,8 +121,8 @@ def test_info_shows_the_level_of_an_input(tk20):
 def test_info_of_a_level_that_cannot_be_read(tk20, content, error):
     value = tk20.path("/sys/class/gpio/gpio37/value")
     value.unlink() if content is None else value.write_bytes(content)
-    expected = row_of(TK20_ROWS, "CP9").replace("in  0", "in  -")
-    assert tk20.command("gpiolib info CP9") == "\n" + HEADING + error + expected + "\n"
+    expected = row_of(TK20, "CP9").replace("in  0", "in  -")
+    assert tk20.command("gpiolib info CP9") == listing(error + expected)
 
 
 @pytest.mark.parametrize("signal", ["20", "31", "160", "75", "fault_led", "NOPE", "RELAY", "151"])

@@ -3,13 +3,10 @@
 import pytest
 
 from board import gpio_writes, give_board, give_product, make_gpio_lines
+from product import mode_block
 
 SUCCESS = "Done: SUCCESS\n"
 INCOMPLETE = "ERROR: Incomplete command\n"
-
-
-def block(board="tk10_eval", io="none", ports=2):
-    return f"\nCurrent operating mode:\n  Board:    {board}\n  I/O:      {io}\n  # Serial: {ports}\n"
 
 
 @pytest.mark.parametrize("product_id, hwcfg, mode", [
@@ -28,15 +25,15 @@ def block(board="tk10_eval", io="none", ports=2):
 def test_start_shows_what_the_record_says(dev, product_id, hwcfg, mode):
     give_board(dev, product_id, hwcfg)
     text = dev.boot()
-    assert text.endswith(block(*mode) + "\n")
-    assert dev.command("show opmode") == block(*mode) + "\n"
+    assert text.endswith(mode_block(*mode) + "\n")
+    assert dev.command("show opmode") == mode_block(*mode) + "\n"
 
 
 @pytest.mark.parametrize("with_record", [False, True], ids=["no record", "record without product ID"])
 def test_start_without_product_id(dev, with_record):
     if with_record:
         give_product(dev)
-    assert dev.boot().endswith(block() + "\n")
+    assert dev.boot().endswith(mode_block() + "\n")
 
 
 def test_record_is_read_after_the_flash_and_before_the_signals(dev):
@@ -55,9 +52,9 @@ def test_set_board(dev, board):
     make_gpio_lines(dev)
     dev.boot()
     assert dev.command(f"set opmode board {board}") == SUCCESS
-    assert dev.command("show opmode") == block(board) + "\n"
+    assert dev.command("show opmode") == mode_block(board) + "\n"
     assert dev.command("set opmode board default") == SUCCESS
-    assert dev.command("show opmode") == block() + "\n"
+    assert dev.command("show opmode") == mode_block() + "\n"
 
 
 @pytest.mark.parametrize("line", ["board TK20", "board tk2", "board 3", "board none", "io dio", "io DIO2X1R", "io 1",
@@ -66,7 +63,7 @@ def test_set_board(dev, board):
 def test_word_that_is_no_value(dev, line):
     dev.boot()
     assert dev.command(f"set opmode {line}") == f"ERROR: Invalid parameter '{line.split()[1]}'\n"
-    assert dev.command("show opmode") == block() + "\n"
+    assert dev.command("show opmode") == mode_block() + "\n"
 
 
 @pytest.mark.parametrize("item", ["board", "io", "serports"])
@@ -78,24 +75,24 @@ def test_word_missing(dev, item):
 def test_set_io(dev):
     dev.boot()
     assert dev.command("set opmode io dio2x1r") == SUCCESS
-    assert dev.command("show opmode") == block(io="dio2x1r") + "\n"
+    assert dev.command("show opmode") == mode_block(io="dio2x1r") + "\n"
     for word in ("none", "default"):
         dev.command("set opmode io dio2x1r")
         assert dev.command(f"set opmode io {word}") == SUCCESS
-        assert dev.command("show opmode") == block() + "\n"
+        assert dev.command("show opmode") == mode_block() + "\n"
 
 
 def test_set_serports(dev):
     dev.boot()
     for word, count in (("0", 0), ("1", 1), ("32", 32), ("007", 7), ("default", 2)):
         assert dev.command(f"set opmode serports {word}") == SUCCESS
-        assert dev.command("show opmode") == block(ports=count) + "\n"
+        assert dev.command("show opmode") == mode_block(ports=count) + "\n"
 
 
 def test_surplus_words_are_ignored(dev):
     dev.boot()
     assert dev.command("set opmode serports 4 5 x") == SUCCESS
-    assert dev.command("show opmode x") == block(ports=4) + "\n"
+    assert dev.command("show opmode x") == mode_block(ports=4) + "\n"
 
 
 def test_mode_is_forgotten_at_the_next_start(dev):
@@ -104,9 +101,9 @@ def test_mode_is_forgotten_at_the_next_start(dev):
     dev.command("set opmode board tk20")
     dev.command("set opmode io dio2x1r")
     dev.command("set opmode serports 9")
-    assert dev.command("show opmode") == block("tk20", "dio2x1r", 9) + "\n"
+    assert dev.command("show opmode") == mode_block("tk20", "dio2x1r", 9) + "\n"
     dev.kill()
-    assert dev.boot().endswith(block() + "\n")
+    assert dev.boot().endswith(mode_block() + "\n")
 
 
 def test_change_of_board_or_io_starts_the_signals_anew(dev):

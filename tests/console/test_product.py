@@ -2,7 +2,8 @@
 
 import pytest
 
-from board import HWCFG, MAC, PRODUCT_ID, give_product, make_gpio_lines, record, sealed
+from board import give_product, make_gpio_lines
+from product import HWCFG, MAC, PRODUCT_ID, record, sealed
 
 SUCCESS = "Done: SUCCESS\n"
 NO_RECORD = "ERROR: No valid product config found\n"

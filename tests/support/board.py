@@ -1,21 +1,6 @@
 """The board behind a console test: the product record in flash, and the kernel's tree of GPIO lines."""
 
-import struct
-
-MAC, HWCFG, PRODUCT_ID = (1, 2, 7, 8, 9, 10), 5, 11  # item types; of the MAC addresses by number
-
-
-def record(*items: tuple[int, bytes]) -> bytes:
-    """A product record of these items (type, value), with its checksum."""
-    body = b"".join(struct.pack("<BH", kind, len(value)) + value for kind, value in items)
-    return sealed(struct.pack("<H", 4 + len(body)) + body)
-
-
-def sealed(rest: bytes) -> bytes:
-    """A record from its total length on, with the right checksum before it."""
-    words = rest + bytes(len(rest) % 2)
-    total = sum(struct.unpack(f"<{len(words) // 2}H", words))
-    return struct.pack("<H", -total & 0xFFFF) + rest
+from product import board_record, record
 
 
 def give_product(dev, *items: tuple[int, bytes]) -> None:
@@ -25,8 +10,7 @@ def give_product(dev, *items: tuple[int, bytes]) -> None:
 
 def give_board(dev, product_id: str, hwcfg: str | None = None) -> None:
     """Makes the device one of this product ID and hardware configuration, with GPIO lines; before the start."""
-    items = [(PRODUCT_ID, product_id.encode())] + ([(HWCFG, hwcfg.encode())] if hwcfg is not None else [])
-    give_product(dev, *items)
+    dev.partition("prod_config").write(board_record(product_id, hwcfg))
     make_gpio_lines(dev)
 
 
