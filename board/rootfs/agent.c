@@ -97,7 +97,9 @@ static pid_t start_command(const char *command, int *output)
         return -1;
     child = fork();
     if (child == 0) {
-        setsid();
+        /* A group, to be killed as one. No session: its leader would make a port that it opens its terminal, and hang that
+         * up on the shell when it ends. */
+        setpgid(0, 0);
         dup2(open("/dev/null", O_RDONLY), 0);
         dup2(pipe_fds[1], 1);
         dup2(pipe_fds[1], 2);
