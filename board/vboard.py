@@ -576,6 +576,11 @@ class Board:
         """What /dev/ctrl says of the reset input: 0 while nobody pushes the button."""
         self.sh(f"echo {status} >{_DEBUG}/ctrl/reset_input", check=True)
 
+    def rs485(self):
+        """{serial port: the kernel's flags for RS-485}; with vboard.rs485=1 on the command line the ports take them."""
+        rows = re.findall(r"ttyS(\d) 0x(\w+)", self.sh(f"cat {_DEBUG}/rs485", check=True).output)
+        return {int(port): int(flags, 16) for port, flags in rows}
+
     # The console's usual errands.
 
     def wait_receiving(self, port=None, timeout=60.0):

@@ -111,6 +111,8 @@ static int __init vboard_init(void)
         error = link_init();
     if (!error)
         error = ctrl_init();
+    if (!error)
+        error = rs485_init();
     if (error)
         pr_err(VBOARD_NAME ": start failed: %d\n", error);
     return error;

@@ -60,3 +60,4 @@ int partition_requests_init(void);
 int gpio_init(void);
 int link_init(void);
 int ctrl_init(void);
+int rs485_init(void);
