@@ -10,7 +10,7 @@ import pytest
 TESTS = Path(__file__).resolve().parent.parent
 sys.path[:0] = [str(TESTS.parent / "board"), str(TESTS / "support")]
 
-from shell_session import ShellSession  # noqa: E402  (the path had to be set first)
+from shell_session import SUCCESS, ShellSession  # noqa: E402  (the path had to be set first)
 
 _failed = pytest.StashKey[bool]()
 
@@ -72,3 +72,12 @@ def dev(request, bench):
         raise
     if request.node.stash.get(_failed, False):
         bench.throw_away()
+
+
+@pytest.fixture
+def tk20(request, dev):
+    """The same board, told to be a tk20: all outputs are driven to their defaults."""
+    assert dev.command("set opmode board tk20") == SUCCESS
+    yield dev
+    if not request.node.stash.get(_failed, False):
+        assert dev.command("set opmode board default") == dev.command("set opmode io default") == SUCCESS

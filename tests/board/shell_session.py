@@ -46,7 +46,8 @@ def plain(data):
 
 
 class ShellSession:
-    """A board and its shell. `console` is the port that the shell is on, `unknown_command_expected` allows a test to type what is no command."""
+    """A board and its shell. `console` is the port that the shell is on; `unknown_command_expected` allows a test to type
+    what is no command."""
 
     def __init__(self, directory, **options):
         self.board = Board(directory, BUILD / "recovery-loader", **options)
@@ -159,6 +160,12 @@ class ShellSession:
         shown = self.text_until_prompt(timeout)
         assert shown.startswith("\n"), f"more than a line end came behind {BEGIN!r}: {shown!r}"
         return shown[1:]
+
+    def terminal(self, number):
+        """Flags and special characters of a serial port, as the kernel has them."""
+        iflag, oflag, cflag, lflag, *cc = (
+            int(field, 16) for field in self.board.sh(f"stty -F /dev/ttyS{number} -g", check=True).output.split(":"))
+        return iflag, oflag, cflag, lflag, cc
 
     def port(self, number):
         """The host's end of serial port 1 (where the console is at the start) or 2."""

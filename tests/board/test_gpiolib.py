@@ -1,0 +1,125 @@
+"""gpiolib info and gpiolib set on real GPIO lines. What start-up makes of them is in test_board_types.py."""
+
+import pytest
+
+from gpio_lines import expect_lines, exported, only_changed
+from shell_session import FAILURE, SUCCESS
+from signals import TK20, TK20_DIO2X1R, lines, listing, row_of, with_levels
+
+INPUTS_HIGH = {number: 1 for number, (direction, _) in lines(TK20_DIO2X1R).items() if direction == "in"}
+ROWS = with_levels(TK20, INPUTS_HIGH)
+
+
+@pytest.mark.parametrize("signal", ["FAULT_LED", "74"])
+def test_set_drives_a_line(tk20, signal):
+    for word, level in ("low", 0), ("1", 1), ("0", 0), ("high", 1), ("high", 1):
+        with only_changed(tk20, 74):
+            assert tk20.command(f"gpiolib set {signal} {word}") == SUCCESS
+        assert exported(tk20)[74] == ("out", level)
+        assert tk20.command(f"gpiolib info {signal}") == listing(with_levels(row_of(ROWS, "FAULT_LED"), {74: level}))
+
+
+def test_every_output_is_driven_by_its_number_and_its_name(tk20):
+    outputs = {row.split()[3]: int(row.split()[0]) for row in ROWS.splitlines() if row.split()[1] == "out"}
+    turned = {number: 1 - lines(ROWS)[number][1] for number in outputs.values()}
+    for name, number in outputs.items():
+        with only_changed(tk20, number):
+            assert tk20.command(f"gpiolib set {name} {turned[number]}") == SUCCESS
+    expect_lines(tk20, with_levels(ROWS, turned))
+    assert tk20.command("gpiolib info") == listing(with_levels(ROWS, turned))
+    for number in outputs.values():
+        assert tk20.command(f"gpiolib set {number} {'low' if turned[number] else 'high'}") == SUCCESS
+    expect_lines(tk20, ROWS)
+
+
+def test_info_shows_what_is_wired_to_an_input(tk20):
+    for level in 0, 1:
+        with only_changed(tk20, 37):
+            tk20.board.gpio_input(37, level)
+        assert tk20.command("gpiolib info CP9") == listing(with_levels(row_of(ROWS, "CP9"), {37: level}))
+        assert tk20.command("gpiolib info 37") == tk20.command("gpiolib info CP9")
+
+
+def test_an_output_shows_what_is_driven_not_what_is_wired_to_it(tk20):
+    with only_changed(tk20):
+        tk20.board.gpio_input(74, 0)
+        assert tk20.command("gpiolib info FAULT_LED") == listing(row_of(ROWS, "FAULT_LED"))
+        tk20.board.gpio_input(74, 1)
+
+
+@pytest.mark.parametrize("words, error", [
+    ("20 1", "Invalid number or name '20'"),
+    ("31 1", "Invalid number or name '31'"),
+    ("160 1", "Invalid number or name '160'"),
+    ("4294967370 1", "Invalid number or name '4294967370'"),
+    ("75 1", "Invalid number or name '75'"),
+    ("NOPE 1", "Invalid number or name 'NOPE'"),
+    ("fault_led 0", "Invalid number or name 'fault_led'"),
+    ("RELAY 1", "Invalid number or name 'RELAY'"),
+    ("151 1", "Invalid number or name '151'"),
+    ("FAULT_LED LOW", "Invalid state 'LOW'"),
+    ("FAULT_LED 2", "Invalid state '2'"),
+    ("CP9 1", "gpio37 (CP9) is not an output"),
+    ("37 low", "gpio37 (CP9) is not an output"),
+])
+def test_set_refuses(tk20, words, error):
+    with only_changed(tk20):
+        assert tk20.command(f"gpiolib set {words}") == f"ERROR: {error}\n" + FAILURE
+
+
+@pytest.mark.parametrize("signal", ["20", "31", "160", "75", "NOPE", "EXT_IN1", "64", "fault_led"])
+def test_info_refuses(tk20, signal):
+    with only_changed(tk20):
+        assert tk20.command(f"gpiolib info {signal}") == f"\nERROR: Invalid number or name '{signal}'\n\n"
+
+
+def test_words_missing(tk20):
+    with only_changed(tk20):
+        for words in "gpiolib set", "gpiolib set FAULT_LED":
+            assert tk20.command(words) == "ERROR: Incomplete command\n"
+
+
+def test_the_io_option_brings_its_signals(tk20):
+    assert tk20.command("set opmode io dio2x1r") == SUCCESS
+    with only_changed(tk20, 151):
+        assert tk20.command("gpiolib set RELAY high") == SUCCESS
+    expect_lines(tk20, with_levels(TK20_DIO2X1R, {**INPUTS_HIGH, 151: 1}))
+    tk20.board.gpio_input(64, 0)
+    assert tk20.command("gpiolib info EXT_IN1") == listing(row_of(TK20_DIO2X1R, "EXT_IN1"))
+    tk20.board.gpio_input(64, 1)
+    assert tk20.command("set opmode io none") == SUCCESS
+    assert tk20.command("gpiolib set RELAY low") == "ERROR: Invalid number or name 'RELAY'\n" + FAILURE
+    assert tk20.board.gpio()[151].level == 1, "a signal without an option is out of reach"
+
+
+def test_lines_that_others_have_exported_are_given_back(dev):
+    """Whoever exported them: a shell that was killed leaves its own behind."""
+    dev.board.sh("for n in 32 60 159; do echo $n >/sys/class/gpio/export; done; echo high >/sys/class/gpio/gpio60/direction",
+                 check=True)
+    assert exported(dev).keys() == {32, 60, 159}
+    with only_changed(dev, 32, 60, 159):
+        assert dev.command("set opmode board default") == SUCCESS
+    expect_lines(dev, "")
+    dev.board.sh("echo 60 >/sys/class/gpio/export; echo in >/sys/class/gpio/gpio60/direction; echo 60 >/sys/class/gpio/unexport",
+                 check=True)
+
+
+def test_a_line_that_is_gone_is_told(tk20):
+    tk20.board.sh("echo 74 >/sys/class/gpio/unexport; echo 37 >/sys/class/gpio/unexport", check=True)
+    with only_changed(tk20):
+        assert tk20.command("gpiolib set FAULT_LED 0") == (
+            "ERROR: Failed open to set gpio74 (FAULT_LED) value to '0'\n" + FAILURE)
+        assert tk20.command("gpiolib info CP9") == listing(
+            "ERROR: Failed open to read gpio37 (CP9) value\n" + with_levels(row_of(ROWS, "CP9"), {37: "-"}))
+    assert tk20.command("set opmode board tk20") == SUCCESS
+    expect_lines(tk20, ROWS)
+
+
+def test_an_output_that_was_turned_round_cannot_be_driven(tk20):
+    """The kernel refuses a level for an input."""
+    tk20.board.sh("echo in >/sys/class/gpio/gpio74/direction", check=True)
+    with only_changed(tk20):
+        assert tk20.command("gpiolib set FAULT_LED 0") == (
+            "ERROR: Failed write to set gpio74 (FAULT_LED) value to '0'\n" + FAILURE)
+    assert tk20.command("set opmode board tk20") == SUCCESS
+    expect_lines(tk20, ROWS)
