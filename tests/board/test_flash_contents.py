@@ -7,6 +7,7 @@ import zlib
 import pytest
 
 import images
+import product
 import real_images
 import ubi_device
 from flash_table import row, table
@@ -24,14 +25,6 @@ def bootstrap():
     code[20:24] = struct.pack("<I", BOOTSTRAP_SIZE)
     code[60:124] = b"Solvantra TK10 Bootstrap 1.5".ljust(64, b"\0")
     return bytes(code)
-
-
-def product_record():
-    """A product configuration (src/prodcfg/record.h) with a description."""
-    item = struct.pack("<BH", 6, len(DESCRIPTION)) + DESCRIPTION
-    body = struct.pack("<H", 4 + len(item)) + item
-    total = sum(byte << 8 * (at % 2) for at, byte in enumerate(body))
-    return struct.pack("<H", -total % 65536) + body
 
 
 def rom(contents_type, size, version):
@@ -52,7 +45,8 @@ def dev(tmp_path):
 
 def test_something_of_everything(dev):
     loader, kernel = rom(images.BOOTLOADER, 30_000, (1, 2, 3, 4, "A", 5)), rom(images.KERNEL, 70_001, (3, 1, 0, 0, "R", 1))
-    environment, record = real_images.environment(kernel_size_1="11171", bootbank="1"), product_record()
+    environment = real_images.environment(kernel_size_1="11171", bootbank="1")
+    record = product.record((product.DESCRIPTION, DESCRIPTION))
     flash = {"bootstrap": bootstrap(), "prod_config": record, "bootloader": loader, "bootenv_1": environment,
              "kernel_1": kernel, "kernel_2": b"garbage", "kernel_single": kernel, "param_space": b"\0"}
     for name, data in flash.items():

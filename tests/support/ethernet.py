@@ -3,6 +3,8 @@
 import struct
 from typing import NamedTuple
 
+from product import MAC, record
+
 FILE = "/.harness/eth0"
 
 SIOCGIFADDR = 0x8915
@@ -77,8 +79,4 @@ def ethtool_requests(device) -> list[bytes]:
 
 def product_record(mac: str) -> bytes:
     """A product configuration record (src/prodcfg/record.h) whose only item is MAC address 0."""
-    item = struct.pack("<BH", 1, 6) + bytes.fromhex(mac.replace(":", ""))
-    body = struct.pack("<H", 4 + len(item)) + item
-    padded = body + b"\0" * (len(body) % 2)
-    total = sum(struct.unpack(f"<{len(padded) // 2}H", padded))
-    return struct.pack("<H", -total & 0xFFFF) + body
+    return record((MAC[0], bytes.fromhex(mac.replace(":", ""))))

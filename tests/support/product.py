@@ -2,7 +2,7 @@
 
 import struct
 
-MAC, HWCFG, PRODUCT_ID = (1, 2, 7, 8, 9, 10), 5, 11  # item types; of the MAC addresses by number
+MAC, HWCFG, DESCRIPTION, PRODUCT_ID = (1, 2, 7, 8, 9, 10), 5, 6, 11  # item types; of the MAC addresses by number
 
 
 def record(*items: tuple[int, bytes]) -> bytes:
