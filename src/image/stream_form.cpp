@@ -136,7 +136,7 @@ bool write_part(const header_reader& header, int fd, bool format_allowed, instal
 }
 
 // Receives one part completely and checks it.
-bool check_part(int fd, header_reader& header) {
+bool check_part(int fd, int bank, header_reader& header) {
   switch (header.receive(fd)) {
     case stream_status::complete:
       break;
@@ -162,7 +162,8 @@ bool check_part(int fd, header_reader& header) {
   }
   // Nothing must be erased for an image that holds a part for no partition at all.
   const uint32_t type = header.get(image_field_contents_type);
-  if (image_validate_destination(type) == 0 || !image_contents_has_destination(type)) {
+  if (image_validate_destination(type) == 0 ||
+      image_find_destination("image_get_headers_fd", type, bank) == nullptr) {
     log_printf(level_error, "Bad image destination\n");
     return false;
   }
@@ -194,7 +195,7 @@ int image_write_fd(const char* header_path, int fd, int bank, uint32_t mask, int
   return installation_finish(state) ? 1 : 0;
 }
 
-int image_get_headers_fd(int fd, int /*bank*/, uint32_t /*mask*/, const char* header_path) {
+int image_get_headers_fd(int fd, int bank, uint32_t /*mask*/, const char* header_path) {
   log_printf(level_trace, "%s:\n", __func__);
   const unique_fd headers(open(header_path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
   if (!headers) {
@@ -203,7 +204,7 @@ int image_get_headers_fd(int fd, int /*bank*/, uint32_t /*mask*/, const char* he
   }
   header_reader header;
   do {
-    if (!check_part(fd, header)) {
+    if (!check_part(fd, bank, header)) {
       return 0;
     }
     if (write(headers.get(), header.bytes, image_header_size) != static_cast<ssize_t>(image_header_size)) {

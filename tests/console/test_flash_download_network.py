@@ -327,8 +327,9 @@ def test_a_part_that_the_device_cannot_take(up, contents_type, reason):
 def test_a_part_that_nothing_takes(up, contents_type):
     part = images.part(contents_type, b"never installed")
     serve(up, LOADER + part)
-    assert install(up) == (images.info(LOADER) + images.info(part) + "ERROR: Bad image destination\n"
-                           + NOT_FETCHED + FAILURE)
+    assert install(up) == (images.info(LOADER) + images.info(part)
+                           + f"ERROR: image_get_headers_fd: Can't find mtd for contents_type={contents_type}\n"
+                           + "ERROR: Bad image destination\n" + NOT_FETCHED + FAILURE)
     expect_untouched(up)
 
 
