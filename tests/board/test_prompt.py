@@ -1,5 +1,6 @@
 """The shell with a kernel, a terminal line and tools under it: Ctrl-C, reset, and the commands that show the system."""
 
+import os
 import re
 
 import pytest
@@ -16,8 +17,11 @@ def test_ctrl_c_ends_a_pattern_at_a_line_end(dev):
     dev.board.console.expect("show pattern 0\r\n")
     dev.board.console.expect(PATTERN.replace("\n", "\r\n") * 2, timeout=PATIENCE)
     dev.board.console.send(CTRL_C)
+    # The kernel drops what the port has not sent yet when Ctrl-C comes: a piece may be missing, once.
     rest = dev.text_until_prompt()
-    assert rest == PATTERN * rest.count("\n"), "ended at the end of a line"
+    whole = PATTERN * (rest.count("\n") + 1)
+    before = os.path.commonprefix([rest, whole])
+    assert whole.endswith(rest[len(before):]) and rest.endswith(PATTERN[-2:]), "not ended at the end of a line"
     assert dev.command("show pattern 3") == PATTERN * 3
 
 
