@@ -178,17 +178,6 @@ static struct miscdevice ctrl_device = {
     .mode = 0600,
 };
 
-/* Fetches what was written into a file, as text. */
-static int fetch_text(char *text, size_t size, const char __user *data, size_t length)
-{
-    if (length >= size)
-        return -EINVAL;
-    if (copy_from_user(text, data, length))
-        return -EFAULT;
-    text[length] = '\0';
-    return 0;
-}
-
 static int log_show(struct seq_file *out, void *unused)
 {
     unsigned int i;

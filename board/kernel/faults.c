@@ -16,7 +16,6 @@
 #include <linux/mutex.h>
 #include <linux/seq_file.h>
 #include <linux/slab.h>
-#include <linux/uaccess.h>
 #include "vboard.h"
 
 /* Where the machine offers its "stop now" port, see board/vboard.py. */
@@ -162,13 +161,10 @@ static int add_rule(const char *text)
 static ssize_t faults_write(struct file *file, const char __user *data, size_t length, loff_t *position)
 {
     char text[RULE_LENGTH_MAX];
-    int error;
+    int error = fetch_text(text, sizeof(text), data, length);
 
-    if (length >= sizeof(text))
-        return -EINVAL;
-    if (copy_from_user(text, data, length))
-        return -EFAULT;
-    text[length] = '\0';
+    if (error)
+        return error;
     if (sysfs_streq(text, "clear")) {
         mutex_lock(&fault_mutex);
         clear_rules();

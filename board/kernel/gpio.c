@@ -13,7 +13,6 @@
 #include <linux/module.h>
 #include <linux/seq_file.h>
 #include <linux/spinlock.h>
-#include <linux/uaccess.h>
 #include "vboard.h"
 
 #define GPIO_FIRST 32
@@ -104,12 +103,10 @@ static ssize_t gpio_write(struct file *file, const char __user *data, size_t len
 {
     unsigned int number, level;
     char text[16];
+    int error = fetch_text(text, sizeof(text), data, length);
 
-    if (length >= sizeof(text))
-        return -EINVAL;
-    if (copy_from_user(text, data, length))
-        return -EFAULT;
-    text[length] = '\0';
+    if (error)
+        return error;
     if (sscanf(text, "%u %u", &number, &level) != 2 || level > 1)
         return -EINVAL;
     if (number < GPIO_FIRST || number >= GPIO_FIRST + GPIO_LINES)

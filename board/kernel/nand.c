@@ -12,6 +12,10 @@
 /* Blocks that may be bad, per chip, as data sheets promise: 20 in 1024. */
 #define BAD_BLOCKS_PER_1024 20
 
+static unsigned int nand_page = 2048;
+module_param(nand_page, uint, 0444);
+MODULE_PARM_DESC(nand_page, "NAND page size: 2048 (128 KiB erase blocks, 64 bytes of OOB) or 512 (16 KiB, 16 bytes)");
+
 static struct flash_cells nand_cells;
 static DEFINE_MUTEX(nand_mutex);
 static unsigned int bad_mark;
@@ -177,7 +181,7 @@ static int oob_free(struct mtd_info *mtd, int section, struct mtd_oob_region *re
 
 static const struct mtd_ooblayout_ops oob_layout = {.ecc = oob_ecc, .free = oob_free};
 
-struct mtd_info nand_mtd = {
+static struct mtd_info nand_mtd = {
     .name = "nand",
     .owner = THIS_MODULE,
     .type = MTD_NANDFLASH,
@@ -193,23 +197,23 @@ struct mtd_info nand_mtd = {
     ._max_bad_blocks = nand_max_bad_blocks,
 };
 
-int nand_init(unsigned int page_size)
+int nand_init(void)
 {
-    bool small_page = page_size == 512;
+    bool small_page = nand_page == 512;
     u64 block;
     int error;
 
-    if (page_size != 512 && page_size != 2048)
+    if (nand_page != 512 && nand_page != 2048)
         return -EINVAL;
     bad_mark = small_page ? 5 : 0;
     nand_mtd.size = vboard_chip_size("nand");
-    nand_mtd.writesize = page_size;
-    nand_mtd.writebufsize = page_size;
+    nand_mtd.writesize = nand_page;
+    nand_mtd.writebufsize = nand_page;
     nand_mtd.erasesize = small_page ? 16 << 10 : 128 << 10;
     nand_mtd.oobsize = small_page ? 16 : 64;
     nand_mtd.oobavail = nand_mtd.oobsize / 2 - bad_mark - 1;
     mtd_set_ooblayout(&nand_mtd, &oob_layout);
-    error = cells_open(&nand_cells, NAND_SLOT, nand_mtd.size + nand_mtd.size / page_size * nand_mtd.oobsize);
+    error = cells_open(&nand_cells, NAND_SLOT, nand_mtd.size + nand_mtd.size / nand_page * nand_mtd.oobsize);
     if (error)
         return error;
     for (block = 0; block < nand_mtd.size; block += nand_mtd.erasesize)

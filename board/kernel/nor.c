@@ -123,7 +123,7 @@ static void lock_at_power_up(u64 offset, u64 size)
     bitmap_set(nor_locked, offset / NOR_ERASE_BLOCK, size / NOR_ERASE_BLOCK);
 }
 
-struct mtd_info nor_mtd = {
+static struct mtd_info nor_mtd = {
     .name = "nor",
     .owner = THIS_MODULE,
     .type = MTD_NORFLASH,

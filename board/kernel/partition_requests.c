@@ -94,7 +94,7 @@ static long request_create(struct mtd_info *parent, const void __user *argument)
     struct creation_record creation;
     long result;
 
-    if (mtd_get_master(parent) != &nor_mtd && mtd_get_master(parent) != &nand_mtd)
+    if (vboard_find_partition(parent->index, NULL) != parent)
         return -ENOTTY;
     if (copy_from_user(&creation, argument, sizeof(creation)))
         return -EFAULT;

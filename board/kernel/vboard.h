@@ -12,6 +12,9 @@
 
 /* The directory in debugfs for what tests want to see or set. */
 extern struct dentry *vboard_debugfs;
+int debugfs_init(void);
+/* Fetches what was written into a file, as text. Returns 0, -EINVAL when it does not fit, or -EFAULT. */
+int fetch_text(char *text, size_t size, const char __user *data, size_t length);
 
 /* Cells of one chip. The file holds them inverted: erased flash is all zero, which on the host is a hole. */
 struct flash_cells {
@@ -42,10 +45,8 @@ void faults_cut_power(void);
 int faults_init(void);
 
 int nor_init(void);
-/* page_size: 2048 (128 KiB erase blocks, 64 bytes of OOB) or 512 (16 KiB erase blocks, 16 bytes of OOB). */
-int nand_init(unsigned int page_size);
-extern struct mtd_info nor_mtd;
-extern struct mtd_info nand_mtd;
+/* In the geometry that the parameter nand_page says. */
+int nand_init(void);
 
 /* Registers a chip with the rows of partitions.h that are its own. */
 int vboard_register_partitions(struct mtd_info *master, const char *chip);
