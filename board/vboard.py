@@ -60,7 +60,7 @@ Result = collections.namedtuple("Result", "status output")
 Result.__doc__ = "Exit status and output (text, standard error included) of a command on the board."
 
 Line = collections.namedtuple("Line", "direction level held driven")
-Line.__doc__ = """A GPIO line: "in" or "out", 0 or 1 as on the wire, whether it is exported, how often the kernel set its level."""
+Line.__doc__ = """A GPIO line: "in" or "out", 0 or 1 as on the wire, whether it is exported, how often it was driven."""
 
 _boards = weakref.WeakSet()
 
@@ -577,7 +577,7 @@ class Board:
         self.sh(f"echo {status} >{_DEBUG}/ctrl/reset_input", check=True)
 
     def rs485(self):
-        """{serial port: the kernel's flags for RS-485}; with vboard.rs485=1 on the command line the ports take them."""
+        """{serial port: the kernel's flags for RS-485}; the ports take some with vboard.rs485=1 on the command line."""
         rows = re.findall(r"ttyS(\d) 0x(\w+)", self.sh(f"cat {_DEBUG}/rs485", check=True).output)
         return {int(port): int(flags, 16) for port, flags in rows}
 

@@ -2,7 +2,7 @@
  * The board's GPIO lines, 32 to 159, as one chip: real lines for /sys/class/gpio. A line keeps its direction and level
  * when it is given back. The file "gpio" in debugfs reads as one row per line:
  *
- *   NUMBER in|out LEVEL free|held DRIVEN     LEVEL as on the wire, DRIVEN: how often the kernel set a level since power-up
+ *   NUMBER in|out LEVEL free|held DRIVEN     LEVEL as on the wire, DRIVEN: how often the kernel has set a level
  *
  * Writing "NUMBER LEVEL" wires a level to a line from outside, which it shows as long as it is an input. Lines that
  * nothing is wired to are pulled up.

@@ -1,7 +1,7 @@
 /*
- * RS-485 on the serial ports. The stock driver refuses it on an emulated UART; with the parameter rs485=1 it is taken, and
- * the file "rs485" in debugfs reads as the kernel's flags for each port: "ttyS1 0x23". There is no driver to enable: the
- * bytes go the same way.
+ * RS-485 on the serial ports. The stock driver refuses it on an emulated UART; with the parameter rs485=1 it is taken.
+ * There is no transceiver to switch: the bytes go the same way. The file "rs485" in debugfs reads as the flags that the
+ * kernel keeps for each port: "ttyS1 0x23".
  */
 #include <linux/debugfs.h>
 #include <linux/module.h>

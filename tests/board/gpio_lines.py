@@ -10,7 +10,8 @@ import re
 
 from signals import lines
 
-_SYSFS = "cd /sys/class/gpio; for line in gpio[0-9]*; do read d <$line/direction; read v <$line/value; echo $line $d $v; done"
+_SYSFS = ("cd /sys/class/gpio; "
+          "for line in gpio[0-9]*; do read way <$line/direction; read level <$line/value; echo $line $way $level; done")
 _LISTED = re.compile(r"^ gpio-(\d+) +\( +\|sysfs +\) (in|out) +(hi|lo) *$", re.M)
 
 

@@ -1,4 +1,4 @@
-"""Start-up on each type of board: the product record in flash says which it is, and the kernel's GPIO lines show what the
+"""Start-up on each type of board: the product record in flash says which it is, the kernel's GPIO lines show what the
 shell made of it."""
 
 import contextlib
@@ -14,8 +14,8 @@ OUTPUTS_OF_THE_TK20 = {74: 1, 77: 0, 86: 1, 88: 1}
 
 @contextlib.contextmanager
 def started(directory, product_id, hwcfg, mode, rows):
-    """A board with this record, after a start that made of it what it should: the mode, and the lines of these rows and no
-    others. Inputs are high, as nothing is wired to them."""
+    """A board with this record, after a start that made of it what it should: the mode, and the lines of these rows and
+    no others. Inputs are high, as nothing is wired to them. Nothing is asked of the control device."""
     with ShellSession(directory) as dev:
         dev.board.flash_fill("prod_config", board_record(product_id, hwcfg))
         shown = dev.start()
@@ -27,6 +27,7 @@ def started(directory, product_id, hwcfg, mode, rows):
         driven = {number for number, line in dev.board.gpio().items() if line.driven or line.direction == "out"}
         assert driven == {number for number, (direction, _) in lines(rows).items() if direction == "out"}
         assert dev.command("gpiolib info") == listing(rows)
+        assert dev.board.ctrl_log() == []
         yield dev
         dev.check()
 
@@ -86,13 +87,13 @@ def test_tk20(tmp_path):
         set_mode(dev, "board tk20")
         expect_lines(dev, full)
 
-        # The fixture's board takes its signals as they are: what was an output stays one, for their direction is not set.
+        # The fixture's board takes its lines as they are: what was an output stays one, for no direction is set.
         set_mode(dev, "board tk10_mfg")
         assert exported(dev) == {**lines(with_inputs(TK10_MFG, 1)),
                                  **{number: ("out", level) for number, level in OUTPUTS_OF_THE_TK20.items()}}
 
         # Only a start reads the record again.
-        shown = dev.reset()
+        shown = dev.restart()
         assert shown.endswith(mode_block("tk20", "dio2x1r", 4) + "\n")
         expect_lines(dev, full)
 

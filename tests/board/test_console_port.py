@@ -1,5 +1,5 @@
-"""set console and show console on real serial lines: the shell moves from one to the other and back, at other speeds; on the
-tk20 it switches the line drivers, and what the UART says of RS-485 decides."""
+"""set console and show console on real serial lines: the shell moves from one to the other and back, at other speeds;
+on the tk20 it switches the line drivers, and what the UART says of RS-485 decides."""
 
 import time
 

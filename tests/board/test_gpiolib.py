@@ -94,14 +94,13 @@ def test_the_io_option_brings_its_signals(tk20):
 
 def test_lines_that_others_have_exported_are_given_back(dev):
     """Whoever exported them: a shell that was killed leaves its own behind."""
-    dev.board.sh("for n in 32 60 159; do echo $n >/sys/class/gpio/export; done; echo high >/sys/class/gpio/gpio60/direction",
+    dev.board.sh("cd /sys/class/gpio; for n in 32 60 159; do echo $n >export; done; echo high >gpio60/direction",
                  check=True)
     assert exported(dev).keys() == {32, 60, 159}
     with only_changed(dev, 32, 60, 159):
         assert dev.command("set opmode board default") == SUCCESS
     expect_lines(dev, "")
-    dev.board.sh("echo 60 >/sys/class/gpio/export; echo in >/sys/class/gpio/gpio60/direction; echo 60 >/sys/class/gpio/unexport",
-                 check=True)
+    dev.board.sh("cd /sys/class/gpio; echo 60 >export; echo in >gpio60/direction; echo 60 >unexport", check=True)
 
 
 def test_a_line_that_is_gone_is_told(tk20):

@@ -1,4 +1,4 @@
-"""The signals of the boards, as gpiolib info lists them after a start with all inputs low: outputs are at their defaults.
+"""The signals of the boards, as gpiolib info lists them after a start with all inputs low.
 
     dev.command("gpiolib info") == listing(TK20)
     lines(TK20)[74] == ("out", 1)
