@@ -24,10 +24,13 @@ device_path path_of(const tty_port& port) {
 }
 
 // Opens the console's port on the standard descriptor `fd`. When the port cannot be opened the descriptor
-// keeps what it had, for a shell without a descriptor 0 would answer to nobody.
+// keeps what it had, for a shell without a descriptor 0 would answer to nobody; standard error goes where
+// standard output has gone. It is the last, and nothing may hold the old port when it is opened: only then is
+// the session free to take the new port for its terminal, the one whose Ctrl-C it hears.
 bool reopen_descriptor(int fd, const char* path) {
   const int flags = fcntl(fd, F_GETFL);
-  const unique_fd previous(fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  const int substitute = fd == STDERR_FILENO ? STDOUT_FILENO : fd;
+  const unique_fd spare(fcntl(substitute, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
   close(fd);
   // Not blocking, for an open that waits for a carrier would never end.
   const int opened = open(path, O_RDWR | O_NONBLOCK);
@@ -36,8 +39,8 @@ bool reopen_descriptor(int fd, const char* path) {
     if (opened >= 0) {
       close(opened);
     }
-    if (previous) {
-      dup2(previous.get(), fd);
+    if (spare) {
+      dup2(spare.get(), fd);
     }
     errno = error;
     perror("tty_remap_stdio: open()");  // not before: `fd` may be the one that it is written to

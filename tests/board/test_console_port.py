@@ -12,6 +12,7 @@ from shell_session import FAILURE, PATIENCE, SUCCESS, ShellSession, plain
 from signals import BUS_MODES, LINE_DRIVERS
 
 RS232 = (1, 1, 1, 0, 0)
+PATTERN = "".join(map(chr, range(33, 127))) + "\r\n"
 NO_CHANGE = "<no change>\n" + SUCCESS
 REFUSED = ("ERROR: ioctl(TIOCSRS485) on /dev/ttyS{port}\n"
            "tty_set_termios: tty_configure_mode(): Inappropriate ioctl for device\n"
@@ -55,6 +56,17 @@ def test_the_console_moves_and_comes_back(dev):
     assert dev.terminal(1) == terminal()
     assert dev.command("show console") == block()
     assert dev.board.serial2.unread == b""
+
+
+def test_ctrl_c_is_heard_where_the_console_is(dev):
+    for line, port in ("set console 2 57600", 2), ("set console 1 115200", 1):
+        move(dev, line, port)
+        dev.type("show pattern 0")
+        dev.console.expect(PATTERN * 2, timeout=PATIENCE)
+        dev.console.send("\x03")
+        dev.text_until_prompt()
+        assert "Recovery Loader" in dev.command("version")
+    assert dev.command("show console") == block()
 
 
 def test_other_speeds(dev):
@@ -137,7 +149,8 @@ def test_refused_mode_on_the_other_port_leaves_the_shell_there(tk20):
     with only_changed(tk20, *LINE_DRIVERS[2].values()):
         assert move(tk20, "set console 2 9600 rs422 term", 2) == REFUSED.format(port=2)
     assert levels(tk20, 2) == (0, 0, 1, 0, 1) and levels(tk20, 1) == RS232
-    assert tk20.command("show console") == block(1), "the settings are those of the port that it left"
+    assert tk20.terminal(2) == terminal(), "as the port that it left had them"
+    assert tk20.command("show console") == block(1), "what is shown is that port, too"
     assert tk20.command("set console 1") == NO_CHANGE
     # On a board without line drivers nothing is asked of the UART, and the console can go home.
     assert tk20.command("set opmode board default") == SUCCESS
