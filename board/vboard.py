@@ -230,15 +230,17 @@ class Board:
                 or when the path lies in a directory for programs
     tftp        directory that the network's TFTP server offers at 10.0.2.2
     netdev      the whole argument of -netdev, without its id, instead of the above
+    neighbour   a datagram socket that carries whole frames: the cable from a second card, eth1, to a machine of the
+                caller's
     memory      MiB
     """
 
     def __init__(self, directory, program=None, *, nand="128k", cli_console="ttyS1,115200", cmdline="", files=None,
-                 tftp=None, netdev=None, memory=256, accelerator=None):
+                 tftp=None, netdev=None, neighbour=None, memory=256, accelerator=None):
         self.directory = pathlib.Path(directory).resolve()
         self.program, self.nand, self.cli_console, self.cmdline = program, nand, cli_console, cmdline
         self.files, self.tftp, self.netdev, self.memory = dict(files or {}), tftp, netdev, memory
-        self.accelerator = accelerator
+        self.neighbour, self.accelerator = neighbour, accelerator
         self.geometry = layout.NAND_GEOMETRIES[nand]
         self.kernel_log, self.console, self.serial2 = Port("ttyS0"), Port("ttyS1"), Port("ttyS2")
         self._agent = _Agent()
@@ -276,10 +278,11 @@ class Board:
         initrd.write_bytes(made.base.read_bytes() + self._overlay(made.libraries))
         ours, theirs = zip(*(socket.socketpair() for _ in range(4)))
         descriptors = [sock.fileno() for sock in theirs]
+        inherited = descriptors + ([self.neighbour.fileno()] if self.neighbour else [])
         command = ["setpriv", "--pdeathsig", "KILL", "--", *self._command(made.kernel, initrd, descriptors)]
         with open(self.directory / "qemu.log", "wb") as log:
             self._process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
-                                             pass_fds=descriptors, start_new_session=True)
+                                             pass_fds=inherited, start_new_session=True)
         _boards.add(self)
         for sock in theirs:
             sock.close()
@@ -395,6 +398,9 @@ class Board:
                     "-device", "isa-debug-exit,iobase=0xf4,iosize=0x04"]
         netdev = self.netdev or "user" + (f",tftp={_escape(pathlib.Path(self.tftp).resolve())}" if self.tftp else "")
         command += ["-netdev", f"{netdev},id=net0", "-device", "i82559c,netdev=net0,romfile="]
+        if self.neighbour:
+            command += ["-netdev", f"socket,fd={self.neighbour.fileno()},id=net1",
+                        "-device", "i82559c,netdev=net1,romfile="]
         return command
 
     # Commands and files on the board.

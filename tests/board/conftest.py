@@ -1,6 +1,7 @@
 """Fixtures of the board tests. `dev` is the one that most tests take: a virtual board at its shell's prompt, with erased
 flash. Boards are booted once per worker and used again, their flash erased from outside between tests; a board whose
-test failed is thrown away. Files in the directory `dev.board.tftp` are served at 10.0.2.2."""
+test failed is thrown away. Files in the directory `dev.board.tftp` are served at 10.0.2.2; `server` is another server,
+which misbehaves as told."""
 
 import sys
 from pathlib import Path
@@ -11,6 +12,7 @@ TESTS = Path(__file__).resolve().parent.parent
 sys.path[:0] = [str(TESTS.parent / "board"), str(TESTS / "support")]
 
 from shell_session import SUCCESS, ShellSession  # noqa: E402  (the path had to be set first)
+from tftp_server import TftpServer  # noqa: E402
 
 _failed = pytest.StashKey[bool]()
 
@@ -33,13 +35,14 @@ class _Bench:
     def __init__(self, make_directory):
         self._make_directory = make_directory
         self._session = None
+        self.server = TftpServer()
 
     def take(self):
         """The board, at its prompt and as good as new; booted when there is none."""
         if self._session is None:
             directory = self._make_directory()
             (directory / "tftp").mkdir()
-            self._session = ShellSession(directory, tftp=directory / "tftp")
+            self._session = ShellSession(directory, tftp=directory / "tftp", neighbour=self.server.cable)
             self._session.start()
         else:
             self._session.renew()
@@ -57,6 +60,7 @@ def bench(tmp_path_factory):
     made = _Bench(lambda: tmp_path_factory.mktemp("board"))
     yield made
     made.throw_away()
+    made.server.shut_down()
 
 
 @pytest.fixture
@@ -81,3 +85,12 @@ def tk20(request, dev):
     yield dev
     if not request.node.stash.get(_failed, False):
         assert dev.command("set opmode board default") == dev.command("set opmode io default") == SUCCESS
+
+
+@pytest.fixture
+def server(dev, bench):
+    """The TFTP server of our own, within reach and without files; the board's interface is up, too."""
+    bench.server.renew()
+    bench.server.connect(dev.board)
+    assert dev.command("network ethernet start").endswith(SUCCESS)
+    return bench.server

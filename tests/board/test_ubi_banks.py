@@ -7,8 +7,8 @@ import real_images
 import ubi_device
 from real_images import environment
 from shell_session import NOT_INSTALLED, PARTITIONS, SUCCESS
-from ubi_device import (attached, expect_given_back, fresh_layout, install, make, root_files, tar_xz, ubifs,
-                        with_set_user_id)
+from ubi_device import (attached, expect_given_back, fresh_layout, install, make, root_files, single_layout, tar_xz,
+                        ubifs, with_set_user_id)
 
 OEM_FILES = ubi_device.contents({"cfg/hidden.oem.xml": b"<oem/>\n"})
 USER_FILES = ubi_device.contents({"notes": b"kept\n" * 500})
@@ -21,12 +21,6 @@ NOT_WRITTEN = "ERROR: Failed to write firmware image\n" + NOT_INSTALLED
 @pytest.fixture
 def parts(tmp_path):
     return ubi_device.PartFiles(tmp_path)
-
-
-def single_layout():
-    """A fresh device's layout after the change to one bank."""
-    fresh = fresh_layout()
-    return {**fresh, "rootfs_1": 1, "rootfs_2": 1, "rootfs_single": fresh["rootfs_1"] + fresh["rootfs_2"] - 1}
 
 
 def expect_others_kept(ubi):

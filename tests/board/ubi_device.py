@@ -102,6 +102,12 @@ def fresh_layout(nand="128k", rootfs_kib=UBI_SIZE >> 12, size=UBI_SIZE):
     return dict(zip(VOLUMES, (rootfs, rootfs, 1, private, usable_lebs(nand, size) - 2 * rootfs - 1 - private)))
 
 
+def single_layout(nand="128k"):
+    """The same after the change to one bank."""
+    fresh = fresh_layout(nand)
+    return {**fresh, "rootfs_1": 1, "rootfs_2": 1, "rootfs_single": fresh["rootfs_1"] + fresh["rootfs_2"] - 1}
+
+
 def make(lebs=None, nand="128k", **volumes):
     """The bytes of a UBI partition whose volumes hold these images. `lebs`: sizes, if not those of a fresh device."""
     geometry = layout.NAND_GEOMETRIES[nand]
@@ -237,7 +243,7 @@ class Attached:
                 return {entry.name.removeprefix("./"): (tar.extractfile(entry).read(), entry.mode)
                         for entry in tar if entry.isfile()}
         finally:
-            self._board.sh(f"umount {_LOOK}; rm -f {_LOOK}.tar", check=True)
+            self._board.sh(f"umount {_LOOK}; rmdir {_LOOK}; rm -f {_LOOK}.tar", check=True)
 
     def raw(self, volume, length):
         """The first bytes of a volume; those of an empty one are 0xFF."""
