@@ -25,6 +25,15 @@ def test_ctrl_c_ends_a_pattern_at_a_line_end(dev):
     assert dev.command("show pattern 3") == PATTERN * 3
 
 
+@pytest.mark.parametrize("words, lines", [("show pattern", 1), ("show pattern 3", 3)])
+def test_pattern_to_the_byte_on_the_line(dev, words, lines):
+    line = (b"!\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_`abcdefghijklmnopqrstuvwxyz{|}~"
+            b"\r\n")
+    dev.type(words)
+    shown = dev.board.console.expect("CLI> ", timeout=PATIENCE).before
+    assert shown == words.encode() + b"\r\n" + line * lines
+
+
 def test_ctrl_c_does_not_tear_an_erase(dev):
     dev.board.flash_fill("kernel_2", b"\0" * 0x800000)
     dev.board.slow("erase", "kernel_2", 0.03)
