@@ -38,22 +38,19 @@ class wire {
   wire& operator=(const wire&) = delete;
 
  private:
+  // Holds what a slow reader has not taken yet, for a writer that waits reads nothing: as on a real wire, it
+  // never blocks. What nobody takes any more is lost when the wire goes.
   void carry() {
     size_t before = 0;
+    std::string held;
     while (!stop_) {
-      const std::string bytes = from_.received(5);
+      const std::string bytes = from_.received(held.empty() ? 5 : 0);
       if (!bytes.empty()) {
-        const std::string changed = change_(bytes, before);
+        held += change_(bytes, before);
         before += bytes.size();
-        send(changed);
       }
+      held.erase(0, to_.offer(held, 5));
     }
-  }
-
-  // Waits for a reader that is slow; what nobody takes any more is lost when the wire goes, as on a real one.
-  void send(const std::string& bytes) const {
-    for (size_t taken = 0; taken < bytes.size() && !stop_;)
-      taken += to_.offer(bytes.substr(taken), 100);
   }
 
   const serial_port& from_;
