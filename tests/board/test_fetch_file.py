@@ -7,21 +7,24 @@ import pytest
 
 import images
 from shell_session import FAILURE, PATIENCE, SUCCESS
+from tftp_server import Stops
 from wired_network import DHCP, HOST, LEASE, NO_PRODUCT, NOBODY, USING_ETH0, info
 
 CTRL_C = "\x03"
 MEBIBYTE = 1 << 20
+CLEAR = "find /tmp /root -type f -exec rm {} +"
 # What the client says when it fails, and what comes of it.
 FAILED = "NOTE: tftp: {}\nERROR: Child exit status=1\nERROR: Exit status=255\nERROR: TFTP get failed\n" + FAILURE
 
 
 @pytest.fixture
 def served(dev):
-    """The directory of the TFTP server; what is in it, and what the board has fetched, is gone afterwards."""
+    """The directory of the emulator's TFTP server; what is in it, and what the board has fetched, is gone afterwards."""
+    dev.board.sh(CLEAR, check=True)
     yield dev.board.tftp
     for file in dev.board.tftp.iterdir():
         file.unlink()
-    dev.board.sh("find /tmp /root -type f -exec rm {} +", check=True)
+    dev.board.sh(CLEAR, check=True)
 
 
 def fetch(dev, words, host=HOST):
@@ -38,8 +41,8 @@ def start(dev):
 
 def fetched(dev):
     """The files in the directory where files go: {name: content}."""
-    names = dev.board.sh("ls -A /tmp", check=True).output.splitlines()
-    return {name: dev.board.get(f"/tmp/{name}") for name in names}
+    paths = dev.board.sh("find /tmp -type f", check=True).output.splitlines()
+    return {path.removeprefix("/tmp/"): dev.board.get(path) for path in paths}
 
 
 def test_the_interface_is_started_by_dhcp_and_stays_so(dev, served):
@@ -73,12 +76,21 @@ def test_what_cannot_be_fetched(dev, served):
     assert fetched(dev) == {}
 
 
-def test_a_server_that_does_not_answer(dev, served):
+def test_a_server_that_does_not_answer(dev, server, served):
+    server.files["file"] = [Stops(b""), Stops(images.pattern(MEBIBYTE), "worn out"), images.pattern(MEBIBYTE)]
+    assert fetch(dev, "file", server.address) == FAILED.format("timeout")
+    assert fetched(dev) == {}
+    assert server.requests == ["file"]
+    assert fetch(dev, "file", server.address) == FAILED.format("server error: (0) worn out")
+    assert fetched(dev) == {}
+    assert fetch(dev, "file", server.address) == SUCCESS
+    assert fetched(dev) == {"file": images.pattern(MEBIBYTE)}
+    assert server.requests == ["file"] * 3
+
+
+def test_ctrl_c_while_a_server_does_not_answer(dev, served):
     start(dev)
     (served / "file").write_bytes(b"file")
-    assert fetch(dev, "file", NOBODY) == FAILED.format("timeout")
-    assert fetched(dev) == {}
-
     dev.type(f"file download network {NOBODY} file")
     dev.board.sh("until pidof tftp; do usleep 20000; done", PATIENCE, check=True)
     dev.board.console.send(CTRL_C)
@@ -102,7 +114,7 @@ def test_names_reach_the_server_and_the_disk_as_typed(dev, served):
         assert fetch(dev, name) == SUCCESS
     assert fetched(dev) == {name: f"this is {name}".encode() for name in STRANGE_NAMES}
 
-    dev.board.sh("find /tmp -type f -exec rm {} +", check=True)
+    dev.board.sh(CLEAR, check=True)
     for name in STRANGE_NAMES:
         assert fetch(dev, f"$(id>shot) {name}") == SUCCESS
     assert fetched(dev) == dict.fromkeys(STRANGE_NAMES, b"this is $(id>shot)")

@@ -149,6 +149,7 @@ def listened(dev, line):
     shown = dev.command(line)
     dev.board.sh(f"ln -sf /bin/busybox {IFCONFIG}", check=True)
     times, calls = zip(*(call.split(" ", 1) for call in dev.board.get("/tmp/calls").decode().splitlines()))
+    dev.board.sh("rm /tmp/calls", check=True)
     times = [float(time) for time in times]
     return shown, list(calls), [later - earlier for earlier, later in zip(times, times[1:])]
 
