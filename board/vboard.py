@@ -566,7 +566,7 @@ class Board:
     # The control device, see kernel/ctrl.c.
 
     def ctrl_log(self):
-        """[(seconds, text)] of what was done with /dev/ctrl: "open rw", "40144c0a write 4c 10 20 38000000... 0", "close"."""
+        """[(seconds, text)] of what was done with /dev/ctrl: "open rw", "40144c0a write 4c 10 20 3800... 0", "close"."""
         lines = self.sh(f"cat {_DEBUG}/ctrl/log", check=True).output.splitlines()
         return [(int(time) / 1e6, text) for time, text in (line.split(" ", 1) for line in lines)]
 

@@ -1,15 +1,15 @@
 /*
- * The board's control device, /dev/ctrl: switches rails and reset lines, tells whether the reset input is active and sets
- * what pins are used for. Nothing hangs on any of them here, so what was asked for is noted, to the byte. In debugfs, under
- * "ctrl":
+ * The board's control device, /dev/ctrl: switches rails and reset lines, tells whether the reset input is active and
+ * sets what pins are used for. Nothing hangs on any of them here, so what was asked for is noted, to the byte. In
+ * debugfs, under "ctrl":
  *
  *   log          reads as one line for each thing that happened; writing "clear" forgets them:
  *                  TIME open MODE                                          MODE: r, w or rw
  *                  TIME REQUEST DIRECTION TYPE NUMBER SIZE DATA RESULT     RESULT: 0 or a negative errno
  *                  TIME close
- *                TIME is in microseconds; REQUEST and TYPE are hexadecimal. DATA is, in hexadecimal, the bytes that were
- *                fetched or stored, "-" when there were none to store, and 0x... the argument itself where it is all that
- *                came: with a request without data, or when it points nowhere.
+ *                TIME is in microseconds; REQUEST and TYPE are hexadecimal. DATA is, in hexadecimal, the bytes that
+ *                were fetched or stored, "-" when there were none to store, and 0x... the argument itself where it is
+ *                all that came: with a request without data, or when it points nowhere.
  *   failures     "REQUEST ERRNO" makes all later requests of that number fail, and do nothing; "clear" forgets them
  *   reset_input  the status of the reset input: 0 while nobody pushes the button
  */

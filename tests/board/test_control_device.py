@@ -1,5 +1,5 @@
-"""Every operation of the control device library against a real /dev/ctrl. No command of the shell calls it, so a program
-on the board does; the kernel's own account of what came is compared, to the byte."""
+"""Every operation of the control device library against a real /dev/ctrl. No command of the shell calls it, so a
+program on the board does; the kernel's own account of what came is compared, to the byte."""
 
 import errno
 
@@ -156,7 +156,8 @@ def test_reset_function_that_is_refused(ctrl):
 def test_sleep_passes_its_argument_on(ctrl):
     """The kernel gets the very number, which points nowhere here."""
     for argument in "0", "0x123":
-        assert ctrl.run(f"ctrl_sleep {argument}") == "ERROR: ctrl_sleep: ioctl(URST_STATUS) error=Bad address\nresult 1\n"
+        shown = ctrl.run(f"ctrl_sleep {argument}")
+        assert shown == "ERROR: ctrl_sleep: ioctl(URST_STATUS) error=Bad address\nresult 1\n"
     assert ctrl.seen() == opened(f"{STATUS} 0x0 -14", f"{STATUS} 0x123 -14")
 
 

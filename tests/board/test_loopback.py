@@ -1,5 +1,5 @@
-"""The loopback test of the serial lines, which no command leads to, run by a program on a board without a shell. The host
-is the plug in a port, or the wire between the two, and loses, changes or adds bytes on the way."""
+"""The loopback test of the serial lines, which no command leads to, run by a program on a board without a shell. The
+host is the plug in a port, or the wire between the two, and loses, changes or adds bytes on the way."""
 
 import contextlib
 import re
@@ -36,8 +36,8 @@ class Lines:
 
     @contextlib.contextmanager
     def wire(self, source, sink, altered=None):
-        """Carries what comes out of one port into another, or into the same one: a plug. `altered`: {number of the byte,
-        from 0: bytes instead}, where b"" loses it. Returns a list of what came out, in pieces."""
+        """Carries what comes out of one port into another, or into the same one: a plug. `altered`: {number of the
+        byte, from 0: bytes instead}, where b"" loses it. Returns a list of what came out, in pieces."""
         altered, carried, problems = altered or {}, [], []
 
         def carry(data):
@@ -61,7 +61,7 @@ class Lines:
         return self.board.sh(f"{PROGRAM} {level} {size} {speed} {local} {remote}", PATIENCE, check=True).output
 
     def settings(self):
-        """The terminal settings of both ports. A port that is closed echoes to whoever looks: nothing may be under way."""
+        """The terminal settings of both ports. A port that is not raw echoes: nothing may be under way."""
         return self.board.sh("stty -g -F /dev/ttyS1 && stty -g -F /dev/ttyS2", check=True).output
 
 
@@ -163,8 +163,8 @@ def test_what_is_said_on_the_way(lines):
 def test_port_is_raw_and_has_the_speed_of_its_record(lines):
     """Looked up while the test waits for bytes that do not come."""
     look = "stty -a -F /dev/ttyS2 2>/tmp/complaints"  # about the window size that a line has not
-    shown = lines.board.sh(f"{PROGRAM} 3 1 57600 2 >/tmp/shown & until {look} | grep -q -e -icrnl; do usleep 20000; done; "
-                           f"{look}; wait; cat /tmp/shown", PATIENCE, check=True).output
+    shown = lines.board.sh(f"{PROGRAM} 3 1 57600 2 >/tmp/shown & until {look} | grep -q -e -icrnl; do usleep 20000; "
+                           f"done; {look}; wait; cat /tmp/shown", PATIENCE, check=True).output
     settings, _, said = shown.partition("Testing")
     assert "Testing" + said == begin(1, 57600) + counts(1, 0) + mismatch(0, 0, 0xFF) + FAILED
     assert "speed 57600 baud" in settings
