@@ -109,6 +109,7 @@ def test_ping(dev):
     assert ping(dev, HOST) == USING_ETH0 + REPLIES + SUCCESS
     assert ping(dev, f"eth0 {HOST}") == REPLIES + SUCCESS
     assert ping(dev, f"eth0 {NOBODY}") == SILENCE + SUCCESS
+    assert ping(dev, NOBODY) == USING_ETH0 + SILENCE + SUCCESS
 
 
 # ---------------------------------------------------------------------- the MAC address of the product record
