@@ -1,7 +1,8 @@
-"""Another machine beside the board: it answers ARP, and takes and sends UDP datagrams that fit into one frame. Its cable
-is a socket pair that goes to a network card of its own, for the emulator's network takes every packet for its own, whoever
-it is addressed to. So nothing touches the network of the host, no privileged port is needed, and any number of boards have
-a neighbour each.
+"""Another machine beside the board: it answers ARP, and takes and sends UDP datagrams that fit into one frame.
+
+Its cable is a socket pair that goes to a network card of its own, for the emulator's network takes every packet for its
+own, whoever it is addressed to. So nothing touches the network of the host, no privileged port is needed, and any
+number of boards have a neighbour each.
 
     neighbour = Neighbour()
     board = Board(directory, neighbour=neighbour.cable)

@@ -1,5 +1,5 @@
-"""What a network installation takes of the device's memory: as much for the largest root file system as for a small one,
-and little more than the shell at rest. The tools that it runs are not counted."""
+"""What a network installation takes of the device's memory: as much for the largest root file system as for a small
+one, and little more than the shell at rest. The tools that it runs are not counted."""
 
 import random
 
@@ -29,7 +29,8 @@ def peak_kib(dev):
 
 def peak_of_installation(dev, server, image):
     reset_peak(dev)
-    assert install(dev, server, image, timeout=LARGE_PATIENCE) == info(image) + PREPARING + INSTALLING + info(image) + SUCCESS
+    shown = install(dev, server, image, timeout=LARGE_PATIENCE)
+    assert shown == info(image) + PREPARING + INSTALLING + info(image) + SUCCESS
     return peak_kib(dev)
 
 
