@@ -135,5 +135,6 @@ def test_every_bank_takes_its_kernel(dev, server):
         name = bank or "1"
         assert (dev.environment()["bootbank"], dev.environment()[f"kernel_size_{name}"]) == (name, kernel_size(image))
         dev.expect_flash(**{"kernel_1": OLD["kernel_1"], f"kernel_{name}": image})
+        expect_given_back(dev)
         dev.board.flash_erase(f"kernel_{name}")
     assert server.requests == ["image.rom"] * 8

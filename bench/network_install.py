@@ -1,0 +1,71 @@
+"""Installing over the network on the virtual board, against the same transfer piped into nothing: on the same board, turn
+by turn. The second transfer counts, from its announcement to the result: that is the one that writes. A root file system
+pays for two seconds in which the flash settles, whatever its size."""
+
+import os
+import subprocess
+import sys
+import tempfile
+import time
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "board"))
+
+from vboard import Board, layout  # noqa: E402  (the path had to be set first)
+
+SIZE = 6 << 20  # fits into a kernel's partition
+PATIENCE = 300
+SERVER, FILE = "10.0.2.2", "image.rom"
+
+
+def _root_file_system(directory):
+    geometry = layout.NAND_GEOMETRIES["128k"]
+    tree, image = directory / "tree", directory / "rootfs"
+    tree.mkdir()
+    (tree / "file").write_bytes(os.urandom(SIZE))
+    subprocess.run(["/usr/sbin/mkfs.ubifs", "-m", str(geometry.page), "-e", str(geometry.leb), "-c", "200", "-r", tree,
+                    "-o", image], check=True)
+    return image
+
+
+def _kernel(directory):
+    (directory / "kernel").write_bytes(os.urandom(SIZE))
+    return directory / "kernel"
+
+
+def _seconds_into_nothing(board):
+    start = time.monotonic()
+    board.sh(f"tftp -g -r {FILE} -l - {SERVER} | cat > /dev/null", PATIENCE, check=True)
+    return time.monotonic() - start
+
+
+def _seconds_of_second_transfer(board):
+    board.console.send(f"flash download network 2 {SERVER} {FILE}\r")
+    board.console.expect("Installing ...\r\n", timeout=PATIENCE)
+    start = time.monotonic()
+    ending = board.console.expect("Done: SUCCESS", "Done: FAILURE", timeout=PATIENCE)
+    elapsed = time.monotonic() - start
+    if ending.index:
+        sys.exit(f"bench: the image was not installed:\n{ending.before.decode()}")
+    board.console.expect("CLI> ", timeout=PATIENCE)
+    return elapsed
+
+
+def network_throughput(build, runs):
+    """{what is installed: the throughputs of `runs` installations relative to the transfer alone}."""
+    ratios = {}
+    with tempfile.TemporaryDirectory() as name:
+        directory = Path(name)
+        served = directory / "tftp"
+        served.mkdir()
+        with Board(directory / "board", build / "recovery-loader", tftp=served) as board:
+            board.start()
+            board.console.expect("CLI> ", timeout=PATIENCE)
+            board.console.send("network ethernet start\r")
+            board.console.expect("Done: SUCCESS", timeout=PATIENCE)
+            for word, make in ("kernel", _kernel), ("rootfs-ubifs-128k", _root_file_system):
+                subprocess.run([build / "kesto", "image", "build", "-o", served / FILE, f"--{word}", make(directory)],
+                               check=True, stdout=subprocess.DEVNULL)
+                _seconds_of_second_transfer(board)  # the first one finds new flash
+                ratios[word] = [_seconds_into_nothing(board) / _seconds_of_second_transfer(board) for _ in range(runs)]
+    return ratios
