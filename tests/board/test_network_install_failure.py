@@ -68,7 +68,8 @@ def test_image_that_is_refused(dev, server, parts):
     refused = [
         (loader + bad_contents, info(loader + kernel) + wrong_sum(bad_contents) + "\n"),
         (loader + bad_header, info(loader) + images.info(bad_header) + "ERROR: Bad image header\n"),
-        (homeless, info(homeless) + "ERROR: Bad image destination\n"),
+        (homeless, info(homeless) + "ERROR: image_get_headers_fd: Can't find mtd for contents_type=6\n"
+         "ERROR: Bad image destination\n"),
         (small_blocks, info(small_blocks) + "ERROR: ubi0 erase size is 0x20000, ubifs image requires 0x4000\n"
          "ERROR: Bad image destination\n"),
     ]
