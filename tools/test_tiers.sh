@@ -61,30 +61,42 @@ run_unit_tests() {
     return $status
 }
 
+# need_TIER: installs what the tier is built with and runs with.
+need_unit() { setup_need build test; }
+need_console() { setup_need build test; }
+need_board() { setup_need build test board; }
+need_arm() { setup_need build arm; }
+need_fuzz() { setup_need build fuzz; }
+need_lint() { setup_need build test lint; }
+
 tier_unit() {
-    setup_need build test || return 1
-    build_preset release && build_preset asan || return 1
+    build_preset release || return 1
+    # Its tests mostly wait: the next build need not.
+    run_unit_tests release &
+    local released=$!
+    build_preset asan || {
+        wait $released
+        return 1
+    }
     check unit command_reference_is_current sh -c 'build/release/command_reference | diff docs/commands.md -'
     local status=0
-    run_unit_tests release || status=1
+    wait $released || status=1
     run_unit_tests asan || status=1
     return $status
 }
 
 tier_console() {
-    setup_need build test || return 1
     build_preset release || return 1
     timeout 900 /usr/bin/python3 -m pytest -q -n 6 -p no:cacheprovider "--junitxml=$results/console.xml" tests/console
 }
 
 tier_board() {
-    setup_need build test board || return 1
     build_preset release || return 1
-    timeout 1100 /usr/bin/python3 -m pytest -q -n 2 -p no:cacheprovider "--junitxml=$results/board.xml" tests/board
+    # More boards than cores: most of their time is waiting, too.
+    timeout 1100 /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider "--junitxml=$results/board.xml" tests/board
 }
 
 tier_arm() {
-    setup_need build arm || return 1
     tools/arm_sysroot.sh "$PWD/build/arm-sysroot" || return 1
     build_preset arm || return 1
     check arm links_libc_only tools/check_device_binary.sh build/arm/recovery-loader
@@ -92,7 +104,6 @@ tier_arm() {
 }
 
 tier_fuzz() {
-    setup_need build fuzz || return 1
     build_preset fuzz || return 1
     local target
     for target in build/fuzz/fuzz_*; do
@@ -100,16 +111,14 @@ tier_fuzz() {
     done
 }
 
-# A list of compilations of its own, for the build goes on being configured meanwhile.
-prepare_lint() {
-    setup_need build lint && build_preset release && mkdir -p "$results/lint" &&
-        cp build/release/compile_commands.json "$results/lint/"
-}
-
+# The list of compilations comes from a configuration of its own, which nobody builds meanwhile.
 tier_lint() {
-    [ -e "$results/lint/compile_commands.json" ] || prepare_lint || return 1
+    cmake --preset release -B build/lint >"$results/cmake-lint.log" 2>&1 || {
+        cat "$results/cmake-lint.log"
+        return 1
+    }
     check lint formatting sh -c "git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror"
     # One file a run: with several the analyzer takes what it saw in one for the state of the next.
     check lint clang_tidy sh -c "git ls-files 'src/*.cpp' 'host/*.cpp' |
-        xargs -P2 -n1 clang-tidy -p '$results/lint' --quiet --extra-arg=-Wno-unknown-warning-option"
+        xargs -P2 -n1 clang-tidy -p build/lint --quiet --extra-arg=-Wno-unknown-warning-option"
 }

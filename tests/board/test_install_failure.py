@@ -90,7 +90,9 @@ def test_flag_promises_a_part_that_never_comes(installed):
 def test_flag_ends_the_image_too_early(installed, port):
     loader, kernel = split(real_images.small())
     loader = chained(loader, more=False)
-    shown = installed.install(loader + kernel, f"flash download serial 2 {port}", port)
+    # What follows on the console's line is dropped; on another one nobody would take it, and it would stay in the line.
+    follows = kernel if port == 1 else b""
+    shown = installed.install(loader + follows, f"flash download serial 2 {port}", port)
     assert shown == images.info(loader) + SUCCESS, "the flag is the stream's only end"
     expect_bank_1(installed, bootloader=loader)
 
