@@ -31,13 +31,17 @@ ubi_frame::~ubi_frame() {
   }
 }
 
+// A key that ended one of these tools would leave the volume mounted, or the device attached, for good. It is
+// heard between the two: running the second one would forget it.
 bool ubi_frame::give_back() {
   bool unmounted = true;
   if (exit_ == on_exit::unmount_and_detach) {
+    const sigint_deferred until_unmounted;
     command_line line;
     unmounted = compose_command(line, "/bin/umount %s &> /dev/null", ubi_mount_point) &&
                 exec_system_cmd_quiet(line.text()) == 0;
   }
+  const sigint_deferred until_detached;
   return ubi_detach(ubi_dev_name_) != 0 && unmounted;
 }
 

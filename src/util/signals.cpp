@@ -56,6 +56,17 @@ int sigquit_install_ignore() {
   return 1;
 }
 
+sigint_deferred::sigint_deferred() {
+  sigset_t interrupt;
+  sigemptyset(&interrupt);
+  sigaddset(&interrupt, SIGINT);
+  sigprocmask(SIG_BLOCK, &interrupt, &previous_);
+}
+
+sigint_deferred::~sigint_deferred() {
+  sigprocmask(SIG_SETMASK, &previous_, nullptr);
+}
+
 sigpipe_ignored::sigpipe_ignored() {
   struct sigaction ignore = {};
   ignore.sa_handler = SIG_IGN;

@@ -15,6 +15,19 @@ int sigint_install_default();
 int sigint_install_test_interrupt();
 int sigquit_install_ignore();
 
+/// While it lives, Ctrl-C reaches neither the shell nor the tools that it starts; what was pressed meanwhile
+/// counts afterwards. For steps that have to be taken whatever happens.
+class sigint_deferred {
+ public:
+  sigint_deferred();
+  sigint_deferred(const sigint_deferred&) = delete;
+  sigint_deferred& operator=(const sigint_deferred&) = delete;
+  ~sigint_deferred();
+
+ private:
+  sigset_t previous_ = {};
+};
+
 /// While it lives, writing to a pipe whose reader has died fails with EPIPE instead of ending the shell.
 /// Tools started meanwhile would inherit that; start them before or after.
 class sigpipe_ignored {

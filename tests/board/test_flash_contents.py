@@ -99,10 +99,12 @@ def interrupt_in_a_clean_check(dev):
 
 def interrupt_in_a_volume(dev):
     """Whatever tool the key ends: the table ends and the volume is given back."""
+    dev.board.slow("read", "ubi0", 0.001)  # the look at a volume shall last until the key has arrived
     dev.type("flash analyze")
     dev.board.console.expect("ubi0_0     rootfs_1        1   ", timeout=PATIENCE)
     dev.board.console.send("\x03")
     shown = dev.text_until_prompt()
     assert shown.endswith(f"\n\nERROR: Terminated by signal\n{FAILURE}")
     assert "ubi0_1" not in shown
+    dev.board.clear_faults()
     expect_given_back(dev)

@@ -324,6 +324,22 @@ def test_ctrl_c_ends_the_table(flash):
     assert flash.ignores(2)
 
 
+@pytest.mark.parametrize("tool", ["umount", "ubidetach"])
+def test_ctrl_c_while_the_volume_is_given_back_ends_the_table_afterwards(formatted, tool):
+    formatted.answer(tool, delay=1, times=1)
+    formatted.boot()
+    formatted.mark()
+    formatted.type("flash analyze")
+    formatted.wait_for("run", "default", {"umount": "/bin/umount", "ubidetach": "/usr/sbin/ubidetach"}[tool])
+    formatted.interrupt()
+    screen = formatted.text_until_prompt()
+    assert screen.endswith("\n\nERROR: Terminated by signal\nDone: FAILURE\n")
+    assert "rootfs_2" not in screen
+    assert formatted.ran[-2:] == ["/bin/umount /mnt", "/usr/sbin/ubidetach /dev/ubi_ctrl -p /dev/mtd10"]
+    assert [str(event) for event in formatted.events.of("exit")][-2:] == ["exit umount 0", "exit ubidetach 0"]
+    assert formatted.ignores(2)
+
+
 def test_ctrl_c_that_ends_a_tool_ends_the_table(formatted):
     formatted.answer("ubiattach", signal=2, times=1)
     formatted.boot()

@@ -87,6 +87,19 @@ TEST_F(signals_test, ending_the_test_interrupt_leaves_the_flag_for_its_reader) {
   EXPECT_EQ(test_interrupted, 1);
 }
 
+TEST_F(signals_test, a_deferred_interrupt_counts_afterwards) {
+  EXPECT_EQ(sigint_install_test_interrupt(), 1);
+  {
+    const sigint_deferred guard;
+    raise(SIGINT);
+    EXPECT_EQ(test_interrupted, 0);
+  }
+  EXPECT_EQ(test_interrupted, 1);
+  test_interrupted = 0;
+  raise(SIGINT);
+  EXPECT_EQ(test_interrupted, 1) << "nothing is deferred any more";
+}
+
 TEST_F(signals_test, a_broken_pipe_is_only_survived_while_asked_for) {
   EXPECT_EQ(action_of(SIGPIPE).sa_handler, SIG_DFL);
   {
