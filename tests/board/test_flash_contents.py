@@ -98,10 +98,11 @@ def interrupt_in_a_clean_check(dev):
 
 
 def interrupt_in_a_volume(dev):
-    """Whatever tool the key ends: the table ends and the volume is given back."""
-    dev.board.slow("read", "ubi0", 0.001)  # the look at a volume shall last until the key has arrived
+    """The key ends the tool: the table ends and the volume is given back."""
+    dev.board.slow("read", "ubi0", 0.001)  # the tool shall run for some seconds
     dev.type("flash analyze")
     dev.board.console.expect("ubi0_0     rootfs_1        1   ", timeout=PATIENCE)
+    dev.board.sh("until pidof ubiattach; do usleep 10000; done", timeout=PATIENCE, check=True)
     dev.board.console.send("\x03")
     shown = dev.text_until_prompt()
     assert shown.endswith(f"\n\nERROR: Terminated by signal\n{FAILURE}")
