@@ -8,7 +8,7 @@
 #include <cstring>
 #include <ctime>
 
-#include "image/checksum.h"
+#include "util/checksum.h"
 #include "util/stream.h"
 
 namespace {

@@ -117,6 +117,7 @@ tier_lint() {
         cat "$results/cmake-lint.log"
         return 1
     }
+    check lint floors tools/check_floors.py
     check lint formatting sh -c "git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror"
     # One file a run: with several the analyzer takes what it saw in one for the state of the next.
     check lint clang_tidy sh -c "git ls-files 'src/*.cpp' 'host/*.cpp' |

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "cli/command.h"
+#include "cli/command_tree.h"
 
 namespace {
 

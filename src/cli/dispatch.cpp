@@ -4,7 +4,8 @@
 #include <cctype>
 #include <cstring>
 
-#include "cli/command.h"
+#include "cli/command_tree.h"
+#include "commands/command.h"
 #include "util/log.h"
 
 namespace {

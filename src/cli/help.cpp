@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "cli/command_tree.h"
 #include "util/log.h"
 
 namespace {

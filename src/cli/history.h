@@ -1,6 +1,8 @@
 // The last twenty lines that were entered.
 #pragma once
 
+#include "commands/command.h"
+
 /// Forgets all lines.
 void history_clear();
 
@@ -15,3 +17,9 @@ const char* history_newer();
 
 /// "history": lists the stored lines, oldest first.
 void cmd_history();
+// clang-format off
+inline constexpr command_record command_history = {
+    .name = "history", .alias = "!",
+    .help = "Show command history",
+    .handler = cmd_history};
+// clang-format on

@@ -11,7 +11,7 @@
 
 #include "cli/dispatch.h"
 #include "cli/history.h"
-#include "tty/console.h"
+#include "console/console.h"
 #include "tty/port.h"
 #include "util/log.h"
 

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 
+#include "mtd/partition_table.h"
 #include "util/log.h"
 #include "util/unique_fd.h"
 
@@ -52,4 +53,9 @@ int flash_is_clean(const char* dev_name) {
     }
   }
   return 1;
+}
+
+int ubi_is_clean(const char* part_name) {
+  const mtd_partition* row = mtd_get_by_name(part_name);
+  return row != nullptr ? flash_is_clean(row->dev_name) : 0;
 }

@@ -7,14 +7,14 @@
 #include <cerrno>
 #include <cstring>
 
+#include "flash/clean_check.h"
 #include "flash/raw_io.h"
-#include "image/checksum.h"
 #include "image/destination.h"
 #include "image/header.h"
 #include "image/installation.h"
 #include "image/ubi_part.h"
 #include "mtd/partition_table.h"
-#include "ubi/ubifs_analysis.h"
+#include "util/checksum.h"
 #include "util/log.h"
 #include "util/mapped_file.h"
 #include "util/unique_fd.h"

@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "image/checksum.h"
 #include "mtd/partition_table.h"
+#include "util/checksum.h"
 #include "util/log.h"
 
 const char* const contents_type_names[image_contents_count] = {

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "flash/clean_check.h"
 #include "flash/raw_io.h"
 #include "image/destination.h"
 #include "image/header.h"
@@ -11,7 +12,6 @@
 #include "mtd/partition_table.h"
 #include "ubi/python_writer.h"
 #include "ubi/schema.h"
-#include "ubi/ubifs_analysis.h"
 #include "ubi/volume.h"
 #include "util/log.h"
 #include "util/unique_fd.h"

@@ -3,10 +3,10 @@
 
 #include <unistd.h>
 
+#include "flash/clean_check.h"
 #include "image/header.h"
 #include "ubi/format.h"
 #include "ubi/python_writer.h"
-#include "ubi/ubifs_analysis.h"
 #include "ubi/volume_writers.h"
 #include "util/file.h"
 #include "util/log.h"

@@ -1,10 +1,10 @@
 // See startup.h.
 #include "mtd/startup.h"
 
+#include "mtd/mtdparts.h"
 #include "mtd/partition_table.h"
 #include "mtd/proc_mtd.h"
 #include "mtd/repartition.h"
-#include "ubi/mtdparts.h"
 #include "util/log.h"
 
 void mtd_init() {

@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "opmode/mode.h"
 #include "util/log.h"
 #include "util/stream.h"
 #include "util/text_buffer.h"
@@ -181,34 +180,7 @@ int tty_download(tty_port* port, const char* path) {
   return received ? 1 : 0;
 }
 
-int tty_validate_settings(const tty_port* port) {
-  if (port->mode == tty_mode_rs232) {
-    return 1;
-  }
-  if (port->port == 0) {
-    log_printf(level_error, "%s not valid on %s%d\n", tty_mode_names[port->mode], port->device, port->port);
-    return 0;
-  }
-  if (g_opmode_board == opmode_board_tk20) {
-    return 1;
-  }
-  log_printf(level_error, "%s not valid in current operational mode (%s)\n", tty_mode_names[port->mode],
-             opmode_board_names[g_opmode_board]);
-  return 0;
-}
-
 int tty_flush_cli_input() {
   tcflush(tty_cli.fd, TCIFLUSH);
   return 1;
-}
-
-int tty_set_isig(int on) {
-  termios settings = {};
-  tcgetattr(STDIN_FILENO, &settings);
-  if (on != 0) {
-    settings.c_lflag |= ISIG;
-  } else {
-    settings.c_lflag &= ~static_cast<tcflag_t>(ISIG);
-  }
-  return tcsetattr(STDIN_FILENO, TCSANOW, &settings);
 }

@@ -29,7 +29,7 @@ struct tty_port {
 /// The highest port number that commands accept.
 constexpr int tty_highest_port = 2;
 
-/// The console. Changed by a successful remapping only (tty/console.h).
+/// The console. Changed by a successful remapping only (console/console.h).
 extern tty_port tty_cli;
 
 /// Result: 1 for the eight speeds from 9600 to 921600 that the ports have, else 0.
@@ -52,11 +52,5 @@ void tty_discard_until_silent(const tty_port* port, unsigned seconds);
 /// after an error, with the partial file left there.
 int tty_download(tty_port* port, const char* path);
 
-/// Result: 1 when the mode is possible on the port and board, else 0 after an error.
-int tty_validate_settings(const tty_port* port);
-
 /// Discards console input that was not read yet. Result: 1.
 int tty_flush_cli_input();
-
-/// Switches signals of the terminal on standard input on or off. Result: that of setting the attributes.
-int tty_set_isig(int on);

@@ -1,13 +1,13 @@
-// See format.h. Tools run: /usr/sbin/ubiformat, and those of ubi/volume, flash/raw_io and ubi/mtdparts.
+// See format.h. Tools run: /usr/sbin/ubiformat, and those of ubi/volume, flash/raw_io and mtd/mtdparts.
 #include "ubi/format.h"
 
 #include <cstring>
 
 #include "flash/raw_io.h"
+#include "mtd/mtdparts.h"
 #include "mtd/partition_table.h"
 #include "mtd/proc_mtd.h"
 #include "mtd/repartition.h"
-#include "ubi/mtdparts.h"
 #include "ubi/volume.h"
 #include "util/exec.h"
 #include "util/log.h"

@@ -114,3 +114,27 @@ void checksum_sum::add(const void* data, size_t size) {
 uint64_t checksum_sum::finish() const {
   return ~uint64_t{fold(sum_)};
 }
+
+namespace {
+
+checksum_sum running;
+
+}  // namespace
+
+uint32_t image_checksum(const void* buffer, size_t length) {
+  checksum_sum sum;
+  sum.add(buffer, length);
+  return static_cast<uint32_t>(sum.finish());
+}
+
+void image_checksum_chunks_start() {
+  running = checksum_sum();
+}
+
+void image_checksum_chunks_calc(const void* buffer, size_t length) {
+  running.add(buffer, length);
+}
+
+uint32_t image_checksum_chunks_end() {
+  return static_cast<uint32_t>(running.finish());
+}

@@ -5,8 +5,8 @@
 #include <cstring>
 
 #include "fuzz_input.h"
-#include "image/checksum.h"
 #include "image/header.h"
+#include "util/checksum.h"
 
 /// A copy of the input whose parts, as far as their lengths lead, have good headers, and good contents where
 /// the first reserved byte says so.

@@ -1,5 +1,5 @@
 // What an analysis finds in a partition: first byte the kind, the rest the contents.
-#include "flash/analysis.h"
+#include "analysis/partition_analysis.h"
 #include "fuzz_input.h"
 #include "mtd/partition_table.h"
 

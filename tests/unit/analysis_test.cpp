@@ -1,8 +1,9 @@
 // Analysis of partitions where no command leads: JFFS2, kinds that hold nothing known, read errors, files in
 // volumes.
-#include "flash/analysis.h"
+#include "analysis/partition_analysis.h"
 
-#include "ubi/ubifs_analysis.h"
+#include "analysis/ubifs_analysis.h"
+#include "flash/clean_check.h"
 #include "ubi_test.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "gpiolib/gpiolib.h"
 #include "loader_test.h"
+#include "platform/gpiolib.h"
 #include "prodcfg/record.h"
 
 class board_test : public loader_test {

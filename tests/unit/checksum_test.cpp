@@ -4,8 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include "image/checksum.h"
 #include "loader_test.h"
+#include "util/checksum.h"
 
 namespace {
 

@@ -1,6 +1,7 @@
 // The command tree where no command shows it: entries that open tables, entries that are kept without a
 // command behind them, and what handlers share.
-#include "cli/command.h"
+#include "commands/command.h"
+#include "cli/command_tree.h"
 
 #include "loader_test.h"
 

@@ -1,7 +1,7 @@
 // The control device: request numbers, arguments to the byte, messages, and what counts as success.
-#include "ctrl/control_device.h"
-#include "ctrl/pin_mode.h"
 #include "loader_test.h"
+#include "platform/control_device.h"
+#include "platform/pin_mode.h"
 
 namespace {
 

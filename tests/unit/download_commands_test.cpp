@@ -1,9 +1,9 @@
 // The words of the download commands that no line of the prompt is long enough for: names that do not fit a
 // path.
-#include "cli/command.h"
+#include "commands/command.h"
+#include "commands/network_download.h"
+#include "commands/serial_download.h"
 #include "ethernet.h"
-#include "image/network_commands.h"
-#include "image/serial_commands.h"
 #include "loader_test.h"
 
 namespace {

@@ -3,8 +3,8 @@
 #include <sstream>
 
 #include "board_test.h"
-#include "ctrl/control_device.h"
-#include "ctrl/pin_mode.h"
+#include "platform/control_device.h"
+#include "platform/pin_mode.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The GPIO library: choosing and initialising a table, looking signals up, driving, reading, listing; what is
 // written to the kernel's tree to the byte, and every message.
-#include "gpiolib/gpiolib.h"
+#include "platform/gpiolib.h"
 
 #include "board_test.h"
 

@@ -1,5 +1,5 @@
 // The line drivers of the tk20, where no command leads: ports and boards without signals.
-#include "tty/line_driver.h"
+#include "console/line_driver.h"
 
 #include "board_test.h"
 

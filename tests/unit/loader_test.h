@@ -16,7 +16,7 @@
 
 #include "device_root.h"
 #include "mtd/partition_table.h"
-#include "opmode/mode.h"
+#include "platform/mode.h"
 #include "tty/port.h"
 #include "util/log.h"
 

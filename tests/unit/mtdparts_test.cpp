@@ -1,5 +1,5 @@
 // The size of the UBI partition in the boot environment.
-#include "ubi/mtdparts.h"
+#include "mtd/mtdparts.h"
 
 #include "loader_test.h"
 

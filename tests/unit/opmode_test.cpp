@@ -1,6 +1,6 @@
 // The operating mode: what each product record makes of it, and what the setters accept.
 #include "board_test.h"
-#include "opmode/discover.h"
+#include "platform/discover.h"
 
 namespace {
 

@@ -1,5 +1,6 @@
 // Serial ports: raw settings to the bit, restoring them, receiving a file, what modes are possible where.
 #include "tty/port.h"
+#include "console/console.h"
 
 #include <sys/stat.h>
 

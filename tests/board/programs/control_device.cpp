@@ -3,13 +3,13 @@
 //   control_device LEVEL OPERATION [ARGUMENT]
 //
 // Shows what the operation says at this verbosity, what it stored ("status 0x1"), and last "result 1".
-#include "ctrl/control_device.h"
+#include "platform/control_device.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include "ctrl/pin_mode.h"
+#include "platform/pin_mode.h"
 #include "util/log.h"
 
 namespace {

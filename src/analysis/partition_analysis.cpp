@@ -1,0 +1,307 @@
+// See partition_analysis.h. Tools run: /usr/sbin/jffs2dump, /bin/grep. Requests: MEMGETINFO.
+#include "analysis/partition_analysis.h"
+
+#include <fcntl.h>
+#include <mtd/mtd-user.h>
+#include <sys/ioctl.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "analysis/ubifs_analysis.h"
+#include "flash/raw_io.h"
+#include "image/header.h"
+#include "mtd/partition_table.h"
+#include "prodcfg/record.h"
+#include "util/checksum.h"
+#include "util/command_pipe.h"
+#include "util/exec.h"
+#include "util/log.h"
+#include "util/unique_fd.h"
+
+namespace {
+
+constexpr size_t chunk_size = 1024;
+
+void set_text(char* field, size_t size, const char* text) {
+  memset(field, 0, size);
+  memcpy(field, text, strnlen(text, size));
+}
+
+void set_version(flash_analysis* record, const char* text) {
+  set_text(record->version, sizeof record->version, text);
+}
+
+void set_code(flash_analysis* record, const char* text) {
+  set_text(record->code, sizeof record->code, text);
+}
+
+unique_fd open_readable(const char* dev_name) {
+  return unique_fd(open(dev_name, O_RDONLY | O_CLOEXEC));
+}
+
+// Hands `length` bytes from `offset` on to `take`, in pieces of at most 1024 bytes. Result: false after a
+// read error.
+template <typename Take>
+bool read_pieces(const unique_fd& device, const char* dev_name, uint64_t offset, uint64_t length, Take take) {
+  alignas(uint64_t) uint8_t piece[chunk_size];
+  for (uint64_t done = 0; done < length;) {
+    const auto size = static_cast<size_t>(std::min<uint64_t>(chunk_size, length - done));
+    if (!flash_read_at(device.get(), dev_name, offset + done, piece, size)) {
+      return false;
+    }
+    take(piece, size);
+    done += size;
+  }
+  return true;
+}
+
+bool read_checksum(const unique_fd& device, const char* dev_name, uint64_t offset, uint64_t length,
+                   uint32_t* checksum) {
+  image_checksum_chunks_start();
+  const bool complete = read_pieces(device, dev_name, offset, length, [](const uint8_t* piece, size_t size) {
+    image_checksum_chunks_calc(piece, size);
+  });
+  *checksum = image_checksum_chunks_end();
+  return complete;
+}
+
+// Result: the partition's size in bytes, 0 when the device does not tell.
+uint32_t partition_size(const unique_fd& device) {
+  mtd_info_user info = {};
+  return device && ioctl(device.get(), MEMGETINFO, &info) >= 0 ? info.size : 0;
+}
+
+// The first stage boot loader carries its size at byte 20, as the processor's ROM wants it, and its name
+// at 60.
+bool flash_analyze_bootstrap(const char* dev_name, flash_analysis* record) {
+  log_printf(level_trace, "%s:\n", __func__);
+  constexpr uint64_t size_offset = 20;
+  constexpr uint64_t name_offset = 60;
+  constexpr uint32_t smallest = 256;
+  constexpr uint32_t largest = 16384;
+  const unique_fd device = open_readable(dev_name);
+  uint8_t word[4];
+  if (!device || !flash_read_at(device.get(), dev_name, size_offset, word, sizeof word)) {
+    return false;
+  }
+  const uint32_t size = word[0] | uint32_t{word[1]} << 8 | uint32_t{word[2]} << 16 | uint32_t{word[3]} << 24;
+  if (size < smallest || size > largest) {
+    return false;
+  }
+  char name[64];
+  if (!flash_read_at(device.get(), dev_name, name_offset, name, sizeof name)) {
+    return false;
+  }
+  name[sizeof name - 1] = '\0';
+  char version[sizeof name];
+  // NOLINTNEXTLINE(cert-err34-c): a text is scanned
+  const bool named = sscanf(name, "Solvantra TK10 Bootstrap %63s", version) == 1;
+  set_version(record, named ? version : "-");
+  set_code(record, "-");
+  record->size = size;
+  return read_checksum(device, dev_name, 0, size, &record->crc);
+}
+
+bool flash_analyze_prodcfg(flash_analysis* record) {
+  log_printf(level_trace, "%s:\n", __func__);
+  if (g_product_config_avail == 0) {
+    return false;
+  }
+  char description[sizeof g_product_config.description + 1] = {};
+  memcpy(description, g_product_config.description, sizeof g_product_config.description);
+  const char* version = strstr(description, " v");
+  record->size = g_product_config.total_length;
+  record->crc = g_product_config.checksum;
+  set_version(record, version != nullptr ? version + 2 : "");
+  set_code(record, "-");
+  return true;
+}
+
+void take_identity(const uint8_t* header, flash_analysis* record) {
+  char version[sizeof record->version];
+  char code[sizeof record->code];
+  const bool has_version =
+      image_get_version_string(header + image_field_contents_version, version, sizeof version) != 0;
+  const bool has_code =
+      image_get_product_code_string(header + image_field_product_code, code, sizeof code) != 0;
+  set_version(record, has_version ? version : "-");
+  set_code(record, has_code ? code : "-");
+}
+
+// Boot loader, kernel, config loader: an image header and what it describes.
+bool flash_analyze_rom(const char* dev_name, int image, flash_analysis* record) {
+  log_printf(level_trace, "%s:\n", __func__);
+  const unique_fd device = open_readable(dev_name);
+  uint8_t header[image_header_size];
+  if (!device || read(device.get(), header, sizeof header) != static_cast<ssize_t>(sizeof header)) {
+    log_printf(level_trace, "%s: read() header\n", __func__);
+    return false;
+  }
+  if (image_header_verify(header, sizeof header, 1) == 0) {
+    log_printf(level_trace, "%s: image_header_verify()\n", __func__);
+    return false;
+  }
+  if (image_header_get(header, image_field_contents_type) != mtd_image_type_to_image_contents_type(image)) {
+    log_printf(level_trace, "%s: contents_type\n", __func__);
+    return false;
+  }
+  const uint32_t length = image_header_get(header, image_field_contents_length);
+  uint32_t checksum = 0;
+  if (!read_checksum(device, dev_name, image_header_size, length, &checksum)) {
+    return false;
+  }
+  if (checksum != image_header_get(header, image_field_contents_checksum)) {
+    log_printf(level_trace, "%s: image_checksum()\n", __func__);
+    return false;
+  }
+  record->size = length;
+  record->crc = image_header_get(header, image_field_header_checksum);
+  take_identity(header, record);
+  return true;
+}
+
+// Looks for the length at which the CRC in front of a boot environment fits. The environment may use less
+// than the partition; its length is a power of two.
+class environment_search {
+ public:
+  void add(const uint8_t* piece, size_t size) {
+    if (end_ == 0) {
+      memcpy(&stored_, piece, sizeof stored_);
+      note_used(piece, sizeof stored_);
+      end_ = sizeof stored_;
+      piece += sizeof stored_;
+      size -= sizeof stored_;
+    }
+    crc_ = crc32(crc_, piece, static_cast<uInt>(size));
+    note_used(piece, size);
+    end_ += size;
+    if (found_length_ == 0 && end_ == next_length_) {
+      if (crc_ == stored_) {
+        found_length_ = end_;
+        found_used_ = used_;
+      }
+      next_length_ *= 2;
+    }
+  }
+  bool found() const { return found_length_ != 0; }
+  uint32_t stored_crc() const { return stored_; }
+  uint64_t length() const { return found_length_; }
+  uint64_t used() const { return found_used_; }
+
+ private:
+  void note_used(const uint8_t* piece, size_t size) {
+    for (size_t i = size; i > 0; --i) {
+      if (piece[i - 1] != 0xFF) {
+        used_ = end_ + i;
+        return;
+      }
+    }
+  }
+
+  uint32_t stored_ = 0;
+  uLong crc_ = 0;
+  uint64_t end_ = 0;             // bytes seen
+  uint64_t used_ = 0;            // bytes up to the last that is not erased
+  uint64_t next_length_ = 2048;  // the next length to try
+  uint64_t found_length_ = 0;
+  uint64_t found_used_ = 0;
+};
+
+bool flash_analyze_boot_env(const char* dev_name, flash_analysis* record) {
+  log_printf(level_trace, "%s:\n", __func__);
+  const unique_fd device = open_readable(dev_name);
+  const uint32_t size = partition_size(device);
+  environment_search search;
+  const auto take = [&search](const uint8_t* piece, size_t length) { search.add(piece, length); };
+  if (size == 0 || !read_pieces(device, dev_name, 0, size, take) || !search.found()) {
+    return false;
+  }
+  record->crc = search.stored_crc();
+  record->size = search.used();
+  log_printf(level_verbose, "%s: max_size=%u, used_size=%u\n", __func__,
+             static_cast<unsigned>(search.length()), static_cast<unsigned>(search.used()));
+  set_version(record, "-");
+  set_code(record, "-");
+  return true;
+}
+
+bool analyze_file_system(const char* dev_name, int format, flash_analysis* record) {
+  switch (format) {
+    case mtd_format_jffs2:
+      return flash_analyze_jffs2(dev_name, record) != 0;
+    case mtd_format_ubifs:
+      return ubi_ubifs_analyze(dev_name, record) != 0;
+    default:
+      return false;
+  }
+}
+
+// The number behind `key`, 0 when absent.
+unsigned number_behind(const char* text, const char* key) {
+  const char* found = strstr(text, key);
+  unsigned number = 0;
+  if (found != nullptr) {
+    // NOLINTNEXTLINE(cert-err34-c): what the tool prints is compared with the partition's size
+    sscanf(found + strlen(key), "%u", &number);
+  }
+  return number;
+}
+
+bool analyze_by_kind(const char* dev_name, int image, int format, flash_analysis* record) {
+  switch (image) {
+    case mtd_image_bootstrap:
+      return flash_analyze_bootstrap(dev_name, record);
+    case mtd_image_product_config:
+      return flash_analyze_prodcfg(record);
+    case mtd_image_bootloader:
+    case mtd_image_kernel:
+    case mtd_image_config_loader:
+      return flash_analyze_rom(dev_name, image, record);
+    case mtd_image_boot_env:
+      return flash_analyze_boot_env(dev_name, record);
+    case mtd_image_rootfs:
+    case mtd_image_filesystem:
+    case mtd_image_privatefs:
+    case mtd_image_userfs:
+      return analyze_file_system(dev_name, format, record);
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+int flash_analyze(const char* dev_name, int image, int format, flash_analysis* record) {
+  return analyze_by_kind(dev_name, image, format, record) ? 1 : 0;
+}
+
+int flash_analyze_jffs2(const char* dev_name, flash_analysis* record) {
+  log_printf(level_trace, "%s:\n", __func__);
+  const uint32_t size = partition_size(open_readable(dev_name));
+  command_line line;
+  if (size == 0 ||
+      !compose_command(line, "/usr/sbin/jffs2dump -v -c %s | /bin/grep \"Empty space:\"", dev_name)) {
+    return 0;
+  }
+  log_printf(level_verbose, "%s: popen(%s)\n", __func__, line.text());
+  const command_pipe dump(line.text(), "r");
+  if (!dump) {
+    log_printf(level_error, "%s: popen(%s) error(%s)\n", __func__, line.text(), strerror(errno));
+    return 0;
+  }
+  record->crc = 0;
+  set_version(record, "-");
+  set_code(record, "-");
+  char output[256];
+  if (fgets(output, sizeof output, dump.stream()) == nullptr) {
+    return 0;
+  }
+  const uint64_t empty = number_behind(output, "Empty space: ");
+  const uint64_t dirty = number_behind(output, "dirty space: ");
+  record->size = size - empty;
+  return empty + dirty < size ? 1 : 0;
+}

@@ -1,0 +1,75 @@
+// See builtins.h. Tools run: /sbin/reboot, /usr/bin/top, /bin/ps, /bin/dmesg.
+#include "commands/builtins.h"
+
+#include <cstring>
+
+#include "commands/affirm.h"
+#include "commands/command.h"
+#include "util/exec.h"
+#include "util/log.h"
+#include "util/parse.h"
+
+const char* const version_date = __DATE__;
+const char* const version_time = __TIME__;
+
+void print_banner() {
+  log_printf(level_plain, "%s (%s %s)\n", "Zentavio Solvantra Recovery Loader v3.1.0.0R1", version_date,
+             version_time);
+}
+
+void cmd_version() {
+  log_printf(level_trace, "%s:\n", __func__);
+  print_banner();
+}
+
+void cmd_quit() {}
+
+void cmd_verbose() {
+  log_printf(level_trace, "%s:\n", __func__);
+  if (const char* text = token_shift()) {
+    const uint32_t level = strtou32(text, nullptr, 0);
+    if (level == 0) {
+      log_printf(level_error, "Invalid verbose level '%s'\n", text);
+    } else {
+      log_level = level;
+    }
+  }
+  log_printf(level_plain, "verbosity is %u\n", log_level);
+}
+
+void cmd_affirm() {
+  log_printf(level_trace, "%s:\n", __func__);
+  if (const char* option = token_shift()) {
+    if (strcmp(option, "on") == 0) {
+      affirm_on = 1;
+    } else if (strcmp(option, "off") == 0) {
+      affirm_on = 0;
+    } else {
+      log_printf(level_error, "invalid affirm option=%s\n", option);
+    }
+  }
+  log_printf(level_plain, "affirm is %s\n", affirm_on != 0 ? "ON" : "OFF");
+}
+
+void cmd_reset() {
+  log_printf(level_trace, "%s:\n", __func__);
+  if (exec_system_cmd("/sbin/reboot") != 0) {
+    log_printf(level_error, "Reset Failed\n");
+  }
+}
+
+void cmd_show_system() {
+  log_printf(level_trace, "%s:\n", __func__);
+  token_shift();  // an item may be named; all are shown
+  log_printf(level_plain, "\n");
+  exec_system_cmd("/usr/bin/top -b -n1");
+  exec_system_cmd("/bin/ps");
+  log_printf(level_plain, "\n");
+}
+
+void cmd_show_klog() {
+  log_printf(level_trace, "%s:\n", __func__);
+  if (exec_system_cmd("/bin/dmesg") != 0) {
+    _print_done_success_failure(0);
+  }
+}

@@ -1,0 +1,135 @@
+// The command "flash analyze": the table of what each partition holds.
+#include "commands/flash_analyze.h"
+
+#include "analysis/partition_analysis.h"
+#include "analysis/ubifs_analysis.h"
+#include "bootenv/environment.h"
+#include "commands/command.h"
+#include "flash/clean_check.h"
+#include "mtd/mtdparts.h"
+#include "mtd/partition_table.h"
+#include "util/log.h"
+#include "util/signals.h"
+#include "util/text_buffer.h"
+
+namespace {
+
+#define ANALYZE_HEADING_FORMAT "%-10s %-15s %-3s %-9s %-12s %-3s %-10s %-8s\n"
+
+// What the command knows of the device before it walks the table.
+struct device_state {
+  int active_bank;
+  bool ubi0_is_clean;
+};
+
+// The right part of a row, "-" where nothing is known.
+struct row_findings {
+  const char* status = "-";
+  text_buffer<17> version;
+  text_buffer<5> code;
+  text_buffer<17> size_hex;
+  text_buffer<9> crc_hex;
+
+  row_findings() {
+    version.format("-");
+    code.format("-");
+    size_hex.format("-");
+    crc_hex.format("-");
+  }
+  void set_size(uint64_t bytes) { size_hex.format("%llx", static_cast<unsigned long long>(bytes)); }
+  void set_record(const flash_analysis& record) {
+    set_size(record.size);
+    if (record.crc != 0) {
+      crc_hex.format("%08x", record.crc);
+    }
+    version.format("%.16s", record.version);
+    code.format("%.4s", record.code);
+  }
+};
+
+// Rows of the schema that is not in use say nothing about the device.
+bool is_of_other_schema(const mtd_partition& row, int active_bank) {
+  const bool dual_row = row.bank == mtd_bank_1 || row.bank == mtd_bank_2;
+  return active_bank == mtd_bank_single ? dual_row : row.bank == mtd_bank_single;
+}
+
+uint64_t ubi_partition_size(const mtd_partition& row) {
+  uint32_t size_kib = 0;
+  return ubi_get_mtd_size_from_env(row.part_name, &size_kib) != 0 ? uint64_t{size_kib} * 1024
+                                                                  : ubi0_mtd_size_max;
+}
+
+const char* status_of_recognised(const mtd_partition& row, const flash_analysis& record, int active_bank) {
+  if (record.clean != 0) {
+    return "clean";
+  }
+  return row.bank == mtd_bank_none || row.bank == active_bank ? "active" : "inactive";
+}
+
+row_findings examine(const mtd_partition& row, const device_state& device) {
+  row_findings findings;
+  const bool in_ubi = row.format == mtd_format_ubifs;
+  if (is_of_other_schema(row, device.active_bank) || row.image == mtd_image_reserved) {
+    return findings;
+  }
+  if (row.format == mtd_format_ubi) {
+    findings.set_size(ubi_partition_size(row));
+    return findings;
+  }
+  if (in_ubi && device.ubi0_is_clean) {
+    findings.status = "clean";
+    return findings;
+  }
+  flash_analysis record = {};
+  if (flash_analyze(row.dev_name, row.image, row.format, &record) != 0) {
+    findings.set_record(record);
+    findings.status = status_of_recognised(row, record, device.active_bank);
+    return findings;
+  }
+  const bool clean = in_ubi ? device.ubi0_is_clean : flash_is_clean(row.dev_name) != 0;
+  findings.status = clean ? "clean" : "dirty";
+  return findings;
+}
+
+void print_row(const mtd_partition& row, const device_state& device) {
+  log_printf(level_plain, "%-10s %-15s %-3s ", mtd_short_node(row), row.part_name,
+             mtd_bank_string_short[row.bank]);
+  const row_findings findings = examine(row, device);
+  log_printf(level_plain, "%-9s %-12s %-2s  %9s  %8s\n", findings.status, findings.version.text(),
+             findings.code.text(), findings.size_hex.text(), findings.crc_hex.text());
+}
+
+void print_table(const device_state& device) {
+  const mtd_partition* row = nullptr;
+  while (test_interrupted == 0 && (row = mtd_get_by_type(row, mtd_type_any)) != nullptr) {
+    print_row(*row, device);
+  }
+}
+
+}  // namespace
+
+void cmd_flash_analyze() {
+  log_printf(level_trace, "%s:\n", __func__);
+  if (const char* surplus = token_shift()) {
+    helper_invalid_parameter(surplus);
+    return;
+  }
+  device_state device = {};
+  const int bank = uboot_env_get_active_bank();
+  device.active_bank = bank != mtd_bank_none ? bank : static_cast<int>(mtd_bank_1);
+  sigint_install_test_interrupt();
+  log_printf(level_plain, "\n" ANALYZE_HEADING_FORMAT, "partition", "name", "bk", "status", "version", "pc",
+             "size-hex", "crc-hex");
+  log_printf(level_plain, ANALYZE_HEADING_FORMAT, "---------", "--------------", "--", "--------",
+             "-----------", "--", "---------", "--------");
+  device.ubi0_is_clean = ubi_is_clean("ubi0") != 0;
+  log_printf(level_verbose, "ubi0_is_clean=%d\n", device.ubi0_is_clean ? 1 : 0);
+  print_table(device);
+  log_printf(level_plain, "\n");
+  sigint_install_ignore();
+  const bool interrupted = test_interrupted != 0;
+  if (interrupted) {
+    log_printf(level_error, "Terminated by signal\n");
+  }
+  _print_done_success_failure(interrupted ? 0 : 1);
+}

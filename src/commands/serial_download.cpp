@@ -1,0 +1,135 @@
+// See serial_commands.h.
+#include "commands/serial_download.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "commands/command.h"
+#include "commands/download.h"
+#include "image/header.h"
+#include "image/stream_form.h"
+#include "mtd/partition_table.h"
+#include "tty/port.h"
+#include "util/file.h"
+#include "util/log.h"
+#include "util/parse.h"
+
+namespace {
+
+constexpr unsigned settle_seconds = 1;
+
+// Takes an optional port number and speed. Result: false after an error.
+bool take_port_and_rate(tty_port& port) {
+  uint32_t number;
+  if (const char* word = token_shift()) {
+    if (strdectoul(word, &number) == 0 || number > tty_highest_port) {
+      log_printf(level_error, "Invalid serial port '%s', range is %i to %i\n", word, 0, tty_highest_port);
+      return false;
+    }
+    port.port = static_cast<int32_t>(number);
+  }
+  if (const char* word = token_shift()) {
+    if (strdectoul(word, &number) == 0 || tty_speed_is_valid(number) == 0) {
+      log_printf(level_error, "Invalid baud rate '%s'\n", word);
+      return false;
+    }
+    port.speed = number;
+  }
+  return true;
+}
+
+int selected(image_contents type) {
+  return (image_download_mask & image_contents_bit(type)) != 0 ? 1 : 0;
+}
+
+void log_download(const char* caller, const tty_port& port, int bank) {
+  const char* bank_name = mtd_bank_string[bank];
+  const int speed = static_cast<int>(port.speed);
+  log_printf(level_info, "%s: bank=%s dev=%s%i speed=%i\n", caller, bank_name, port.device, port.port, speed);
+  log_printf(level_info,
+             "%s: tty_dev=%s%i speed=%i bank=%s bs(%i)=%i bl(%i)=%i krn(%i)=%i rfsje(%i)=%i rfsu(%i)=%i "
+             "rfsl(%i)=%i\n",
+             caller, port.device, port.port, speed, bank_name,                                    //
+             image_contents_bootstrap, selected(image_contents_bootstrap),                        //
+             image_contents_bootloader, selected(image_contents_bootloader),                      //
+             image_contents_kernel, selected(image_contents_kernel),                              //
+             image_contents_rootfs_jffs2_or_ext2, selected(image_contents_rootfs_jffs2_or_ext2),  //
+             image_contents_rootfs_ubifs_16keb, selected(image_contents_rootfs_ubifs_16keb),      //
+             image_contents_rootfs_tar_lzma, selected(image_contents_rootfs_tar_lzma));
+}
+
+// Installs what arrives at the port. Messages are held back meanwhile: the port may be the console.
+bool install_from_port(tty_port& port, int bank) {
+  log_suspend();
+  bool installed = false;
+  if (tty_open_raw(&port) == 0) {
+    log_printf(level_error, "Failed to open serial port (%s)\n", strerror(errno));
+  } else {
+    installed = image_write_fd(nullptr, port.fd, bank, image_download_mask, 1) != 0;
+    // On the console's line the rest of a refused image, or what follows a complete one, would be run as
+    // commands. Its sender has the chance to stop; another line may go on for ever.
+    if (port.port == tty_cli.port) {
+      tty_discard_until_silent(&port, settle_seconds);
+    }
+    tty_close_raw(&port);
+  }
+  sleep(settle_seconds);
+  log_resume();
+  return installed;
+}
+
+}  // namespace
+
+void cmd_flash_download_serial() {
+  log_printf(level_trace, "%s:\n", __func__);
+  tty_port port = tty_cli;
+  int bank = mtd_bank_1;
+  if (const char* word = token_shift()) {
+    bank = image_bank_from_word(word);
+    if (bank == mtd_bank_none) {
+      log_printf(level_error, "Invalid flash bank '%s'\n", word);
+      return;
+    }
+  }
+  if (!take_port_and_rate(port)) {
+    return;
+  }
+  log_download(__func__, port, bank);
+  unlink(image_download_header_path);
+  log_printf(level_plain, "Begin serial download...\n");
+  sleep(settle_seconds);
+  const bool installed = install_from_port(port, bank);
+  if (!installed) {
+    log_printf(level_error, "Failed to write firmware image\n");
+  }
+  unlink(image_download_header_path);
+  _print_done_success_failure(installed ? 1 : 0);
+}
+
+void cmd_file_download_serial() {
+  log_printf(level_trace, "%s:\n", __func__);
+  tty_port port = tty_cli;
+  const char* name = token_shift();
+  if (name == nullptr) {
+    helper_incomplete_command();
+    return;
+  }
+  char path[256];
+  if (filename_copy_and_maybe_add_path(path, sizeof path, image_download_directory, name) == 0) {
+    log_printf(level_error, "Invalid file name or path '%s'\n", name);
+    return;
+  }
+  if (!take_port_and_rate(port)) {
+    return;
+  }
+  log_printf(level_info, "%s: filename=%s dev=%s%i speed=%i\n", __func__, path, port.device, port.port,
+             static_cast<int>(port.speed));
+  const bool received = tty_download(&port, path) != 0;
+  if (!received) {
+    unlink(path);
+    log_printf(level_error, "serial download failed\n");
+  }
+  _print_done_success_failure(received ? 1 : 0);
+}

@@ -1,0 +1,232 @@
+// See console.h. Paths: /proc/cmdline, /dev/ttySN.
+#include "console/console.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "console/line_driver.h"
+#include "platform/mode.h"
+#include "util/log.h"
+#include "util/text_buffer.h"
+#include "util/unique_fd.h"
+
+namespace {
+
+using device_path = text_buffer<32>;
+
+device_path path_of(const tty_port& port) {
+  device_path path;
+  path.format("%s%i", port.device, port.port);
+  return path;
+}
+
+// Opens the console's port on the standard descriptor `fd`. When the port cannot be opened the descriptor
+// keeps what it had, for a shell without a descriptor 0 would answer to nobody; standard error goes where
+// standard output has gone. It is the last, and nothing may hold the old port when it is opened: only then is
+// the session free to take the new port for its terminal, the one whose Ctrl-C it hears.
+bool reopen_descriptor(int fd, const char* path) {
+  const int flags = fcntl(fd, F_GETFL);
+  const int substitute = fd == STDERR_FILENO ? STDOUT_FILENO : fd;
+  const unique_fd spare(fcntl(substitute, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  close(fd);
+  // Not blocking, for an open that waits for a carrier would never end.
+  const int opened = open(path, O_RDWR | O_NONBLOCK);
+  if (opened != fd) {
+    const int error = errno;
+    if (opened >= 0) {
+      close(opened);
+    }
+    if (spare) {
+      dup2(spare.get(), fd);
+    }
+    errno = error;
+    perror("tty_remap_stdio: open()");  // not before: `fd` may be the one that it is written to
+    return false;
+  }
+  fcntl(fd, F_SETFL, flags != -1 ? flags : O_RDWR);
+  return true;
+}
+
+termios console_settings(const tty_port& port, speed_t speed) {
+  termios settings = {};
+  settings.c_iflag = IGNBRK | ICRNL;
+  settings.c_oflag = OPOST | ONLCR;
+  settings.c_cflag = speed | CS8 | CREAD | CLOCAL;
+  if (port.flow == tty_flow_hw) {
+    settings.c_cflag |= CRTSCTS;
+  }
+  settings.c_cc[VINTR] = 3;
+  settings.c_cc[VERASE] = 8;
+  settings.c_cc[VMIN] = 1;
+  settings.c_cc[VTIME] = 0;
+  return settings;
+}
+
+// Gives descriptor 0 the console's settings and its line driver the mode. On failure after a change
+// `fallback` is applied again.
+bool set_termios(const tty_port& port, const termios& fallback, termios* applied) {
+  termios previous;
+  if (tcgetattr(STDIN_FILENO, &previous) != 0) {
+    perror("tty_set_termios: tcgetattr(prev_tio)");
+    return false;
+  }
+  speed_t speed;
+  if (!tty_speed_constant(port.speed, &speed)) {
+    errno = EINVAL;
+    perror("tty_set_termios: speed");
+    return false;
+  }
+  *applied = console_settings(port, speed);
+  if (tcsetattr(STDIN_FILENO, TCSANOW, applied) != 0) {
+    perror("tty_set_termios: tcsetattr()");
+    tcsetattr(STDIN_FILENO, TCSANOW, &fallback);
+    return false;
+  }
+  if (!tty_configure_mode(port)) {
+    perror("tty_set_termios: tty_configure_mode()");
+    tcsetattr(STDIN_FILENO, TCSANOW, &fallback);
+    return false;
+  }
+  return true;
+}
+
+const char* termination_text(const tty_port& port) {
+  if (port.mode == tty_mode_rs232) {
+    return "n/a";
+  }
+  return port.termination != 0 ? "on" : "off";
+}
+
+}  // namespace
+
+void get_cli_console_from_cmdline() {
+  FILE* file = fopen("/proc/cmdline", "re");
+  if (file == nullptr) {
+    log_printf(level_error, "Failed to open /proc/cmdline to get cli_console settings\n");
+    return;
+  }
+  char line[255];
+  const bool have_line = fgets(line, sizeof line, file) != nullptr;
+  fclose(file);
+  if (!have_line) {
+    log_printf(level_error, "Failed to read /proc/cmdline to get cli_console settings\n");
+    return;
+  }
+  const char* setting = strstr(line, "cli_console=");
+  if (setting == nullptr) {
+    log_printf(level_error, "Failed to find cli_console= in kernel cmdline -- using defaults\n");
+    return;
+  }
+  int port = 0;
+  int speed = 0;
+  // NOLINTNEXTLINE(cert-err34-c): any number is taken here; one that is no port or speed fails when mapped
+  if (sscanf(setting, "cli_console=ttyS%d,%d", &port, &speed) != 2) {
+    log_printf(level_error, "Failed to parse cli_console= in kernel cmdline -- using defaults\n");
+    return;
+  }
+  tty_cli.port = port;
+  tty_cli.speed = static_cast<uint32_t>(speed);
+}
+
+void tty_init() {
+  memset(static_cast<void*>(&tty_cli), 0, sizeof tty_cli);
+  tty_cli.fd = -1;
+  tty_cli.device = "/dev/ttyS";
+  tty_cli.port = 1;
+  tty_cli.speed = 115200;
+  tty_cli.mode = tty_mode_rs232;
+  tty_cli.flow = tty_flow_hw;
+  get_cli_console_from_cmdline();
+  if (tty_remap_stdio(&tty_cli, 0) == 0) {
+    log_printf(level_error, "Error in remapping stdio to %s%i\n", tty_cli.device, tty_cli.port);
+  }
+}
+
+int tty_validate_settings(const tty_port* port) {
+  if (port->mode == tty_mode_rs232) {
+    return 1;
+  }
+  if (port->port == 0) {
+    log_printf(level_error, "%s not valid on %s%d\n", tty_mode_names[port->mode], port->device, port->port);
+    return 0;
+  }
+  if (g_opmode_board == opmode_board_tk20) {
+    return 1;
+  }
+  log_printf(level_error, "%s not valid in current operational mode (%s)\n", tty_mode_names[port->mode],
+             opmode_board_names[g_opmode_board]);
+  return 0;
+}
+
+int tty_remap_stdio(tty_port* port, unsigned delay_seconds) {
+  const device_path path = path_of(*port);
+  log_printf(level_verbose, "%s: dev=%s%i delay_secs=%u\n", __func__, port->device, port->port,
+             delay_seconds);
+  tcgetattr(STDIN_FILENO, &port->saved_termios);
+  const termios fallback = port->saved_termios;
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (!reopen_descriptor(fd, path.text())) {
+      return 0;
+    }
+  }
+  port->fd = STDIN_FILENO;
+  termios applied;
+  if (!set_termios(*port, fallback, &applied)) {
+    perror("tty_remap_stdio: tty_set_termios()");
+    return 0;
+  }
+  port->saved_termios = fallback;
+  port->applied_termios = applied;
+  if (port != &tty_cli) {
+    memcpy(static_cast<void*>(&tty_cli), port, sizeof tty_cli);
+  }
+  if (delay_seconds != 0) {
+    sleep(delay_seconds);
+  }
+  tty_show_console();
+  return 1;
+}
+
+void tty_show_console() {
+  log_printf(level_plain, "\n");
+  log_printf(level_plain, "Current console settings:\n");
+  log_printf(level_plain, "  Device: %s%d\n", tty_cli.device, tty_cli.port);
+  log_printf(level_plain, "  Mode:   %s\n", tty_mode_names[tty_cli.mode]);
+  log_printf(level_plain, "  Speed:  %i bps\n", static_cast<int>(tty_cli.speed));
+  log_printf(level_plain, "  Flow:   %s\n", tty_flow_names[tty_cli.flow]);
+  log_printf(level_plain, "  Term:   %s\n", termination_text(tty_cli));
+  log_printf(level_plain, "\n");
+}
+
+void tty_restore_cli_input() {
+  if (tty_cli.fd != STDIN_FILENO || fcntl(STDIN_FILENO, F_GETFD) != -1) {
+    return;
+  }
+  const int opened = open(path_of(tty_cli).text(), O_RDWR | O_NONBLOCK);
+  if (opened != STDIN_FILENO) {
+    if (opened >= 0) {
+      close(opened);
+    }
+    return;
+  }
+  fcntl(STDIN_FILENO, F_SETFL, O_RDWR);
+  // Nothing was applied when the console could not be set up at start-up; then it stays as it is.
+  if (tty_cli.applied_termios.c_cflag != 0) {
+    tcsetattr(STDIN_FILENO, TCSANOW, &tty_cli.applied_termios);
+  }
+}
+
+int tty_set_isig(int on) {
+  termios settings = {};
+  tcgetattr(STDIN_FILENO, &settings);
+  if (on != 0) {
+    settings.c_lflag |= ISIG;
+  } else {
+    settings.c_lflag &= ~static_cast<tcflag_t>(ISIG);
+  }
+  return tcsetattr(STDIN_FILENO, TCSANOW, &settings);
+}

@@ -1,0 +1,30 @@
+// The console: which port it is, its terminal settings, and how the shell moves onto it.
+#pragma once
+
+#include "tty/port.h"
+
+/// Start-up: sets the defaults, takes port and speed from the kernel command line and maps the standard
+/// descriptors onto the port. A failure is logged and leaves whatever state resulted.
+void tty_init();
+
+/// Sets port and speed of `tty_cli` from "cli_console=ttyS%d,%d" in /proc/cmdline; unchecked. Errors are
+/// logged and leave both as they are.
+void get_cli_console_from_cmdline();
+
+/// Makes the record's port the console: standard input, output and error are opened on it anew and given the
+/// console's settings. On success the record is stored in `tty_cli`, `delay_seconds` pass, and the settings
+/// are printed. Result: 1, or 0 after a text on standard error. A failure once the descriptors were moved
+/// leaves them on the new port.
+int tty_remap_stdio(tty_port* port, unsigned delay_seconds);
+
+/// Result: 1 when the mode is possible on the port and board, else 0 after an error.
+int tty_validate_settings(const tty_port* port);
+
+/// Prints the console's settings.
+void tty_show_console();
+
+/// Opens standard input on the console again if an operation has closed it. Nothing is logged.
+void tty_restore_cli_input();
+
+/// Switches signals of the terminal on standard input on or off. Result: that of setting the attributes.
+int tty_set_isig(int on);

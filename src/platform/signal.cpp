@@ -1,0 +1,6 @@
+// See signal.h.
+#include "platform/signal.h"
+
+const char* const gpiolib_direction_names[gpiolib_direction_count] = {"in", "out", "-"};
+const char* const gpiolib_resistor_names[gpiolib_resistor_count] = {"up", "down", "none"};
+const char* const gpiolib_state_names[gpiolib_state_count] = {"0", "1", "-"};
