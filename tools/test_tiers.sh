@@ -87,13 +87,15 @@ tier_unit() {
 
 tier_console() {
     build_preset release || return 1
-    timeout 900 /usr/bin/python3 -m pytest -q -n 6 -p no:cacheprovider "--junitxml=$results/console.xml" tests/console
+    timeout 900 /usr/bin/python3 -m pytest -q -n 6 -p no:cacheprovider "--junitxml=$results/console.xml" -m "not board" \
+        tests/console tests/both
 }
 
 tier_board() {
     build_preset release || return 1
     # More boards than cores: most of their time is waiting, too.
-    timeout 1100 /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider "--junitxml=$results/board.xml" tests/board
+    timeout 1100 /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider "--junitxml=$results/board.xml" -m "not root" \
+        tests/board tests/both
 }
 
 tier_arm() {

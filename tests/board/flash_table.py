@@ -3,7 +3,7 @@
     assert dev.command("flash analyze") == table(("active", "1.5", "-", "1234", "345a59fa"), ("clean",), ...) + SUCCESS
 """
 
-from shell_session import PARTITIONS
+from board_session import PARTITIONS
 from ubi_device import VOLUMES
 
 _NAMES = (*PARTITIONS, *VOLUMES)

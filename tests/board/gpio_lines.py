@@ -1,11 +1,8 @@
 """The kernel's GPIO lines behind the signals of a board.
 
     expect_lines(dev, TK20)                        # exactly these are exported, in these directions, at these levels
-    with only_changed(dev, 74):                    # no other line is touched in any way
-        dev.command("gpiolib set FAULT_LED 0")
 """
 
-import contextlib
 import re
 
 from signals import lines
@@ -34,11 +31,3 @@ def expect_lines(dev, rows):
     """Exactly the lines of these rows are exported, in the direction and at the level that stands there."""
     assert exported(dev) == lines(rows)
 
-
-@contextlib.contextmanager
-def only_changed(dev, *numbers):
-    """What happens inside touches each of these lines and no other: not even to drive it to the level that it has."""
-    before = dev.board.gpio()
-    yield
-    after = dev.board.gpio()
-    assert {number for number in after if after[number] != before[number]} == set(numbers)

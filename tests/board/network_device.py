@@ -9,11 +9,11 @@ import hashlib
 
 import real_images
 import ubi_device
-from shell_session import FAILURE, PARTITIONS, PATIENCE
+from board_session import PARTITIONS, PATIENCE
+from texts import FAILURE
 from ubi_device import attached, expect_given_back, make, root_files, ubifs
 
 FETCHING = "NOTE: Using interface 'eth0'\nRetrieving file 'image.rom' via tftp ...\n"
-PREPARING, INSTALLING = "Preparing ...\n", "Installing ...\n"
 NOT_FETCHED = "ERROR: Failed to download image information\n" + FAILURE
 NOT_WRITTEN = "ERROR: Failed to write firmware image\n" + FAILURE
 NO_DATA, SILENCE = "[No data available]\n", "[Connection timed out]\n"

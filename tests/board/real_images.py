@@ -10,7 +10,7 @@ import tempfile
 from pathlib import Path
 
 import images
-from shell_session import BUILD
+from board_session import BUILD
 
 # Firmware that comes with the emulator's packages, of 40 to 250 kB: a serial line is slow, and slower on busy cores.
 _FIRMWARE, _ROMS = Path("/usr/share/seabios"), Path("/usr/lib/ipxe/qemu")

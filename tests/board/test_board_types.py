@@ -3,10 +3,11 @@ shell made of it."""
 
 import contextlib
 
-from gpio_lines import expect_lines, exported, only_changed
-from product import board_record, mode_block
-from shell_session import SUCCESS, ShellSession
+from board_session import BoardSession
+from gpio_lines import expect_lines, exported
+from product import mode_block
 from signals import TK10_MFG, TK20, TK20_DIO2X1R, lines, listing, with_levels
+from texts import FAILURE, SUCCESS
 
 # Lines of the fixture that are outputs of the tk20, and their defaults there.
 OUTPUTS_OF_THE_TK20 = {74: 1, 77: 0, 86: 1, 88: 1}
@@ -16,9 +17,9 @@ OUTPUTS_OF_THE_TK20 = {74: 1, 77: 0, 86: 1, 88: 1}
 def started(directory, product_id, hwcfg, mode, rows):
     """A board with this record, after a start that made of it what it should: the mode, and the lines of these rows and
     no others. Inputs are high, as nothing is wired to them. Nothing is asked of the control device."""
-    with ShellSession(directory) as dev:
-        dev.board.flash_fill("prod_config", board_record(product_id, hwcfg))
-        shown = dev.start()
+    with BoardSession(directory) as dev:
+        dev.give_model(product_id, hwcfg)
+        shown = dev.boot()
         assert shown.endswith(mode_block(*mode) + "\n") and "ERROR" not in shown
         assert dev.command("show opmode") == mode_block(*mode) + "\n"
         assert dev.command("show product id") == f"\n  Product ID: {product_id}\n\n" + SUCCESS
@@ -75,7 +76,7 @@ def test_tk20(tmp_path):
         expect_lines(dev, full)
 
         # Of what is no I/O option, or no board, nothing is touched; the number of ports is no matter either.
-        with only_changed(dev):
+        with dev.only_changed():
             set_mode(dev, "serports 1")
             for words in "io DIO2X1R", "board TK20", "serports 33":
                 assert dev.command(f"set opmode {words}") == f"ERROR: Invalid parameter '{words.split()[1]}'\n"
@@ -102,10 +103,10 @@ def test_tk10_mfg(tmp_path):
     with started(tmp_path, "P7", None, ("tk10_mfg", "none", 2), TK10_MFG) as dev:
         rows = with_inputs(TK10_MFG, 1)
         expect_inputs_shown(dev, rows)
-        with only_changed(dev):
+        with dev.only_changed():
             for signal, number in ("CP8", 36), ("TX2", 70), ("NRESETIN", -1):
                 assert dev.command(f"gpiolib set {signal} 1") == (
-                    f"ERROR: gpio{number} ({signal}) is not an output\nDone: FAILURE\n")
+                    f"ERROR: gpio{number} ({signal}) is not an output\n" + FAILURE)
         set_mode(dev, "board default")
         expect_lines(dev, "")
         set_mode(dev, "board tk20")
@@ -114,9 +115,9 @@ def test_tk10_mfg(tmp_path):
 
 def test_tk10_eval(tmp_path):
     with started(tmp_path, "P1", "sp1,rs", ("tk10_eval", "none", 1), "") as dev:
-        with only_changed(dev):
+        with dev.only_changed():
             assert dev.command("gpiolib set FAULT_LED 1") == (
-                "ERROR: Invalid number or name 'FAULT_LED'\nDone: FAILURE\n")
+                "ERROR: Invalid number or name 'FAULT_LED'\n" + FAILURE)
             set_mode(dev, "io dio2x1r")
         set_mode(dev, "board tk20")
         expect_lines(dev, with_inputs(TK20_DIO2X1R, 1))
@@ -126,6 +127,6 @@ def test_unknown(tmp_path):
     with started(tmp_path, "XY12", None, ("unknown", "none", 0), "") as dev:
         set_mode(dev, "board tk10_mfg")
         expect_lines(dev, with_inputs(TK10_MFG, 1))
-        with only_changed(dev, *lines(TK10_MFG)):
+        with dev.only_changed(*lines(TK10_MFG)):
             set_mode(dev, "board unknown")
         expect_lines(dev, "")

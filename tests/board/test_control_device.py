@@ -5,7 +5,8 @@ import errno
 
 import pytest
 
-from shell_session import BUILD, FAILURE, SUCCESS
+from board_session import BUILD
+from texts import FAILURE, SUCCESS
 
 PROGRAM = "/tmp/control_device"
 NOT_THERE = "No such file or directory"

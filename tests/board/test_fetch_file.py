@@ -6,11 +6,11 @@ import hashlib
 import pytest
 
 import images
-from shell_session import FAILURE, PATIENCE, SUCCESS
+from board_session import PATIENCE
+from texts import FAILURE, SUCCESS
 from tftp_server import Stops
 from wired_network import DHCP, HOST, LEASE, NO_PRODUCT, NOBODY, USING_ETH0, info
 
-CTRL_C = "\x03"
 MEBIBYTE = 1 << 20
 CLEAR = "find /tmp /root -type f -exec rm {} +"
 # What the client says when it fails, and what comes of it.
@@ -93,7 +93,7 @@ def test_ctrl_c_while_a_server_does_not_answer(dev, served):
     (served / "file").write_bytes(b"file")
     dev.type(f"file download network {NOBODY} file")
     dev.board.sh("until pidof tftp; do usleep 20000; done", PATIENCE, check=True)
-    dev.board.console.send(CTRL_C)
+    dev.interrupt()
     assert dev.text_until_prompt().endswith("\nERROR: Terminated by signal\nERROR: TFTP get failed\n" + FAILURE)
     assert dev.board.sh("pidof tftp").status != 0
     assert fetched(dev) == {}

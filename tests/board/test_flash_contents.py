@@ -10,8 +10,9 @@ import images
 import product
 import real_images
 import ubi_device
+from board_session import PATIENCE, BoardSession
 from flash_table import row, table
-from shell_session import FAILURE, PATIENCE, SUCCESS, ShellSession
+from texts import FAILURE, SUCCESS
 from ubi_device import expect_given_back, make, root_files, ubifs, usable_lebs
 from vboard import layout
 
@@ -38,7 +39,7 @@ def checksum_field(part):
 @pytest.fixture
 def dev(tmp_path):
     """A device of its own: the product record is read once, at the start."""
-    with ShellSession(tmp_path) as session:
+    with BoardSession(tmp_path) as session:
         yield session
         session.check()
 
@@ -54,7 +55,7 @@ def test_something_of_everything(dev):
     volumes = make(rootfs_1=ubifs(root_files("3.1.0.0R1")), rootfs_2=ubifs(root_files("3.2.0.15R27-beta")),
                    vexo_private=ubifs(ubi_device.contents({"cfg/hidden.oem.xml": b"<oem/>"}), lebs=22))
     dev.board.flash_write("ubi0", volumes)
-    dev.start()
+    dev.boot()
 
     leb = layout.NAND_GEOMETRIES["128k"].leb
     size = {name: f"{lebs * leb:x}" for name, lebs in ubi_device.fresh_layout().items()}
@@ -88,8 +89,8 @@ def test_something_of_everything(dev):
 def interrupt_in_a_clean_check(dev):
     """The row that is being looked at is the last one."""
     dev.type("flash analyze")
-    dev.board.console.expect("mtd6       kernel_2        2   ", timeout=PATIENCE)
-    dev.board.console.send("\x03")
+    dev.expect("mtd6       kernel_2        2   ")
+    dev.interrupt()
     asked = time.monotonic()
     shown = dev.text_until_prompt().replace("^C", "")
     assert f"mtd6       kernel_2        2   {shown}" == f"{row('kernel_2', 'dirty')}\nERROR: Terminated by signal\n{FAILURE}"
@@ -101,9 +102,9 @@ def interrupt_in_a_volume(dev):
     """The key ends the tool: the table ends and the volume is given back."""
     dev.board.slow("read", "ubi0", 0.001)  # the tool shall run for some seconds
     dev.type("flash analyze")
-    dev.board.console.expect("ubi0_0     rootfs_1        1   ", timeout=PATIENCE)
+    dev.expect("ubi0_0     rootfs_1        1   ")
     dev.board.sh("until pidof ubiattach; do usleep 10000; done", timeout=PATIENCE, check=True)
-    dev.board.console.send("\x03")
+    dev.interrupt()
     shown = dev.text_until_prompt()
     assert shown.endswith(f"\n\nERROR: Terminated by signal\n{FAILURE}")
     assert "ubi0_1" not in shown

@@ -3,11 +3,10 @@
 import pytest
 
 import real_images
-import ubi_device
-from shell_session import DEFAULT_ENVIRONMENT, PARTITIONS, SUCCESS
+from board_session import DEFAULT_ENVIRONMENT, PARTITIONS
+from texts import QUESTION, SUCCESS
 from ubi_device import VOLUMES, attached, expect_given_back, make
 
-QUESTION = "Do you really want to do this (y/N)? "
 CONTENTS = b"what the partition holds"
 ENVIRONMENT = real_images.environment(bootbank="2", kernel_size_2="1234")
 HELD = {name: CONTENTS for name in PARTITIONS if name not in ("ubi0", "bootenv_1")}
@@ -68,8 +67,8 @@ def test_nothing_is_erased_without_consent(full):
     try:
         for line in "flash kill", "flash clean", "flash clean nand":
             full.type(line)
-            full.board.console.expect(QUESTION)
-            full.board.console.send("n\r")
+            full.expect(QUESTION)
+            full.keys("n\r")
             assert full.text_until_prompt() == "n\n<aborted>\n"
         for line, said in (("flash kill 1 rootfs x", "ERROR: Invalid parameter 'x'\n"),
                            ("flash kill 3", "ERROR: Invalid parameter '3'\n"),
@@ -78,8 +77,8 @@ def test_nothing_is_erased_without_consent(full):
             assert full.command(line) == said
         expect_erased(full)
         full.type("flash kill 1")
-        full.board.console.expect(QUESTION)
-        full.board.console.send("y\r")
+        full.expect(QUESTION)
+        full.keys("y\r")
         assert full.text_until_prompt() == "y\n" + erasing(("kernel", "1"), ("rootfs", "1")) + SUCCESS
     finally:
         assert full.command("affirm off") == "affirm is OFF\n"

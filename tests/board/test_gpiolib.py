@@ -2,9 +2,9 @@
 
 import pytest
 
-from gpio_lines import expect_lines, exported, only_changed
-from shell_session import FAILURE, SUCCESS
+from gpio_lines import expect_lines, exported
 from signals import TK20, TK20_DIO2X1R, lines, listing, row_of, with_levels
+from texts import FAILURE, SUCCESS
 
 INPUTS_HIGH = {number: 1 for number, (direction, _) in lines(TK20_DIO2X1R).items() if direction == "in"}
 ROWS = with_levels(TK20, INPUTS_HIGH)
@@ -13,7 +13,7 @@ ROWS = with_levels(TK20, INPUTS_HIGH)
 @pytest.mark.parametrize("signal", ["FAULT_LED", "74"])
 def test_set_drives_a_line(tk20, signal):
     for word, level in ("low", 0), ("1", 1), ("0", 0), ("high", 1), ("high", 1):
-        with only_changed(tk20, 74):
+        with tk20.only_changed(74):
             assert tk20.command(f"gpiolib set {signal} {word}") == SUCCESS
         assert exported(tk20)[74] == ("out", level)
         assert tk20.command(f"gpiolib info {signal}") == listing(with_levels(row_of(ROWS, "FAULT_LED"), {74: level}))
@@ -23,7 +23,7 @@ def test_every_output_is_driven_by_its_number_and_its_name(tk20):
     outputs = {row.split()[3]: int(row.split()[0]) for row in ROWS.splitlines() if row.split()[1] == "out"}
     turned = {number: 1 - lines(ROWS)[number][1] for number in outputs.values()}
     for name, number in outputs.items():
-        with only_changed(tk20, number):
+        with tk20.only_changed(number):
             assert tk20.command(f"gpiolib set {name} {turned[number]}") == SUCCESS
     expect_lines(tk20, with_levels(ROWS, turned))
     assert tk20.command("gpiolib info") == listing(with_levels(ROWS, turned))
@@ -34,14 +34,14 @@ def test_every_output_is_driven_by_its_number_and_its_name(tk20):
 
 def test_info_shows_what_is_wired_to_an_input(tk20):
     for level in 0, 1:
-        with only_changed(tk20, 37):
+        with tk20.only_changed(37):
             tk20.board.gpio_input(37, level)
         assert tk20.command("gpiolib info CP9") == listing(with_levels(row_of(ROWS, "CP9"), {37: level}))
         assert tk20.command("gpiolib info 37") == tk20.command("gpiolib info CP9")
 
 
 def test_an_output_shows_what_is_driven_not_what_is_wired_to_it(tk20):
-    with only_changed(tk20):
+    with tk20.only_changed():
         tk20.board.gpio_input(74, 0)
         assert tk20.command("gpiolib info FAULT_LED") == listing(row_of(ROWS, "FAULT_LED"))
         tk20.board.gpio_input(74, 1)
@@ -63,25 +63,25 @@ def test_an_output_shows_what_is_driven_not_what_is_wired_to_it(tk20):
     ("37 low", "gpio37 (CP9) is not an output"),
 ])
 def test_set_refuses(tk20, words, error):
-    with only_changed(tk20):
+    with tk20.only_changed():
         assert tk20.command(f"gpiolib set {words}") == f"ERROR: {error}\n" + FAILURE
 
 
 @pytest.mark.parametrize("signal", ["20", "31", "160", "75", "NOPE", "EXT_IN1", "64", "fault_led"])
 def test_info_refuses(tk20, signal):
-    with only_changed(tk20):
+    with tk20.only_changed():
         assert tk20.command(f"gpiolib info {signal}") == f"\nERROR: Invalid number or name '{signal}'\n\n"
 
 
 def test_words_missing(tk20):
-    with only_changed(tk20):
+    with tk20.only_changed():
         for words in "gpiolib set", "gpiolib set FAULT_LED":
             assert tk20.command(words) == "ERROR: Incomplete command\n"
 
 
 def test_the_io_option_brings_its_signals(tk20):
     assert tk20.command("set opmode io dio2x1r") == SUCCESS
-    with only_changed(tk20, 151):
+    with tk20.only_changed(151):
         assert tk20.command("gpiolib set RELAY high") == SUCCESS
     expect_lines(tk20, with_levels(TK20_DIO2X1R, {**INPUTS_HIGH, 151: 1}))
     tk20.board.gpio_input(64, 0)
@@ -97,7 +97,7 @@ def test_lines_that_others_have_exported_are_given_back(dev):
     dev.board.sh("cd /sys/class/gpio; for n in 32 60 159; do echo $n >export; done; echo high >gpio60/direction",
                  check=True)
     assert exported(dev).keys() == {32, 60, 159}
-    with only_changed(dev, 32, 60, 159):
+    with dev.only_changed(32, 60, 159):
         assert dev.command("set opmode board default") == SUCCESS
     expect_lines(dev, "")
     dev.board.sh("cd /sys/class/gpio; echo 60 >export; echo in >gpio60/direction; echo 60 >unexport", check=True)
@@ -105,7 +105,7 @@ def test_lines_that_others_have_exported_are_given_back(dev):
 
 def test_a_line_that_is_gone_is_told(tk20):
     tk20.board.sh("echo 74 >/sys/class/gpio/unexport; echo 37 >/sys/class/gpio/unexport", check=True)
-    with only_changed(tk20):
+    with tk20.only_changed():
         assert tk20.command("gpiolib set FAULT_LED 0") == (
             "ERROR: Failed open to set gpio74 (FAULT_LED) value to '0'\n" + FAILURE)
         assert tk20.command("gpiolib info CP9") == listing(
@@ -117,7 +117,7 @@ def test_a_line_that_is_gone_is_told(tk20):
 def test_an_output_that_was_turned_round_cannot_be_driven(tk20):
     """The kernel refuses a level for an input."""
     tk20.board.sh("echo in >/sys/class/gpio/gpio74/direction", check=True)
-    with only_changed(tk20):
+    with tk20.only_changed():
         assert tk20.command("gpiolib set FAULT_LED 0") == (
             "ERROR: Failed write to set gpio74 (FAULT_LED) value to '0'\n" + FAILURE)
     assert tk20.command("set opmode board tk20") == SUCCESS

@@ -4,9 +4,10 @@ import pytest
 
 import images
 import real_images
+from board_session import PROTECTED
 from real_images import (BOOTLOADER, BOOTSTRAP, CONFIG_LOADER, KERNEL, SMALL_BOOTLOADER, SMALL_CONFIG_LOADER,
                          SMALL_KERNEL, contents, split)
-from shell_session import PROTECTED, SUCCESS
+from texts import SUCCESS
 
 RELEASE = (("bootloader", BOOTLOADER), ("kernel", KERNEL), ("config-loader", CONFIG_LOADER))
 SMALL_RELEASE = (("bootloader", SMALL_BOOTLOADER), ("kernel", SMALL_KERNEL), ("config-loader", SMALL_CONFIG_LOADER))
@@ -39,11 +40,10 @@ def test_messages_wait_for_the_end_of_the_transfer(dev, port):
     image = real_images.small()
     loader, kernel = split(image)
     assert dev.command("verbose 7").endswith("verbosity is 7\n")
-    before = dev.begin(f"flash download serial 2 {port}", port)
+    before = dev.begin(f"flash download serial 2 {port}")
     assert before.startswith(
         f"TRACE: cmd_flash_download_serial:\nINFO: cmd_flash_download_serial: bank=2 dev=/dev/ttyS{port} speed=115200\n")
-    dev.board.console.expect("\n")
-    dev.port(port).send_paced(image)
+    dev.send_stream(image, port)
     assert dev.board.console.unread == b"", "the port carried the image and nothing else"
     shown = dev.text_until_prompt()
     for part, number in (loader, 2), (kernel, 4):
@@ -87,7 +87,7 @@ def send_boot_env_part(dev, image):
     control stops the sender meanwhile; here the sender has to know."""
     dev.begin("flash download serial 2")
     reads = dev.board.flash_operations()["ubi0"]["read"]
-    dev.board.console.send(image[:images.HEADER_SIZE])
+    dev.send_stream(image[:images.HEADER_SIZE])
     dev.wait_operation("read", "ubi0", after=reads)
     return image[images.HEADER_SIZE:]
 
@@ -99,8 +99,8 @@ def test_boot_environment_goes_onto_a_clean_device(dev, tmp_path):
     image = real_images.build(("boot-env", file))
     rest = send_boot_env_part(dev, image)
     dev.wait_operation("unlock", "bootenv_1", after=0)
-    dev.board.console.send_paced(rest)
-    assert dev.text_after_transfer() == real_images.info(image) + SUCCESS
+    dev.send(rest)
+    assert dev.text_until_prompt() == real_images.info(image) + SUCCESS
     assert dev.board.flash_read("bootenv_1") == environment
     assert dev.environment() == {"bootbank": "1", "bootcmd": "run flashboot", "bootdelay": "7",
                                  "made_by": "the factory"}
@@ -116,8 +116,8 @@ def test_boot_environment_of_a_device_in_use_stays(dev, tmp_path):
     file.write_bytes(real_images.environment(bootdelay="7"))
     image = real_images.build(("boot-env", file))
     rest = send_boot_env_part(dev, image)
-    dev.board.console.send_paced(rest)
-    assert dev.text_after_transfer() == real_images.info(image) + SUCCESS
+    dev.send(rest)
+    assert dev.text_until_prompt() == real_images.info(image) + SUCCESS
     assert dev.board.flash_read("bootenv_1") == before
     dev.expect_flash(bootenv_1=before)
     dev.expect_locked()

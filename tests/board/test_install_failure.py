@@ -7,8 +7,9 @@ import pytest
 
 import images
 import real_images
+from board_session import IDLE_SECONDS, START_SECONDS
 from real_images import SMALL_CONFIG_LOADER, SMALL_KERNEL, chained, contents, flip, split
-from shell_session import FAILURE, IDLE_SECONDS, NOT_INSTALLED, START_SECONDS, SUCCESS
+from texts import FAILURE, NOT_INSTALLED, SUCCESS
 
 OUT_OF_TIME = "ERROR: Failed to write firmware image [Connection timed out]\n"
 HEADER_SIZE = images.HEADER_SIZE
@@ -79,9 +80,9 @@ def test_why_a_header_is_bad_is_told_with_more_verbosity(installed):
 def test_flag_promises_a_part_that_never_comes(installed):
     kernel = chained(real_images.build(("kernel", SMALL_KERNEL)), more=True)
     installed.begin("flash download serial 2")
-    installed.board.console.send_paced(kernel)
+    installed.send_stream(kernel)
     sent = time.monotonic()
-    assert installed.text_after_transfer() == images.info(kernel) + OUT_OF_TIME + NOT_INSTALLED
+    assert installed.text_until_prompt() == images.info(kernel) + OUT_OF_TIME + NOT_INSTALLED
     assert time.monotonic() - sent > START_SECONDS - IDLE_SECONDS, "time for a person to start the next sender"
     expect_bank_1(installed, kernel_2=kernel)
 
@@ -115,7 +116,7 @@ def test_sender_stops_in_a_header(installed):
 def test_sender_never_starts(installed):
     begun = time.monotonic()
     installed.begin("flash download serial 2")
-    assert installed.text_after_transfer() == OUT_OF_TIME + NOT_INSTALLED
+    assert installed.text_until_prompt() == OUT_OF_TIME + NOT_INSTALLED
     assert time.monotonic() - begun > START_SECONDS
     expect_bank_1(installed)
 

@@ -6,7 +6,7 @@ import re
 
 import pytest
 
-from shell_session import BUILD, PATIENCE
+from board_session import BUILD, PATIENCE
 from vboard import Board, BoardError
 
 PROGRAM = "/usr/bin/loopback"

@@ -9,10 +9,11 @@ import pytest
 import images
 import real_images
 import ubi_device
-from network_device import INSTALLING, OLD, OLD_VOLUMES, PREPARING, install, make_old
+from board_session import DEFAULT_ENVIRONMENT
+from network_device import OLD, OLD_VOLUMES, install, make_old
 from real_images import (BOOTLOADER, BOOTSTRAP, CONFIG_LOADER, KERNEL, SMALL_BOOTLOADER, SMALL_CONFIG_LOADER,
                          SMALL_KERNEL, contents, info, split)
-from shell_session import DEFAULT_ENVIRONMENT, SUCCESS
+from texts import INSTALLING, PREPARING, SUCCESS
 from ubi_device import (attached, expect_given_back, fresh_layout, root_files, single_layout, tar_gz, tar_xz, ubifs,
                         with_set_user_id)
 

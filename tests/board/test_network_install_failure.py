@@ -8,10 +8,10 @@ import pytest
 import images
 import real_images
 import ubi_device
-from network_device import (INSTALLING, NO_DATA, NOT_FETCHED, NOT_WRITTEN, OLD_VOLUMES, PREPARING, SILENCE,
-                            expect_old_bank, flash_state, install, make_old)
+from network_device import (NO_DATA, NOT_FETCHED, NOT_WRITTEN, OLD_VOLUMES, SILENCE, expect_old_bank, flash_state,
+                            install, make_old)
 from real_images import SMALL_BOOTLOADER, SMALL_CONFIG_LOADER, SMALL_KERNEL, contents, flip, info, split
-from shell_session import SUCCESS
+from texts import INSTALLING, PREPARING, SUCCESS
 from tftp_server import BLOCK, Stops
 from ubi_device import attached, expect_given_back, root_files, tar_xz, ubifs, with_set_user_id
 

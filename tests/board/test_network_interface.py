@@ -4,8 +4,9 @@ import re
 
 import pytest
 
+from board_session import BoardSession
 from ethernet import product_record
-from shell_session import FAILURE, SUCCESS, ShellSession
+from texts import FAILURE, SUCCESS
 from wired_network import (DHCP, HOST, LEASE, MAC, NO_LINK, NO_PRODUCT, NOBODY, STATIC, USING_ETH0, Interface, info,
                            interface, wait_running)
 
@@ -52,8 +53,8 @@ def test_static_addresses(dev):
 
 
 def test_no_dhcp_server(tmp_path):
-    with ShellSession(tmp_path, netdev="hubport,hubid=0") as dev:
-        dev.start()
+    with BoardSession(tmp_path, netdev="hubport,hubid=0") as dev:
+        dev.boot()
         assert dev.command("network ethernet start") == (
             DHCP + NO_PRODUCT + "ERROR: system(/sbin/udhcpc -nq -t 5 -i eth0 &>/dev/null) sys_rc=256 exitstatus=1\n"
             "NOTE: DHCP request failed\n" + FAILURE)
@@ -118,9 +119,9 @@ OTHER_MAC = "00:00:5e:bc:de:0f"
 
 
 def test_the_mac_address_of_the_product_record(tmp_path):
-    with ShellSession(tmp_path) as dev:
+    with BoardSession(tmp_path) as dev:
         dev.board.flash_write("prod_config", product_record(OTHER_MAC))
-        dev.start()
+        dev.boot()
         assert interface(dev) == DOWN, "not before the interface is started"
 
         assert dev.command("network ethernet start") == DHCP + "NOTE: Reconfiguring eth0 mac address\n" + SUCCESS

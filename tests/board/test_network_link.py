@@ -3,8 +3,8 @@ ethtool."""
 
 import pytest
 
-from shell_session import SUCCESS
-from wired_network import DHCP, HOST, INCOMPLETE, LEASE, NO_PRODUCT, Settings, info, interface, settings
+from texts import INCOMPLETE, SUCCESS
+from wired_network import DHCP, HOST, LEASE, NO_PRODUCT, Settings, info, interface, settings
 
 MODES = {
     # keyword: configured mode, link state, and what the card is set to

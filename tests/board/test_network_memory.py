@@ -4,9 +4,9 @@ one, and little more than the shell at rest. The tools that it runs are not coun
 import random
 
 import ubi_device
-from network_device import INSTALLING, PREPARING, install
+from network_device import install
 from real_images import info
-from shell_session import SUCCESS
+from texts import INSTALLING, PREPARING, SUCCESS
 from ubi_device import attached, root_files, ubifs
 from vboard import layout
 

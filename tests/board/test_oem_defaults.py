@@ -6,7 +6,7 @@ import pytest
 import images
 import real_images
 import ubi_device
-from shell_session import SUCCESS
+from texts import SUCCESS
 from ubi_device import attached, expect_given_back, fresh_layout, install, make, ubifs
 
 DEFAULTS = "cfg/hidden.oem.xml"

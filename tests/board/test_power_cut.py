@@ -4,8 +4,9 @@ image the next time."""
 import pytest
 
 import real_images
+from board_session import DEFAULT_ENVIRONMENT
 from real_images import contents, split
-from shell_session import DEFAULT_ENVIRONMENT, SUCCESS
+from texts import SUCCESS
 
 BANK_1_KERNEL = real_images.KERNEL.read_bytes()
 
@@ -44,7 +45,7 @@ def test_power_goes_while_a_part_is_written(installed, partition):
     installed.board.cut_power_at("write", partition, nth=20)
     image, (loader, kernel) = start_installation(installed)
     installed.send_until_off(image)
-    assert "ERROR" not in installed.start()
+    assert "ERROR" not in installed.boot()
     expect_bank_1(installed, INTACT)
     torn = installed.flash(partition)
     part = loader if partition == "bootloader" else kernel
@@ -54,7 +55,7 @@ def test_power_goes_while_a_part_is_written(installed, partition):
 def test_machine_is_killed_while_the_kernel_arrives(installed):
     image, (loader, kernel) = start_installation(installed)
     written = installed.board.flash_operations()["kernel_2"]["write"]
-    installed.board.console.send_paced(image[:len(loader) + 20_000])
+    installed.send_stream(image[:len(loader) + 20_000])
     installed.wait_operation("write", "kernel_2", after=written)
     assert "ERROR" not in installed.restart()
     expect_bank_1(installed, INTACT)
@@ -73,7 +74,7 @@ def test_power_goes_while_the_environment_is_changed(installed, operation, nth, 
     installed.board.cut_power_at(operation, "bootenv_1", nth)
     image, (loader, kernel) = start_installation(installed)
     installed.send_until_off(image)
-    assert "ERROR" not in installed.start()
+    assert "ERROR" not in installed.boot()
     known = DEFAULT_ENVIRONMENT | {"kernel_size_1": f"{len(BANK_1_KERNEL):X}", "kernel_size_2": f"{len(contents(kernel)):X}"}
     expect_bank_1(installed, {name: value for name, value in known.items() if name in [*DEFAULT_ENVIRONMENT, *kept]})
     installed.expect_flash(kernel_1=BANK_1_KERNEL, bootloader=loader, kernel_2=kernel)
@@ -84,7 +85,7 @@ def test_image_is_installed_after_a_power_cut(installed):
     image = real_images.build(("kernel", real_images.SMALL_KERNEL))
     installed.begin("flash download serial 2")
     installed.send_until_off(image)
-    installed.start()
+    installed.boot()
     assert installed.command("flash kill 2 kernel").endswith(SUCCESS)
     assert installed.install(image).endswith(SUCCESS)
     installed.expect_flash(kernel_1=BANK_1_KERNEL, kernel_2=image)

@@ -5,7 +5,7 @@ import hashlib
 import pytest
 
 import artefacts
-from shell_session import BEGIN, FAILURE, SUCCESS
+from texts import BEGIN, FAILURE, SUCCESS
 
 MEBIBYTE = 1 << 20
 
@@ -34,8 +34,8 @@ def test_every_byte_value_arrives_as_it_is(dev):
     """Nothing is taken for an interrupt, flow control or a line end on the way."""
     data = bytes(range(256)) * 64 + bytes(reversed(range(256))) * 64
     dev.command("verbose 4")
-    shown = dev.install(data, "file download serial /root/bytes")
-    assert shown == f"INFO: Downloaded {len(data)} bytes\n" + SUCCESS
+    dev.begin("file download serial /root/bytes")
+    assert dev.transfer(data) == f"INFO: Downloaded {len(data)} bytes\n" + SUCCESS
     assert dev.board.get("/root/bytes") == data
     dev.board.sh("rm /root/bytes", check=True)
 
@@ -43,11 +43,11 @@ def test_every_byte_value_arrives_as_it_is(dev):
 @pytest.mark.parametrize("name, path", [("none", "/tmp/none"), ("/root/none", "/root/none")])
 def test_nothing(dev, name, path):
     dev.begin(f"file download serial {name}")
-    assert dev.text_after_transfer() == "ERROR: serial download failed\n" + FAILURE
+    assert dev.text_until_prompt() == "ERROR: serial download failed\n" + FAILURE
     assert dev.board.sh(f"ls {path}").status != 0, "an empty file is left"
 
 
 def test_directory_that_is_not_there(dev):
     assert dev.command("file download serial /nowhere/file") == (
-        BEGIN + "\nERROR: fopen(/nowhere/file) error(No such file or directory)\n"
+        BEGIN + "ERROR: fopen(/nowhere/file) error(No such file or directory)\n"
         "ERROR: serial download failed\n" + FAILURE)

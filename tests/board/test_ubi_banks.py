@@ -5,8 +5,9 @@ import pytest
 
 import real_images
 import ubi_device
+from board_session import PARTITIONS
 from real_images import environment
-from shell_session import NOT_INSTALLED, PARTITIONS, SUCCESS
+from texts import NOT_INSTALLED, SUCCESS
 from ubi_device import (attached, expect_given_back, fresh_layout, install, make, root_files, single_layout, tar_xz,
                         ubifs, with_set_user_id)
 

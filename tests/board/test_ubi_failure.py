@@ -9,8 +9,9 @@ import pytest
 import images
 import real_images
 import ubi_device
+from board_session import PATIENCE
 from real_images import SMALL_KERNEL, contents, environment, flip, split
-from shell_session import NOT_INSTALLED, PATIENCE, SUCCESS
+from texts import NOT_INSTALLED, SUCCESS
 from ubi_device import attached, expect_given_back, install, make, root_files, tar_xz, ubifs, with_set_user_id
 
 FIRST, SECOND = root_files("3.1.0.0R1"), root_files("3.2.0.0R7")
@@ -111,7 +112,7 @@ def test_sender_stops(in_use, parts, word, archive, text):
     in_use.begin(BANK_2)
     ubi_device.send(in_use, part[:60_000])
     stopped = time.monotonic()
-    shown = in_use.text_after_transfer()
+    shown = in_use.text_until_prompt()
     # Ahead of it stands the tool's own complaint about half an archive.
     assert shown.endswith(images.info(part) + f"ERROR: Failed to read {text} image [Connection timed out]\n" + NOT_WRITTEN)
     assert time.monotonic() - stopped < PATIENCE / 4, "a few seconds on a device"

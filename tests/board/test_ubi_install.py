@@ -9,7 +9,7 @@ import images
 import real_images
 import ubi_device
 from real_images import SMALL_BOOTLOADER, SMALL_KERNEL, contents, split
-from shell_session import NOT_INSTALLED, SUCCESS
+from texts import NOT_INSTALLED, SUCCESS
 from ubi_device import attached, expect_given_back, fresh_layout, install, root_files, tar_gz, tar_xz, ubifs
 
 OEM = b"<oem><name>Acme \xc3\xa4</name></oem>\n"

@@ -7,7 +7,7 @@ import pytest
 import images
 import real_images
 import ubi_device
-from shell_session import NOT_INSTALLED, SUCCESS
+from texts import NOT_INSTALLED, SUCCESS
 from ubi_device import attached, contents, expect_given_back, fresh_layout, install, make, tar_gz, ubifs
 
 PACKAGES = "python/lib/python2.7/site-packages"

@@ -5,9 +5,10 @@ import pytest
 import images
 import real_images
 import ubi_device
+from board_session import BoardSession
 from flash_table import table
 from real_images import SMALL_BOOTLOADER, contents, split
-from shell_session import NOT_INSTALLED, SUCCESS, ShellSession
+from texts import NOT_INSTALLED, SUCCESS
 from ubi_device import attached, expect_given_back, fresh_layout, install, root_files, tar_xz, ubifs, with_set_user_id
 from vboard import layout
 
@@ -17,8 +18,8 @@ OEM = b"<oem/>\n"
 
 @pytest.fixture
 def dev(tmp_path):
-    with ShellSession(tmp_path / "board", nand="16k") as session:
-        session.start()
+    with BoardSession(tmp_path / "board", nand="16k") as session:
+        session.boot()
         yield session
         session.check()
 

@@ -6,7 +6,7 @@ import re
 import pytest
 
 import real_images
-from shell_session import PARTITIONS, ShellSession
+from board_session import PARTITIONS, BoardSession
 
 WHOLE = PARTITIONS["ubi0"].size
 SMALLER_KIB = 80 << 10
@@ -50,7 +50,7 @@ def test_smaller_partition_is_split_at_every_start(dev):
     expect_split(dev)
     dev.board.kill()
     dev.board.flash_erase("bootenv_1")
-    dev.start()
+    dev.boot()
     expect_whole(dev)
 
 
@@ -62,14 +62,14 @@ def test_smaller_partition_is_split_at_every_start(dev):
 def test_partition_stays_whole(dev, kib, said):
     dev.board.kill()
     dev.board.flash_fill("bootenv_1", real_images.environment(mtdparts=mtdparts(kib)))
-    shown = dev.start()
+    shown = dev.boot()
     assert said in shown and ("ERROR" in shown) == bool(said)
     expect_whole(dev)
 
 
 def test_flash_of_small_blocks_is_split(tmp_path):
-    with ShellSession(tmp_path, nand="16k") as small:
+    with BoardSession(tmp_path, nand="16k") as small:
         small.board.flash_fill("bootenv_1", real_images.environment(mtdparts=mtdparts(SMALLER_KIB)))
-        assert "ERROR" not in small.start()
+        assert "ERROR" not in small.boot()
         expect_split(small)
         small.check()

@@ -2,7 +2,7 @@
 
 import images
 import real_images
-from shell_session import NOT_INSTALLED
+from texts import FAILURE, NOT_INSTALLED, SUCCESS
 
 NOT_WRITTEN = "ERROR: Failed to write firmware image\n" + NOT_INSTALLED
 
@@ -78,10 +78,10 @@ def test_defaults_are_not_written_over_an_environment_that_cannot_be_unlocked(de
     shown = dev.command("set bootenv defaults")
     assert refused("/usr/sbin/flash_unlock /dev/mtd3") in shown
     assert "ERROR: Failed to erase boot environment partition bootenv_1\n" in shown
-    assert shown.endswith("Done: FAILURE\n")
+    assert shown.endswith(FAILURE)
     dev.expect_flash(bootenv_1=before)
     dev.board.clear_faults()
     dev.expect_locked()
-    assert dev.command("set bootenv defaults").endswith("Done: SUCCESS\n")
+    assert dev.command("set bootenv defaults").endswith(SUCCESS)
     assert "kernel_size_1" not in dev.environment()
     dev.expect_locked()

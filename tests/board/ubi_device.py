@@ -20,7 +20,7 @@ from pathlib import Path
 
 import images
 import real_images
-from shell_session import PARTITIONS, PATIENCE
+from board_session import PARTITIONS, PATIENCE
 from vboard import layout
 
 UBI_SIZE = PARTITIONS["ubi0"].size
@@ -194,6 +194,7 @@ def _pieces(data):
 
 def send(dev, data, port=1):
     """Sends an image, or the start of one, until the shell gives up. The end is not waited for."""
+    dev.wait_receiving(port)
     reader, sent = _Reader(dev, port), 0
     for piece in _pieces(data):
         reader.wait(sent)
@@ -207,7 +208,7 @@ def install(dev, data, line="flash download serial 1", port=1):
     """A whole serial transfer; returns what was shown after "Begin ..."."""
     dev.begin(line)
     send(dev, data, port)
-    return dev.text_after_transfer()
+    return dev.text_until_prompt()
 
 
 def install_from_server(dev, data, bank):

@@ -10,9 +10,8 @@ import re
 import time
 from typing import NamedTuple
 
-from shell_session import PATIENCE
+from board_session import PATIENCE
 
-INCOMPLETE = "ERROR: Incomplete command\n"
 DHCP = "NOTE: Using DHCP\n"
 STATIC = "NOTE: Using static configuration\n"
 USING_ETH0 = "NOTE: Using interface 'eth0'\n"

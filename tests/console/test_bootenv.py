@@ -2,13 +2,9 @@
 
 import pytest
 
+from texts import FAILURE, INCOMPLETE, SETTING_DEFAULTS, SUCCESS, invalid, system_failed
+
 HIDDEN = " > /dev/null 2>&1"
-INCOMPLETE = "ERROR: Incomplete command\n"
-DONE, FAILED = "Done: SUCCESS\n", "Done: FAILURE\n"
-
-
-def invalid(word: str) -> str:
-    return f"ERROR: Invalid parameter '{word}'\n"
 
 
 def extraneous(word: str) -> str:
@@ -32,7 +28,7 @@ def extraneous(word: str) -> str:
 ])
 def test_a_variable_is_set(dev, line, assignment):
     dev.boot()
-    assert dev.command(f"set bootenv {line}") == DONE
+    assert dev.command(f"set bootenv {line}") == SUCCESS
     assert dev.shell_lines == [f"/usr/sbin/fw_setenv {assignment}{HIDDEN}"]
     dev.expect_ran_exactly([f"/usr/sbin/fw_setenv {assignment}".rstrip()])
 
@@ -52,7 +48,7 @@ def test_the_environment_holds_what_was_set(dev):
 ])
 def test_a_boot_delay_is_set(dev, text, number):
     dev.boot()
-    assert dev.command(f"set bootenv bootdelay {text}") == f"Setting bootdelay to {number}\n{DONE}"
+    assert dev.command(f"set bootenv bootdelay {text}") == f"Setting bootdelay to {number}\n{SUCCESS}"
     assert dev.shell_lines == [f"/usr/sbin/fw_setenv bootdelay {number}{HIDDEN}"]
     assert dev.env["bootdelay"] == str(number)
 
@@ -70,9 +66,9 @@ def test_a_boot_delay_is_set(dev, text, number):
     ("bootcmd Run flashboot", invalid("Run")),
     ("bootcmd x y", invalid("x")),
     ("bootcmd flashboot run", invalid("flashboot")),
-    ("bootcmd run foo", invalid("foo") + FAILED),
-    ("bootcmd run Flashboot", invalid("Flashboot") + FAILED),
-    ("bootcmd run flashboo", invalid("flashboo") + FAILED),
+    ("bootcmd run foo", invalid("foo") + FAILURE),
+    ("bootcmd run Flashboot", invalid("Flashboot") + FAILURE),
+    ("bootcmd run flashboo", invalid("flashboo") + FAILURE),
     ("bootdelay", INCOMPLETE),
     ("bootdelay 3 x", extraneous("x")),
     ("bootdelay x y", extraneous("y")),
@@ -117,7 +113,7 @@ def test_a_write_that_fails(dev, line, before, assignment):
     environment = dict(dev.env)
     command = f"/usr/sbin/fw_setenv {assignment}{HIDDEN}"
     assert dev.command(f"set bootenv {line}") == \
-        f"{before}ERROR: system({command}) sys_rc=256 exitstatus=1\n{FAILED}"
+        f"{before}ERROR: system({command}) sys_rc=256 exitstatus=1\n{FAILURE}"
     assert dict(dev.env) == environment
 
 
@@ -126,7 +122,7 @@ def test_the_writing_tool_is_hidden_below_verbosity_6(dev, level):
     dev.answer("fw_setenv", stdout="out\n", stderr="err\n")
     dev.boot()
     dev.command(f"verbose {level}")
-    assert dev.command("set bootenv bootbank 2") == DONE
+    assert dev.command("set bootenv bootbank 2") == SUCCESS
     assert dev.shell_lines == [f"/usr/sbin/fw_setenv bootbank 2{HIDDEN}"]
 
 
@@ -136,7 +132,7 @@ def test_the_writing_tool_is_shown_from_verbosity_6_on(dev, level):
     dev.boot()
     dev.command(f"verbose {level}")
     assert dev.command("set bootenv bootbank 2").endswith(
-        f"VERBOSE: system(/usr/sbin/fw_setenv bootbank 2 )\nerr\nout\n{DONE}")
+        f"VERBOSE: system(/usr/sbin/fw_setenv bootbank 2 )\nerr\nout\n{SUCCESS}")
     assert dev.shell_lines == ["/usr/sbin/fw_setenv bootbank 2 "]
     dev.command("set bootenv silent off")
     assert dev.shell_lines[1:] == ["/usr/sbin/fw_setenv silent  "]
@@ -149,11 +145,6 @@ ERASE_1 = ["/usr/sbin/flash_unlock /dev/mtd3", "/usr/sbin/flash_erase -q /dev/mt
 ERASE_2 = ["/usr/sbin/flash_unlock /dev/mtd4", "/usr/sbin/flash_erase -q /dev/mtd4 0 0",
            "/usr/sbin/flash_lock /dev/mtd4 0 -1"]
 WRITE = ["/usr/sbin/fw_setenv dummy_variable"]
-ANNOUNCED = "Setting boot environment to defaults...\n"
-
-
-def failed(command: str) -> str:
-    return f"ERROR: system({command}) sys_rc=256 exitstatus=1\n"
 
 
 def not_erased(name: str) -> str:
@@ -164,7 +155,7 @@ def test_defaults_erase_both_partitions_and_make_the_tool_write(dev):
     for name in ("bootenv_1", "bootenv_2"):
         dev.partition(name).write(b"bootbank=2\0")
     dev.boot()
-    assert dev.command("set bootenv defaults") == ANNOUNCED + DONE
+    assert dev.command("set bootenv defaults") == SETTING_DEFAULTS + SUCCESS
     assert dev.shell_lines == ERASE_1 + ERASE_2 + [WRITE[0] + " " + HIDDEN]
     assert dev.partition("bootenv_1").erased and dev.partition("bootenv_2").erased
 
@@ -173,41 +164,41 @@ def test_defaults_report_their_progress_at_verbosity_5(dev):
     dev.boot()
     dev.command("verbose 5")
     assert dev.command("set bootenv defaults") == (
-        ANNOUNCED +
+        SETTING_DEFAULTS +
         "PROGRESS: Erasing boot environment partition bootenv_1\n"
         "PROGRESS: Erasing boot environment partition bootenv_2\n"
-        "PROGRESS: Writing defaults to boot environment partition(s)\n" + DONE)
+        "PROGRESS: Writing defaults to boot environment partition(s)\n" + SUCCESS)
     assert dev.shell_lines[1] == "/usr/sbin/flash_erase /dev/mtd3 0 0"
 
 
 @pytest.mark.parametrize("tool, node, report, ran", [
-    ("flash_erase", "mtd3", failed(ERASE_1[1]) + not_erased("bootenv_1"), ERASE_1 + ERASE_2),
-    ("flash_erase", "mtd4", failed(ERASE_2[1]) + not_erased("bootenv_2"), ERASE_1 + ERASE_2),
-    ("flash_erase", "", failed(ERASE_1[1]) + not_erased("bootenv_1") + failed(ERASE_2[1]) + not_erased("bootenv_2"),
+    ("flash_erase", "mtd3", system_failed(ERASE_1[1]) + not_erased("bootenv_1"), ERASE_1 + ERASE_2),
+    ("flash_erase", "mtd4", system_failed(ERASE_2[1]) + not_erased("bootenv_2"), ERASE_1 + ERASE_2),
+    ("flash_erase", "", system_failed(ERASE_1[1]) + not_erased("bootenv_1") + system_failed(ERASE_2[1]) + not_erased("bootenv_2"),
      ERASE_1 + ERASE_2),
-    ("flash_unlock", "mtd3", failed(ERASE_1[0]) + not_erased("bootenv_1"), [ERASE_1[0], ERASE_1[2]] + ERASE_2),
-    ("flash_unlock", "mtd4", failed(ERASE_2[0]) + not_erased("bootenv_2"), ERASE_1 + [ERASE_2[0], ERASE_2[2]]),
-    ("flash_lock", "mtd3", failed(ERASE_1[2]) + not_erased("bootenv_1"), ERASE_1 + ERASE_2),
-    ("flash_lock", "mtd4", failed(ERASE_2[2]) + not_erased("bootenv_2"), ERASE_1 + ERASE_2),
+    ("flash_unlock", "mtd3", system_failed(ERASE_1[0]) + not_erased("bootenv_1"), [ERASE_1[0], ERASE_1[2]] + ERASE_2),
+    ("flash_unlock", "mtd4", system_failed(ERASE_2[0]) + not_erased("bootenv_2"), ERASE_1 + [ERASE_2[0], ERASE_2[2]]),
+    ("flash_lock", "mtd3", system_failed(ERASE_1[2]) + not_erased("bootenv_1"), ERASE_1 + ERASE_2),
+    ("flash_lock", "mtd4", system_failed(ERASE_2[2]) + not_erased("bootenv_2"), ERASE_1 + ERASE_2),
 ])
 def test_defaults_go_on_after_a_failed_erase_but_write_nothing(dev, tool, node, report, ran):
     dev.answer(tool, when=node, status=1)
     dev.boot()
-    assert dev.command("set bootenv defaults") == ANNOUNCED + report + FAILED
+    assert dev.command("set bootenv defaults") == SETTING_DEFAULTS + report + FAILURE
     dev.expect_ran_exactly(ran)
 
 
 def test_defaults_whose_write_fails(dev):
     dev.answer("fw_setenv", status=1)
     dev.boot()
-    assert dev.command("set bootenv defaults") == ANNOUNCED + failed(WRITE[0] + " " + HIDDEN) + FAILED
+    assert dev.command("set bootenv defaults") == SETTING_DEFAULTS + system_failed(WRITE[0] + " " + HIDDEN) + FAILURE
     dev.expect_ran_exactly(ERASE_1 + ERASE_2 + WRITE)
 
 
 def test_defaults_take_the_nodes_from_the_kernels_list(dev):
     dev.set_partitions(("bootenv_2", 0x10000, 0x10000), ("other", 0x10000, 0x10000), ("bootenv_1", 0x10000, 0x10000))
     dev.boot()
-    assert dev.command("set bootenv defaults") == ANNOUNCED + DONE
+    assert dev.command("set bootenv defaults") == SETTING_DEFAULTS + SUCCESS
     dev.expect_ran_exactly([line.replace("mtd3", "mtd2") for line in ERASE_1] +
                            [line.replace("mtd4", "mtd0") for line in ERASE_2] + WRITE)
     assert not dev.partition("other").erased
@@ -240,4 +231,4 @@ def test_show_lists_everything(dev, line):
 def test_show_that_fails(dev):
     dev.answer("fw_printenv", stderr="Cannot read\n", status=1)
     dev.boot()
-    assert dev.command("show bootenv") == f"Cannot read\n{failed('fw_printenv')}{FAILED}"
+    assert dev.command("show bootenv") == f"Cannot read\n{system_failed('fw_printenv')}{FAILURE}"

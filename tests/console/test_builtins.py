@@ -7,9 +7,9 @@ import termios
 import time
 
 import pytest
-from device import BANNER, onlcr
 
-QUESTION = "Do you really want to do this (y/N)? "
+from session import onlcr
+from texts import BANNER, FAILURE, QUESTION, SUCCESS
 
 
 # ---------------------------------------------------------------------- version, quit
@@ -95,7 +95,7 @@ def test_an_answer_that_begins_with_y_goes_ahead(asking, keys, echo):
     asking.expect(QUESTION)
     asking.keys(keys)
     assert asking.screen_until_prompt() == onlcr(
-        f"{echo}\nSetting boot environment to defaults...\nDone: SUCCESS\n")
+        f"{echo}\nSetting boot environment to defaults...\n" + SUCCESS)
 
 
 @pytest.mark.parametrize("keys, echo", [
@@ -120,7 +120,7 @@ def test_the_question_echoes_the_first_byte_at_once_and_waits_for_enter(asking):
     asking.expect_quiet()
     asking.expect_ran_exactly([])
     asking.keys("\r")
-    assert asking.text_until_prompt() == "\nSetting boot environment to defaults...\nDone: SUCCESS\n"
+    assert asking.text_until_prompt() == "\nSetting boot environment to defaults...\n" + SUCCESS
 
 
 def test_ctrl_c_is_no_answer(asking):
@@ -154,7 +154,7 @@ def test_what_is_refused_or_harmless_asks_nothing(asking, line):
 
 def test_nothing_is_asked_once_affirm_is_off_again(asking):
     asking.command("affirm off")
-    assert asking.command("set bootenv defaults") == "Setting boot environment to defaults...\nDone: SUCCESS\n"
+    assert asking.command("set bootenv defaults") == "Setting boot environment to defaults...\n" + SUCCESS
 
 
 # ---------------------------------------------------------------------- reset
@@ -218,7 +218,7 @@ def test_show_klog_shows_dmesg_and_nothing_more(dev):
 def test_show_klog_that_fails_ends_with_failure(dev):
     dev.answer("dmesg", stdout="half", status=1)
     dev.boot()
-    assert dev.command("show klog x") == "halfERROR: system(/bin/dmesg) sys_rc=256 exitstatus=1\nDone: FAILURE\n"
+    assert dev.command("show klog x") == "halfERROR: system(/bin/dmesg) sys_rc=256 exitstatus=1\n" + FAILURE
 
 
 # ---------------------------------------------------------------------- signals

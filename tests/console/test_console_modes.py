@@ -3,19 +3,18 @@ failure on the way leaves behind."""
 
 import pytest
 
-from board import give_board, gpio_writes, level, make_gpio_lines
 from console_port import block
-from device import onlcr
+from session import onlcr
 from signals import BUS_MODES, LINE_DRIVERS
+from texts import FAILURE, SUCCESS
 
-SUCCESS, FAILURE = "Done: SUCCESS\n", "Done: FAILURE\n"
 REQUEST = 0x542F  # TIOCSRS485
 PORT_1 = LINE_DRIVERS[1]
 
 
 @pytest.fixture
 def tk20(dev):
-    give_board(dev, "P2")
+    dev.give_model("P2")
     dev.boot()
     return dev
 
@@ -67,7 +66,7 @@ def test_delay_lies_between_the_request_and_the_settings(tk20):
 def test_start_up_drives_nothing_for_the_console(tk20):
     """The console is mapped before the board is known; its drivers get their defaults with all other signals."""
     assert tk20.startup.ioctls == []
-    writes = gpio_writes(tk20.startup)
+    writes = tk20.startup.gpio_writes
     assert [writes.count(f"gpio{number}/value {value}") for number, value in zip(PORT_1.values(), "11100")] == [1] * 5
 
 
@@ -81,7 +80,7 @@ def test_port_0_has_no_driver(tk20):
 @pytest.mark.parametrize("product_id, board", [("P1", "tk10_eval"), ("P7", "tk10_mfg"), ("P3", "tk30"), ("P8", "tk40"),
                                                ("XX", "unknown")])
 def test_other_boards_have_no_driver(dev, product_id, board):
-    give_board(dev, product_id)
+    dev.give_model(product_id)
     dev.boot()
     for mode in ("rs485", "rs422"):
         assert dev.command(f"set console {mode}") == (
@@ -98,7 +97,7 @@ def test_port_0_is_refused_on_the_tk20_too(tk20):
 
 
 def test_mode_becomes_possible_with_the_board(dev):
-    make_gpio_lines(dev)
+    dev.make_gpio_lines()
     dev.boot()
     assert dev.command("set console rs485").endswith(FAILURE)
     dev.command("set opmode board tk20")
@@ -107,9 +106,9 @@ def test_mode_becomes_possible_with_the_board(dev):
 
 def test_change_of_the_operating_mode_resets_the_drivers(tk20):
     tk20.command("set console rs485 term")
-    assert level(tk20, 136) == "0" and level(tk20, 141) == "1"
+    assert tk20.level(136) == 0 and tk20.level(141) == 1
     tk20.command("set opmode io dio2x1r")
-    assert level(tk20, 136) == "1" and level(tk20, 141) == "0"
+    assert tk20.level(136) == 1 and tk20.level(141) == 0
     assert tk20.command("show console") == block(1, mode="rs485", term="on"), "what was set stays on show"
 
 
@@ -124,7 +123,7 @@ def test_refused_request_is_told_and_the_result_line_comes_twice(tk20):
     tk20.answer_ioctl(REQUEST, "/dev/ttyS1", error="ENOTTY")
     before = tk20.command("show console")
     assert tk20.command("set console rs485 term") == REFUSED.format(port=1) + FAILURE + SUCCESS
-    assert [level(tk20, number) for number in PORT_1.values()] == list("01010"), "the signals were driven before"
+    assert [tk20.level(number) for number in PORT_1.values()] == [0, 1, 0, 1, 0], "the signals were driven before"
     assert tk20.command("show console") == before
     assert tk20.command("set console rs485") == REFUSED.format(port=1) + FAILURE + SUCCESS, "it was no change"
 

@@ -1,41 +1,12 @@
 """The console: which port it is, its terminal settings, changing and showing them."""
 
-import termios
-
 import pytest
+
 from console_port import SPEEDS, block, terminal_settings
-from device import BANNER, onlcr, plain
+from session import onlcr
+from texts import BANNER, FAILURE, NO_CHANGE, SUCCESS, invalid
 
-DONE, FAILED = "Done: SUCCESS\n", "Done: FAILURE\n"
-NO_CHANGE = "<no change>\n" + DONE
 MISSING = "tty_remap_stdio: open(): No such file or directory\n"
-
-
-def invalid(word: str) -> str:
-    return f"ERROR: Invalid parameter '{word}'\n"
-
-
-def settings(port) -> tuple:
-    """Flags, speeds and special characters of a port, as the kernel has them."""
-    iflag, oflag, cflag, lflag, ispeed, ospeed, cc = termios.tcgetattr(port.slave)
-    numbers = [c if isinstance(c, int) else c[0] for c in cc]
-    return iflag, oflag, cflag, lflag, ispeed, ospeed, numbers
-
-
-def all_of(port) -> str:
-    """What a port shows that is not the console: it may arrive a little later than what the console shows."""
-    port.wait(lambda unread: True if unread.endswith(b"\n") else None, 5, lambda: True, "a whole line")
-    return plain(port.unread)
-
-
-def move(dev, line: str, port: int) -> str:
-    """Types a line that moves the console, and goes on there. Returns what appears on the new port."""
-    dev.type(line)
-    assert dev.expect(line + "\n") == ""
-    old, dev.console = dev.console, dev.port(port)
-    text = dev.text_until_prompt()
-    assert old.unread == b""
-    return text
 
 
 # ---------------------------------------------------------------------- start-up
@@ -43,8 +14,8 @@ def move(dev, line: str, port: int) -> str:
 
 def test_the_console_is_ttyS1_at_115200_with_hardware_flow(dev):
     assert dev.boot().startswith(block())
-    assert settings(dev.port(1)) == terminal_settings()
-    assert dev.boot_console.received == b"" and dev.port(0).received == b""
+    assert dev.terminal(1) == terminal_settings()
+    assert dev.boot_console.output == b"" and dev.port(0).output == b""
     assert [(event.path, event.flags) for event in dev.startup.of("open")] == [("/dev/ttyS1", 0o4002)] * 3
     dev.expect_not_ran("dmesg")
 
@@ -60,8 +31,8 @@ def test_the_console_is_ttyS1_at_115200_with_hardware_flow(dev):
 def test_the_kernel_command_line_names_the_console(dev, cmdline, port, speed):
     dev.cmdline(cmdline)
     assert dev.boot().startswith(block(port, speed))
-    assert settings(dev.port(port)) == terminal_settings(speed)
-    assert dev.boot_console.received == b""
+    assert dev.terminal(port) == terminal_settings(speed)
+    assert dev.boot_console.output == b""
 
 
 @pytest.mark.parametrize("cmdline, error", [
@@ -79,20 +50,20 @@ def test_without_a_usable_setting_the_defaults_stay(dev, cmdline, error):
     dev.cmdline(cmdline)
     dev.console = dev.port(1)
     assert dev.boot().startswith(block())
-    assert all_of(dev.boot_console) == f"ERROR: Failed to {error}\n"
-    assert settings(dev.port(1)) == terminal_settings()
+    dev.boot_console.expect_all(onlcr(f"ERROR: Failed to {error}\n"))
+    assert dev.terminal(1) == terminal_settings()
 
 
 def test_without_a_kernel_command_line_the_defaults_stay(dev):
     dev.remove("/proc/cmdline")
     assert dev.boot().startswith(block())
-    assert all_of(dev.boot_console) == "ERROR: Failed to open /proc/cmdline to get cli_console settings\n"
+    dev.boot_console.expect_all(onlcr("ERROR: Failed to open /proc/cmdline to get cli_console settings\n"))
 
 
 def test_with_an_empty_kernel_command_line_the_defaults_stay(dev):
     dev.path("/proc/cmdline").write_bytes(b"")
     assert dev.boot().startswith(block())
-    assert all_of(dev.boot_console) == "ERROR: Failed to read /proc/cmdline to get cli_console settings\n"
+    dev.boot_console.expect_all(onlcr("ERROR: Failed to read /proc/cmdline to get cli_console settings\n"))
 
 
 @pytest.mark.parametrize("speed", ["4800", "1200", "0", "115201", "-9600"])
@@ -102,7 +73,7 @@ def test_an_unknown_speed_is_told_on_the_new_port_and_the_shell_starts_there(dev
     assert dev.boot().startswith(
         "tty_set_termios: speed: Invalid argument\ntty_remap_stdio: tty_set_termios(): Invalid argument\n"
         "ERROR: Error in remapping stdio to /dev/ttyS1\n" + BANNER)
-    assert dev.boot_console.received == b""
+    assert dev.boot_console.output == b""
 
 
 @pytest.mark.parametrize("cmdline, port", [("cli_console=ttyS7,9600", 7), ("cli_console=ttyS-1,9600", -1),
@@ -134,8 +105,8 @@ def test_start_up_goes_on_when_kernel_messages_cannot_be_kept_off(dev):
 def test_every_speed(dev, speed):
     dev.cmdline("cli_console=ttyS1,9600" if speed != 9600 else "cli_console=ttyS1,115200")
     dev.boot()
-    assert dev.command(f"set console {speed}") == block(speed=speed) + DONE
-    assert settings(dev.port(1)) == terminal_settings(speed)
+    assert dev.command(f"set console {speed}") == block(speed=speed) + SUCCESS
+    assert dev.terminal(1) == terminal_settings(speed)
     assert dev.command("show console") == block(speed=speed)
 
 
@@ -151,17 +122,17 @@ def test_every_speed(dev, speed):
 ])
 def test_parameters_in_their_order(dev, words, speed, flow):
     dev.boot()
-    assert dev.command(f"set console {words}") == block(speed=speed, flow=flow) + DONE
-    assert settings(dev.port(1)) == terminal_settings(speed, flow == "hwflow")
+    assert dev.command(f"set console {words}") == block(speed=speed, flow=flow) + SUCCESS
+    assert dev.terminal(1) == terminal_settings(speed, flow == "hwflow")
     assert dev.sleeps == []
 
 
 def test_flow_control_off_and_on_again(dev):
     dev.boot()
     dev.command("set console noflow")
-    assert dev.command("set console 9600") == block(speed=9600, flow="noflow") + DONE  # it stays off
-    assert dev.command("set console hwflow") == block(speed=9600) + DONE
-    assert settings(dev.port(1)) == terminal_settings(9600)
+    assert dev.command("set console 9600") == block(speed=9600, flow="noflow") + SUCCESS  # it stays off
+    assert dev.command("set console hwflow") == block(speed=9600) + SUCCESS
+    assert dev.terminal(1) == terminal_settings(9600)
 
 
 @pytest.mark.parametrize("words", ["", "115200", "1", "1 115200 rs232 hwflow noterm", "rs232", "hwflow", "noterm",
@@ -185,7 +156,7 @@ def test_an_invalid_parameter_ends_the_command(dev, words, word):
     dev.boot()
     assert dev.command(f"set console {words}") == invalid(word)
     assert dev.command("show console") == block()
-    assert settings(dev.port(1)) == terminal_settings()
+    assert dev.terminal(1) == terminal_settings()
 
 
 @pytest.mark.parametrize("words", ["term", "rs232 term", "9600 term", "hwflow term", "2 9600 rs232 noflow term x"])
@@ -201,7 +172,7 @@ def test_a_termination_needs_a_bus(dev, words):
 def test_this_board_has_rs232_only(dev, mode, port, rest):
     dev.boot()
     reason = "on /dev/ttyS0" if port == 0 else "in current operational mode (tk10_eval)"
-    assert dev.command(f"set console {port} {mode}{rest}") == f"ERROR: {mode} not valid {reason}\n{FAILED}"
+    assert dev.command(f"set console {port} {mode}{rest}") == f"ERROR: {mode} not valid {reason}\n{FAILURE}"
     assert dev.command("show console") == block()
     assert dev.events.of("open") == [] and dev.ioctls == []
 
@@ -212,19 +183,19 @@ def test_this_board_has_rs232_only(dev, mode, port, rest):
 @pytest.mark.parametrize("port", [0, 2])
 def test_moving_to_another_port_and_back(dev, port):
     dev.boot()
-    assert move(dev, f"set console {port}", port) == block(port) + DONE
-    assert settings(dev.port(port)) == terminal_settings()
+    assert dev.move(f"set console {port}", port) == block(port) + SUCCESS
+    assert dev.terminal(port) == terminal_settings()
     assert [event.path for event in dev.events.of("open")] == [f"/dev/ttyS{port}"] * 3
     assert dev.command("show console") == block(port)
     assert dev.port(1).unread == b""
-    assert move(dev, "set console 1 9600", 1).endswith(block(1, 9600) + DONE)
+    assert dev.move("set console 1 9600", 1).endswith(block(1, 9600) + SUCCESS)
 
 
 def test_the_previous_port_keeps_its_settings(dev):
     dev.boot()
-    move(dev, "set console 2 9600 noflow", 2)
-    assert settings(dev.port(1)) == terminal_settings(signals=True)  # as during the command that left it
-    assert settings(dev.port(2)) == terminal_settings(9600, False)
+    dev.move("set console 2 9600 noflow", 2)
+    assert dev.terminal(1) == terminal_settings(signals=True)  # as during the command that left it
+    assert dev.terminal(2) == terminal_settings(9600, False)
 
 
 def test_a_delay_lies_between_the_change_and_the_settings(dev):
@@ -232,10 +203,10 @@ def test_a_delay_lies_between_the_change_and_the_settings(dev):
     dev.boot()
     dev.type("set console -d5 2 9600")
     dev.wait_for("sleep", "5")
-    assert settings(dev.port(2)) == terminal_settings(9600, signals=False)
+    assert dev.terminal(2) == terminal_settings(9600, signals=False)
     assert dev.port(2).unread == b""
     dev.console = dev.port(2)
-    assert dev.text_until_prompt() == block(2, 9600) + DONE
+    assert dev.text_until_prompt() == block(2, 9600) + SUCCESS
     assert [event.kind for event in dev.events.of("tcsetattr", "sleep")] == \
         ["tcsetattr", "tcsetattr", "sleep", "tcsetattr"]  # signals on, the change, the delay, signals off
     assert dev.sleeps == [5]
@@ -244,7 +215,7 @@ def test_a_delay_lies_between_the_change_and_the_settings(dev):
 def test_output_goes_out_on_the_new_port_only(dev):
     dev.answer("dmesg", stdout="out\n", stderr="err\n")
     dev.boot()
-    move(dev, "set console 2", 2)
+    dev.move("set console 2", 2)
     assert dev.command("show klog") == "err\nout\n"
     assert dev.port(1).unread == b""
 
@@ -255,9 +226,9 @@ def test_output_goes_out_on_the_new_port_only(dev):
 def test_a_missing_port_gives_both_result_lines_and_the_console_stays(dev):
     dev.remove_port(2)
     dev.boot()
-    assert dev.command("set console 2 9600") == MISSING + FAILED + DONE
+    assert dev.command("set console 2 9600") == MISSING + FAILURE + SUCCESS
     assert dev.command("show console") == block()
-    assert settings(dev.port(1)) == terminal_settings()
+    assert dev.terminal(1) == terminal_settings()
 
 
 def test_settings_that_cannot_be_read_give_both_result_lines(dev):
@@ -266,9 +237,9 @@ def test_settings_that_cannot_be_read_give_both_result_lines(dev):
     dev.fail_call("tcgetattr", error="EIO", after=2, times=1)
     assert dev.command("set console 9600") == (
         "tty_set_termios: tcgetattr(prev_tio): Input/output error\n"
-        "tty_remap_stdio: tty_set_termios(): Input/output error\n" + FAILED + DONE)
+        "tty_remap_stdio: tty_set_termios(): Input/output error\n" + FAILURE + SUCCESS)
     assert dev.command("show console") == block()
-    assert settings(dev.port(1)) == terminal_settings()
+    assert dev.terminal(1) == terminal_settings()
 
 
 def test_settings_that_cannot_be_applied_give_both_result_lines_and_the_old_ones(dev):
@@ -276,20 +247,20 @@ def test_settings_that_cannot_be_applied_give_both_result_lines_and_the_old_ones
     dev.fail_call("tcsetattr", error="EINVAL", after=1, times=1)
     assert dev.command("set console 9600 noflow") == (
         "tty_set_termios: tcsetattr(): Invalid argument\n"
-        "tty_remap_stdio: tty_set_termios(): Invalid argument\n" + FAILED + DONE)
+        "tty_remap_stdio: tty_set_termios(): Invalid argument\n" + FAILURE + SUCCESS)
     # Signals on, the old settings again, signals off.
     assert [event.cflag for event in dev.events.of("tcsetattr")] == [terminal_settings()[2]] * 3
     assert dev.command("show console") == block()
-    assert settings(dev.port(1)) == terminal_settings()
+    assert dev.terminal(1) == terminal_settings()
 
 
 def test_settings_that_fail_on_another_port_leave_the_shell_there(dev):
     dev.boot()
     dev.fail_call("tcsetattr", "ttyS2", error="EIO", times=1)
-    text = move(dev, "set console 2", 2)
+    text = dev.move("set console 2", 2)
     assert text == ("tty_set_termios: tcsetattr(): Input/output error\n"
-                    "tty_remap_stdio: tty_set_termios(): Input/output error\n" + FAILED + DONE)
-    assert settings(dev.port(2))[2] == terminal_settings()[2]  # what the console had before
+                    "tty_remap_stdio: tty_set_termios(): Input/output error\n" + FAILURE + SUCCESS)
+    assert dev.terminal(2)[2] == terminal_settings()[2]  # what the console had before
     assert "  Device: /dev/ttyS1\n" in dev.command("show console")
 
 
@@ -299,7 +270,7 @@ def test_a_port_lost_on_the_way_moves_only_the_descriptors_before(dev):
     dev.type("set console 2")
     # Input reads the new port; output and the errors stay.
     assert dev.text_until_prompt() == \
-        "set console 2\ntty_remap_stdio: open(): No such device or address\n" + FAILED + DONE
+        "set console 2\ntty_remap_stdio: open(): No such device or address\n" + FAILURE + SUCCESS
     dev.port(2).send(b"version\r")
     assert BANNER in dev.text_until_prompt()
 
@@ -307,7 +278,7 @@ def test_a_port_lost_on_the_way_moves_only_the_descriptors_before(dev):
 def test_a_port_lost_for_the_errors_alone_is_told_where_the_output_goes(dev):
     dev.boot()
     dev.fail_call("open", "/dev/ttyS2", error="ENXIO", after=2)
-    assert move(dev, "set console 2", 2) == "tty_remap_stdio: open(): No such device or address\n" + FAILED + DONE
+    assert dev.move("set console 2", 2) == "tty_remap_stdio: open(): No such device or address\n" + FAILURE + SUCCESS
 
 
 # ---------------------------------------------------------------------- showing
@@ -351,7 +322,7 @@ def test_show_console_names_the_descriptors_it_cannot_read(dev):
 def tk20(dev):
     dev.boot()
     dev.command("verbose 1")  # nobody wants to hear of its signals here
-    assert dev.command("set opmode board tk20") == DONE
+    assert dev.command("set opmode board tk20") == SUCCESS
     return dev
 
 
@@ -366,19 +337,19 @@ def tk20(dev):
     ("noflow", "rs232", "noflow", "n/a"),
 ])
 def test_a_bus_mode_takes_flow_control_away_unless_told(tk20, words, mode, flow, termination):
-    assert tk20.command(f"set console {words}") == block(mode=mode, flow=flow, term=termination) + DONE
-    assert settings(tk20.port(1)) == terminal_settings(flow=flow == "hwflow")
+    assert tk20.command(f"set console {words}") == block(mode=mode, flow=flow, term=termination) + SUCCESS
+    assert tk20.terminal(1) == terminal_settings(flow=flow == "hwflow")
     assert tk20.command("show console") == block(mode=mode, flow=flow, term=termination)
 
 
 def test_back_in_rs232_the_bus_is_not_terminated_and_flow_control_stays_off(tk20):
     tk20.command("set console rs485 term")
-    assert tk20.command("set console rs232") == block(flow="noflow") + DONE
-    assert tk20.command("set console rs485") == block(mode="rs485", term="off") + DONE
+    assert tk20.command("set console rs232") == block(flow="noflow") + SUCCESS
+    assert tk20.command("set console rs485") == block(mode="rs485", term="off") + SUCCESS
 
 
 def test_the_termination_is_switched_alone_and_stays(tk20):
     tk20.command("set console rs422")
-    assert tk20.command("set console term") == block(mode="rs422", term="on") + DONE
-    assert tk20.command("set console rs485") == block(mode="rs485", term="on") + DONE
-    assert tk20.command("set console noterm") == block(mode="rs485", term="off") + DONE
+    assert tk20.command("set console term") == block(mode="rs422", term="on") + SUCCESS
+    assert tk20.command("set console rs485") == block(mode="rs485", term="on") + SUCCESS
+    assert tk20.command("set console noterm") == block(mode="rs485", term="off") + SUCCESS

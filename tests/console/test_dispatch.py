@@ -1,12 +1,9 @@
 """From a line to its handler: words, matching, refusals, help."""
 
 import pytest
-from command_list import COMMANDS, PLACEHOLDERS, listing
-from device import BANNER
 
-UNKNOWN = "ERROR: Unknown Command\n"
-AMBIGUOUS = "ERROR: Ambiguous Command\n"
-INCOMPLETE = "ERROR: Incomplete command\n"
+from command_list import COMMANDS, PLACEHOLDERS, listing
+from texts import AMBIGUOUS, BANNER, BRIEF, INCOMPLETE, SUCCESS, UNKNOWN, VERBOSE
 
 
 @pytest.fixture
@@ -154,8 +151,8 @@ def test_a_comment_begins_with_a_word_not_within_one(dev):
 def test_a_comment_passes_no_parameter(dev):
     dev.answer("fw_printenv", stdout="bootbank=1\n")
     assert dev.command("show bootenv # comment") == "bootbank=1\n"
-    assert dev.command("set bootenv bootdelay 5 # comment") == "Setting bootdelay to 5\nDone: SUCCESS\n"
-    assert dev.command("set bootenv bootdelay 5 #comment more") == "Setting bootdelay to 5\nDone: SUCCESS\n"
+    assert dev.command("set bootenv bootdelay 5 # comment") == "Setting bootdelay to 5\n" + SUCCESS
+    assert dev.command("set bootenv bootdelay 5 #comment more") == "Setting bootdelay to 5\n" + SUCCESS
 
 
 @pytest.mark.parametrize("count", [19, 20, 21, 22, 40, 120])
@@ -179,9 +176,6 @@ def test_handlers_ignore_surplus_words(dev):
 
 
 # ---------------------------------------------------------------------- help
-
-BRIEF = "\nBrief Command Summary:\n\n"
-VERBOSE = "\nVerbose Command Summary:\n\n"
 
 
 @pytest.mark.parametrize("line", ["help", "?", "HELP", "help # all"])

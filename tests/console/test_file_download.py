@@ -7,7 +7,8 @@ import time
 import pytest
 
 import images
-from downloads import BEGIN, FAILURE, SUCCESS, begin_download, download, expect_at_rest, settings, steps
+from downloads import expect_at_rest, settings, steps
+from texts import BEGIN, FAILURE, SUCCESS
 
 FAILED = "ERROR: serial download failed\n" + FAILURE
 CONSOLE_DURING_COMMAND = "console 115200 rtscts signals"
@@ -16,12 +17,12 @@ CONSOLE_DURING_COMMAND = "console 115200 rtscts signals"
 def download_file(dev, data, words="firmware", port=None):
     """Sends a file in one piece. The three seconds of silence behind it are cut short."""
     dev.fail_call("select", error=None, result=0, after=1, times=1)
-    return download(dev, data, f"file download serial {words}", port=port)
+    return dev.install(data, f"file download serial {words}", port=port)
 
 
 def fail_to_download(dev, words="firmware"):
     """A download that fails before it listens. Then the console's input was closed; waits until it is open again."""
-    shown = begin_download(dev, f"file download serial {words}") + dev.text_until_prompt()
+    shown = dev.begin(f"file download serial {words}") + dev.text_until_prompt()
     dev.wait_for("open", "/dev/ttyS1", "04002")
     dev.wait_for("tcsetattr", "/dev/ttyS1", *console_input_settings(dev))
     return shown
@@ -82,7 +83,7 @@ def test_port_and_rate_default_to_those_of_the_console(dev):
 @pytest.mark.parametrize("name", ["a", "-rf", "..hidden", "$(reboot)", "`reboot`", "a;b", "a'b\"c", "100%s%n", "\xe4\xf6"])
 def test_name_is_taken_as_it_is(dev, name):
     dev.boot()
-    assert download_file(dev, b"contents", name) == BEGIN + SUCCESS
+    assert download_file(dev, b"contents", name) == SUCCESS
     assert [entry.name for entry in dev.path("/tmp").iterdir()] == [os.fsdecode(name.encode("latin-1"))]
     assert dev.shell_lines == []
 
@@ -91,7 +92,7 @@ def test_longest_name_that_can_be_typed(dev):
     """A line takes 256 characters; the buffer of the path has room for more than is left of them."""
     dev.boot()
     name = "n" * (256 - len("fi d s "))
-    assert download(dev, b"contents", f"fi d s {name}") == BEGIN + SUCCESS
+    assert dev.install(b"contents", f"fi d s {name}") == SUCCESS
     assert dev.path(f"/tmp/{name}").read_bytes() == b"contents"
 
 
@@ -100,7 +101,7 @@ def test_longest_name_that_can_be_typed(dev):
 
 def test_whole_session(dev):
     dev.boot()
-    assert download(dev, b"contents", "file download serial firmware") == BEGIN + SUCCESS
+    assert dev.install(b"contents", "file download serial firmware") == SUCCESS
     assert steps(dev) == [
         f"settings /dev/ttyS1 {CONSOLE_DURING_COMMAND}",
         "sleep 1",
@@ -136,7 +137,7 @@ def test_file_of_any_length(dev, size):
     dev.boot()
     dev.command("verbose 4")
     data = images.pattern(size)
-    assert download(dev, data, "file download serial firmware").endswith(BEGIN + f"INFO: Downloaded {size} bytes\n" + SUCCESS)
+    assert dev.install(data, "file download serial firmware").endswith(BEGIN + f"INFO: Downloaded {size} bytes\n" + SUCCESS)
     assert dev.path("/tmp/firmware").read_bytes() == data
     expect_at_rest(dev)
 
@@ -144,7 +145,7 @@ def test_file_of_any_length(dev, size):
 def test_bytes_that_a_terminal_would_treat(dev):
     dev.boot()
     data = b"\x03\x1c\x1a\x04\x11\x13\r\n\xff\0reset\r" * 100
-    assert download(dev, data, "file download serial firmware") == BEGIN + SUCCESS
+    assert dev.install(data, "file download serial firmware") == SUCCESS
     assert dev.path("/tmp/firmware").read_bytes() == data
     dev.expect_ran_exactly([])
 
@@ -152,14 +153,14 @@ def test_bytes_that_a_terminal_would_treat(dev):
 def test_older_file_is_replaced(dev):
     dev.boot()
     dev.path("/tmp/firmware").write_bytes(b"a longer file of another time")
-    assert download_file(dev, b"new") == BEGIN + SUCCESS
+    assert download_file(dev, b"new") == SUCCESS
     assert dev.path("/tmp/firmware").read_bytes() == b"new"
 
 
 def test_two_files_one_after_the_other(dev):
     dev.boot()
     for name, data in ("one", b"first"), ("two", b"second"):
-        assert download_file(dev, data, name) == BEGIN + SUCCESS
+        assert download_file(dev, data, name) == SUCCESS
         assert dev.path(f"/tmp/{name}").read_bytes() == data
 
 
@@ -170,7 +171,7 @@ def test_nothing_arrives(dev):
     dev.boot()
     dev.command("verbose 4")
     start = time.monotonic()
-    begin_download(dev, "file download serial firmware")
+    dev.begin("file download serial firmware")
     assert dev.text_until_prompt(45) == "INFO: Downloaded 0 bytes\n" + FAILED
     assert 30 <= time.monotonic() - start < 40
     assert not dev.path("/tmp/firmware").exists()
@@ -180,7 +181,7 @@ def test_nothing_arrives(dev):
 def test_pause_of_three_seconds_ends_the_file(dev):
     dev.boot()
     start = time.monotonic()
-    begin_download(dev, "file download serial firmware 2")
+    dev.begin("file download serial firmware 2")
     dev.send_stream(b"first half", port=2)
     assert dev.text_until_prompt() == SUCCESS
     assert 3 <= time.monotonic() - start < 8
@@ -191,7 +192,7 @@ def test_pause_of_three_seconds_ends_the_file(dev):
 
 def test_shorter_pauses_do_not(dev):
     dev.boot()
-    begin_download(dev, "file download serial firmware")
+    dev.begin("file download serial firmware")
     dev.send_stream(b"one")
     for piece in b"two", b"three":
         time.sleep(2)
@@ -203,7 +204,7 @@ def test_shorter_pauses_do_not(dev):
 def test_only_the_first_wait_is_long(dev):
     dev.trace("select")
     dev.boot()
-    assert download(dev, b"contents", "file download serial firmware", piece=4, pause=0.1) == BEGIN + SUCCESS
+    assert dev.install(b"contents", "file download serial firmware", piece=4, pause=0.1) == SUCCESS
     waits = [event.seconds for event in dev.events.of("select")]
     assert waits[0] == 30 and len(waits) > 1 and set(waits[1:]) == {3}
 
@@ -219,9 +220,9 @@ def test_only_the_first_wait_is_long(dev):
 def test_file_that_cannot_be_made(dev, path, error):
     dev.boot()
     dev.command("verbose 4")
-    shown = begin_download(dev, f"file download serial {path}") + dev.text_until_prompt()
+    shown = dev.begin(f"file download serial {path}") + dev.text_until_prompt()
     full = path if path.startswith("/") else f"/tmp/{path}"
-    assert shown.endswith(BEGIN + f"INFO: Downloaded 0 bytes\nERROR: fopen({full}) error({error})\n" + FAILED)
+    assert shown.endswith(f"INFO: Downloaded 0 bytes\nERROR: fopen({full}) error({error})\n" + FAILED)
     assert dev.path("/tmp").is_dir()
     assert f"settings /dev/ttyS1 {CONSOLE_DURING_COMMAND}" in steps(dev)[5:], "the port was given back"
     expect_at_rest(dev)
@@ -233,14 +234,14 @@ def test_error_that_a_long_path_cuts(dev):
     path = "/nowhere/" + "n" * (256 - len("fi d s /nowhere/"))
     whole = f"fopen({path}) error(No such file or directory)\n"
     assert len(whole) > 255
-    shown = begin_download(dev, f"fi d s {path}") + dev.text_until_prompt()
-    assert shown == BEGIN + f"ERROR: {whole[:255]}" + FAILED
+    shown = dev.begin(f"fi d s {path}") + dev.text_until_prompt()
+    assert shown == f"ERROR: {whole[:255]}" + FAILED
 
 
 def test_no_memory_for_the_buffer(dev):
     dev.boot()
     dev.fail_call("malloc", 4096, error="ENOMEM")
-    assert fail_to_download(dev) == BEGIN + "ERROR: malloc(4096) error(Cannot allocate memory)\n" + FAILED
+    assert fail_to_download(dev) == "ERROR: malloc(4096) error(Cannot allocate memory)\n" + FAILED
     assert not dev.path("/tmp/firmware").exists()
     expect_at_rest(dev)
 
@@ -249,7 +250,7 @@ def test_write_that_fails(dev):
     dev.boot()
     dev.command("verbose 4")
     dev.fail_call("fwrite", "/tmp/firmware", error="ENOSPC", result=0)
-    shown = download(dev, b"contents", "file download serial firmware 2", port=2)
+    shown = dev.install(b"contents", "file download serial firmware 2", port=2)
     assert shown.endswith(
         BEGIN + "INFO: Downloaded 0 bytes\nERROR: fwrite(8) error(No space left on device)\n" + FAILED)
     assert not dev.path("/tmp/firmware").exists()
@@ -260,7 +261,7 @@ def test_write_that_fails_later_ends_the_transfer(dev):
     dev.boot()
     dev.command("verbose 4")
     dev.fail_call("fwrite", "/tmp/firmware", error="ENOSPC", result=0, after=1)
-    begin_download(dev, "file download serial firmware 2")
+    dev.begin("file download serial firmware 2")
     dev.send_stream(b"first", port=2)
     dev.expect_quiet()
     dev.send(b"second", port=2)
@@ -287,7 +288,7 @@ def test_port_that_fails_ends_the_file(dev, call, outcome, sent, count, end):
     dev.boot()
     dev.command("verbose 4")
     dev.fail_call(call, "/dev/ttyS2" if call == "read" else "", after=1 if sent else 0, **outcome)
-    begin_download(dev, "file download serial firmware 2")
+    dev.begin("file download serial firmware 2")
     dev.wait_for("tcsetattr", "/dev/ttyS2")
     for piece in sent, b"more":
         dev.send(piece, port=2)
@@ -305,7 +306,7 @@ def test_console_answers_after_a_port_that_is_missing(dev):
     dev.remove_port(2)
     dev.boot()
     assert fail_to_download(dev, "firmware 2") == (
-        BEGIN + "tty_open_raw: open(): No such file or directory\n"
+        "tty_open_raw: open(): No such file or directory\n"
         "ERROR: tty_open_raw() error(No such file or directory)\n" + FAILED)
     assert dev.command("verbose") == "verbosity is 3\n"
     expect_at_rest(dev)
@@ -314,7 +315,7 @@ def test_console_answers_after_a_port_that_is_missing(dev):
 def test_console_without_a_port_of_its_own_answers_after_its_port_is_missing(dev):
     dev.remove_port(1)
     dev.boot()
-    begin_download(dev, "file download serial firmware")
+    dev.begin("file download serial firmware")
     assert dev.text_until_prompt() == (
         "tty_open_raw: open(): No such file or directory\n"
         "ERROR: tty_open_raw() error(No such file or directory)\n" + FAILED)
@@ -326,10 +327,10 @@ def test_download_after_one_whose_port_is_missing(dev):
     dev.remove_port(0)
     dev.boot()
     fail_to_download(dev, "firmware 0")
-    assert download_file(dev, b"contents") == BEGIN + SUCCESS
+    assert download_file(dev, b"contents") == SUCCESS
     assert dev.path("/tmp/firmware").read_bytes() == b"contents"
     kernel = images.part(images.KERNEL, b"kernel")
-    assert download(dev, kernel) == BEGIN + images.info(kernel) + SUCCESS
+    assert dev.install(kernel) == images.info(kernel) + SUCCESS
     expect_at_rest(dev)
 
 
@@ -345,6 +346,6 @@ def test_interrupt_character_after_a_port_that_is_missing(dev):
 def test_console_at_a_speed_that_no_transfer_has(dev):
     dev.cmdline("cli_console=ttyS1,4800")
     dev.boot()
-    begin_download(dev, "file download serial firmware")
+    dev.begin("file download serial firmware")
     assert re.fullmatch(r"tty_open_raw: speed: .*\nERROR: tty_open_raw\(\) error\(.*\)\n" + re.escape(FAILED),
                         dev.text_until_prompt())

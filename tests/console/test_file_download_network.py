@@ -1,8 +1,10 @@
 """Fetching a file over the network: the words, the names, and what the client says."""
 
 import pytest
-from network import (DHCP, FAILURE, INCOMPLETE, NO_PRODUCT, STARTED_BY_DHCP, SUCCESS, UNABLE_TO_CONFIGURE,
-                     UNABLE_TO_START, USING_ETH0, command, start, steps, without_card)
+
+from network import (DHCP, NO_PRODUCT, STARTED_BY_DHCP, UNABLE_TO_CONFIGURE, UNABLE_TO_START, USING_ETH0, command,
+                     start, steps, without_card)
+from texts import FAILURE, INCOMPLETE, SUCCESS
 
 GET_FAILED = "ERROR: TFTP get failed\n"
 

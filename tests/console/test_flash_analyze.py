@@ -6,6 +6,7 @@ import zlib
 import pytest
 
 import images
+from texts import FAILURE, SUCCESS
 
 HEADING = """
 partition  name            bk  status    version      pc  size-hex   crc-hex 
@@ -66,7 +67,7 @@ def analyze(dev):
 
 def test_erased_flash_is_clean(flash):
     flash.boot()
-    assert analyze(flash) == table() + "Done: SUCCESS\n"
+    assert analyze(flash) == table() + SUCCESS
     flash.expect_not_ran("ubiattach", "mount")
     # Once for all UBI volumes, and for each partition that nothing was found in.
     assert flash.sleeps.count(2) == 1 + 9
@@ -103,7 +104,7 @@ def test_everything_that_can_be_recognised(flash):
         kernel_1=row("kernel_1", "active", "3.1.0.0R1", "AB", "fa1", f"{images.field(kernel, 16):08x}"),
         kernel_2=row("kernel_2", "dirty"),
         config_loader=row("config_loader", "active", size="4d", crc=f"{images.field(config, 16):08x}"),
-        param_space=row("param_space", "dirty")) + "Done: SUCCESS\n"
+        param_space=row("param_space", "dirty")) + SUCCESS
 
 
 @pytest.mark.parametrize("size, known", [(255, False), (256, True), (16384, True), (16385, False)])
@@ -199,7 +200,7 @@ def test_header_that_lies_about_its_length(flash):
     flash.boot()
     screen = analyze(flash)
     assert "ERROR: Short read (768/1024 bytes) at /dev/mtd5 offset 0x0000fd00\n" in screen
-    assert screen.endswith("Done: SUCCESS\n")
+    assert screen.endswith(SUCCESS)
 
 
 def test_environment_is_found_at_the_first_length_that_fits(flash):
@@ -319,7 +320,7 @@ def test_ctrl_c_ends_the_table(flash):
     flash.expect("mtd0       bootstrap       -   ")
     flash.interrupt()
     screen = flash.text_until_prompt()
-    assert screen.endswith("\n\nERROR: Terminated by signal\nDone: FAILURE\n")
+    assert screen.endswith("\n\nERROR: Terminated by signal\n" + FAILURE)
     assert "mtd2" not in screen
     assert flash.ignores(2)
 
@@ -333,7 +334,7 @@ def test_ctrl_c_while_the_volume_is_given_back_ends_the_table_afterwards(formatt
     formatted.wait_for("run", "default", {"umount": "/bin/umount", "ubidetach": "/usr/sbin/ubidetach"}[tool])
     formatted.interrupt()
     screen = formatted.text_until_prompt()
-    assert screen.endswith("\n\nERROR: Terminated by signal\nDone: FAILURE\n")
+    assert screen.endswith("\n\nERROR: Terminated by signal\n" + FAILURE)
     assert "rootfs_2" not in screen
     assert formatted.ran[-2:] == ["/bin/umount /mnt", "/usr/sbin/ubidetach /dev/ubi_ctrl -p /dev/mtd10"]
     assert [str(event) for event in formatted.events.of("exit")][-2:] == ["exit umount 0", "exit ubidetach 0"]
@@ -344,6 +345,6 @@ def test_ctrl_c_that_ends_a_tool_ends_the_table(formatted):
     formatted.answer("ubiattach", signal=2, times=1)
     formatted.boot()
     screen = analyze(formatted)
-    assert screen.endswith("\n\nERROR: Terminated by signal\nDone: FAILURE\n")
+    assert screen.endswith("\n\nERROR: Terminated by signal\n" + FAILURE)
     assert "rootfs_2" not in screen
     assert formatted.ignores(2)

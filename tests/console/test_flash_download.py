@@ -6,8 +6,8 @@ import re
 import pytest
 
 import images
-from downloads import (BEGIN, FAILURE, NOT_INSTALLED, SUCCESS, begin_download, download, expect_at_rest, image_that_fails,
-                       settings, steps)
+from downloads import expect_at_rest, image_that_fails, settings, steps
+from texts import BEGIN, FAILURE, NOT_INSTALLED, SUCCESS
 
 UNLOCK_BOOTLOADER, LOCK_BOOTLOADER = "/usr/sbin/flash_unlock /dev/mtd2", "/usr/sbin/flash_lock /dev/mtd2 0 -1"
 BIG = 0xFACED  # bytes, about 1 MB
@@ -67,7 +67,7 @@ def test_words_choose_bank_port_and_rate(dev, words, bank, port, speed):
     dev.boot()
     dev.command("verbose 4")
     function = "INFO: cmd_flash_download_serial:"
-    shown = download(dev, image_that_fails(), f"flash download serial {words}".rstrip(), port=port)
+    shown = dev.install(image_that_fails(), f"flash download serial {words}".rstrip(), port=port)
     assert shown.startswith(
         f"{function} bank={bank} dev=/dev/ttyS{port} speed={speed}\n"
         f"{function} tty_dev=/dev/ttyS{port} speed={speed} bank={bank} "
@@ -80,7 +80,7 @@ def test_port_and_rate_default_to_those_of_the_console(dev):
     dev.cmdline("cli_console=ttyS2,57600")
     dev.boot()
     dev.command("verbose 4")
-    shown = download(dev, image_that_fails(), "flash download serial")
+    shown = dev.install(image_that_fails(), "flash download serial")
     assert "INFO: cmd_flash_download_serial: bank=1 dev=/dev/ttyS2 speed=57600\n" in shown
 
 
@@ -89,7 +89,7 @@ def test_port_and_rate_default_to_those_of_the_console(dev):
 
 def test_whole_session_on_the_console_port(dev):
     dev.boot()
-    assert download(dev, IMAGE, "flash download serial 2") == BEGIN + IMAGE_INFO + SUCCESS
+    assert dev.install(IMAGE, "flash download serial 2") == IMAGE_INFO + SUCCESS
     assert steps(dev) == [
         "settings /dev/ttyS1 console 115200 rtscts signals",
         "sleep 1",
@@ -117,7 +117,7 @@ def test_whole_session_on_the_console_port(dev):
 @pytest.mark.parametrize("port, flow", [(0, ""), (2, " rtscts")])
 def test_whole_session_on_another_port(dev, port, flow):
     dev.boot()
-    assert download(dev, IMAGE, f"flash download serial 1 {port} 9600", port=port) == BEGIN + IMAGE_INFO + SUCCESS
+    assert dev.install(IMAGE, f"flash download serial 1 {port} 9600", port=port) == IMAGE_INFO + SUCCESS
     at = f"/dev/ttyS{port}"
     done = steps(dev)
     assert done[:5] == ["settings /dev/ttyS1 console 115200 rtscts signals", "sleep 1", f"open {at} 0402 0",
@@ -127,13 +127,13 @@ def test_whole_session_on_another_port(dev, port, flow):
     assert given_back.startswith(f"settings {at} ") and "raw" not in given_back
     assert rest == ["sleep 1", "settings /dev/ttyS1 console 115200 rtscts"]
     assert dev.partition("kernel_1").read(0, len(KERNEL)) == KERNEL
-    assert dev.port(port).received == b"", "nothing is said on the port of the transfer"
+    assert dev.port(port).output == b"", "nothing is said on the port of the transfer"
     expect_at_rest(dev)
 
 
 def test_nothing_is_shown_while_the_port_carries_the_image(dev):
     dev.boot()
-    begin_download(dev, "flash download serial 2")
+    dev.begin("flash download serial 2")
     dev.send_stream(LOADER[:256])
     dev.wait_ran(UNLOCK_BOOTLOADER)
     held_back = dev.path("/tmp/recovery.log")
@@ -149,14 +149,14 @@ def test_nothing_is_shown_while_the_port_carries_the_image(dev):
 def test_bytes_that_arrived_before_the_port_was_opened_do_not_count(dev):
     dev.boot()
     dev.send(b"\r\nsome noise", port=2)
-    assert download(dev, IMAGE, "flash download serial 1 2", port=2) == BEGIN + IMAGE_INFO + SUCCESS
+    assert dev.install(IMAGE, "flash download serial 1 2", port=2) == IMAGE_INFO + SUCCESS
 
 
 def test_old_files_are_no_part_of_it(dev):
     dev.boot()
     dev.path("/tmp/image.rom").write_bytes(b"headers of another image")
     dev.path("/tmp/recovery.log").write_text("messages of another time\n")
-    begin_download(dev, "flash download serial 2")
+    dev.begin("flash download serial 2")
     assert not dev.path("/tmp/image.rom").exists()
     dev.send_stream(IMAGE)
     assert dev.text_until_prompt() == IMAGE_INFO + SUCCESS
@@ -166,7 +166,7 @@ def test_old_files_are_no_part_of_it(dev):
 def test_messages_that_cannot_be_held_back_are_lost_and_nothing_else(dev):
     dev.boot()
     dev.path("/tmp/recovery.log").mkdir()
-    assert download(dev, IMAGE).endswith(SUCCESS)
+    assert dev.install(IMAGE).endswith(SUCCESS)
     assert dev.partition("kernel_2").read(0, len(KERNEL)) == KERNEL
     assert dev.command("quit") == ""
 
@@ -174,7 +174,7 @@ def test_messages_that_cannot_be_held_back_are_lost_and_nothing_else(dev):
 def test_second_download_in_a_session(dev):
     dev.boot()
     for bank in ("2", "single", "1"):
-        assert download(dev, IMAGE, f"flash download serial {bank}") == BEGIN + IMAGE_INFO + SUCCESS
+        assert dev.install(IMAGE, f"flash download serial {bank}") == IMAGE_INFO + SUCCESS
         assert dev.partition(f"kernel_{bank}").read(0, len(KERNEL)) == KERNEL
         assert dev.env["bootbank"] == bank
         expect_at_rest(dev)
@@ -183,7 +183,7 @@ def test_second_download_in_a_session(dev):
 def test_interrupt_character_in_an_image_interrupts_nothing(dev):
     dev.boot()
     image = images.part(images.KERNEL, b"\x03\x1c\x1a\x04\x11\x13\r\n\xff\0" * 500)
-    assert download(dev, image) == BEGIN + images.info(image) + SUCCESS
+    assert dev.install(image) == images.info(image) + SUCCESS
     assert dev.partition("kernel_2").read(0, len(image)) == image
 
 
@@ -193,14 +193,14 @@ def test_interrupt_character_in_an_image_interrupts_nothing(dev):
 def test_verbosity_4_tells_the_count_of_parts(dev):
     dev.boot()
     dev.command("verbose 4")
-    shown = download(dev, IMAGE)
+    shown = dev.install(IMAGE)
     assert shown.partition(BEGIN)[2] == IMAGE_INFO + "INFO: Wrote 3 image parts, skipped 0\n" + SUCCESS
 
 
 def test_verbosity_5_tells_what_is_set_in_the_environment(dev):
     dev.boot()
     dev.command("verbose 5")
-    shown = download(dev, IMAGE)
+    shown = dev.install(IMAGE)
     assert shown.partition(BEGIN)[2] == (
         IMAGE_INFO + "INFO: Wrote 3 image parts, skipped 0\n"
         "PROGRESS: Setting 'kernel_size_2=ABCDE' in the boot environment\n"
@@ -220,7 +220,7 @@ def streamed(part):
 def test_verbosity_6_tells_every_step(dev):
     dev.boot()
     dev.command("verbose 6")
-    shown = download(dev, IMAGE)
+    shown = dev.install(IMAGE)
     assert shown == (
         "INFO: cmd_flash_download_serial: bank=2 dev=/dev/ttyS1 speed=115200\n"
         "INFO: cmd_flash_download_serial: tty_dev=/dev/ttyS1 speed=115200 bank=2 "
@@ -242,7 +242,7 @@ def test_verbosity_6_tells_every_step(dev):
 def test_verbosity_7_traces_functions(dev):
     dev.boot()
     dev.command("verbose 7")
-    shown = download(dev, images.part(images.BOOTLOADER, b"12345"))
+    shown = dev.install(images.part(images.BOOTLOADER, b"12345"))
     before, begin, after = shown.partition(BEGIN)
     assert begin and before.startswith("TRACE: cmd_flash_download_serial:\nINFO: ")
     at = 0
@@ -261,7 +261,7 @@ def test_low_verbosity_shows_what_was_asked_for_but_no_errors(dev, verbosity):
     dev.boot()
     dev.command(f"verbose {verbosity}")
     image = images.part(images.KERNEL, b"kernel")[:-1] + b"x"
-    assert download(dev, image) == BEGIN + images.info(image) + FAILURE
+    assert dev.install(image) == images.info(image) + FAILURE
 
 
 # ---------------------------------------------------------------------- every raw destination
@@ -286,7 +286,7 @@ def test_part_reaches_its_partition_and_no_other(dev, contents_type, words, part
     environment = dict(dev.env)
     contents = images.pattern(4097)
     image = images.part(contents_type, contents)
-    assert download(dev, image, f"flash download serial{words}") == BEGIN + images.info(image) + SUCCESS
+    assert dev.install(image, f"flash download serial{words}") == images.info(image) + SUCCESS
     dev.expect_ran_exactly(tools)
     written = image if header_too else contents
     target = dev.partition(partition)
@@ -304,7 +304,7 @@ def test_parts_of_any_length(dev, size):
              + images.part(images.KERNEL, images.pattern(size, 6), more=True)
              + images.part(images.BOOTSTRAP, images.pattern(min(size, 0x20000), 7)))
     dev.set_partitions(*((p.name, max(p.size, 0x200000), p.erase_size) for p in dev.partitions))
-    assert download(dev, image).endswith(SUCCESS)
+    assert dev.install(image).endswith(SUCCESS)
     whole = 256 + size
     assert dev.partition("bootloader").read(0, whole) == image[:whole]
     assert dev.partition("kernel_2").read(0, whole) == image[whole:2 * whole]
@@ -316,7 +316,7 @@ def test_parts_of_any_length(dev, size):
 def test_image_that_arrives_in_pieces(dev, piece):
     dev.boot()
     image = images.part(images.BOOTLOADER, images.pattern(301), more=True) + images.part(images.KERNEL, b"kernel")
-    assert download(dev, image, piece=piece, pause=0.001) == BEGIN + images.info(image) + images.info(image[557:]) + SUCCESS
+    assert dev.install(image, piece=piece, pause=0.001) == images.info(image) + images.info(image[557:]) + SUCCESS
     assert dev.partition("bootloader").read(0, 557) == image[:557]
 
 
@@ -331,7 +331,7 @@ def test_image_that_arrives_in_pieces(dev, piece):
 def test_checksums_with_carries(dev, contents):
     dev.boot()
     image = images.part(images.KERNEL, contents)
-    assert download(dev, image) == BEGIN + images.info(image) + SUCCESS
+    assert dev.install(image) == images.info(image) + SUCCESS
 
 
 def test_stream_goes_straight_into_the_flash(dev):
@@ -339,7 +339,7 @@ def test_stream_goes_straight_into_the_flash(dev):
     dev.trace("/dev/mtd")
     dev.boot()
     contents = images.pattern(10000)
-    assert download(dev, images.part(images.KERNEL, contents)).endswith(SUCCESS)
+    assert dev.install(images.part(images.KERNEL, contents)).endswith(SUCCESS)
     writes = [int(event.result) for event in dev.events.of("write")]
     assert writes[0] == 256 and sum(writes) == 10256 and max(writes) <= 4096
     assert {event.path for event in dev.events.of("write")} == {"/dev/mtd6"}
@@ -349,7 +349,7 @@ def test_stream_goes_straight_into_the_flash(dev):
 
 def test_environment_is_set_last_kernel_size_then_bank(dev):
     dev.boot()
-    begin_download(dev, "flash download serial 2")
+    dev.begin("flash download serial 2")
     first = images.part(images.KERNEL, b"kernel", more=True)
     last = images.part(images.BOOTLOADER, b"loader")
     dev.send_stream(first + last[:-1])
@@ -364,7 +364,7 @@ def test_environment_is_set_last_kernel_size_then_bank(dev):
 def test_later_kernel_gives_the_size(dev):
     dev.boot()
     image = images.part(images.KERNEL, b"longer kernel", more=True) + images.part(images.KERNEL, b"kernel")
-    assert download(dev, image).endswith(SUCCESS)
+    assert dev.install(image).endswith(SUCCESS)
     assert dev.env["kernel_size_2"] == "6"
     assert dev.partition("kernel_2").read(0, 262) == image[269:]
 
@@ -374,7 +374,7 @@ def test_any_flag_but_zero_announces_another_part(dev, flag):
     dev.boot()
     first = images.part(images.CONFIG_LOADER, b"config", fields={images.NEXT_HEADER_FLAG: flag})
     last = images.part(images.BOOTLOADER, b"loader")
-    assert download(dev, first + last) == BEGIN + images.info(first) + images.info(last) + SUCCESS
+    assert dev.install(first + last) == images.info(first) + images.info(last) + SUCCESS
     assert dev.partition("bootloader").read(0, len(last)) == last
 
 
@@ -383,18 +383,18 @@ def test_image_ends_with_its_last_flag_and_the_rest_is_ignored(dev):
     image = images.part(images.KERNEL, b"kernel")
     rest = images.part(images.BOOTLOADER, b"reset\rreset\r")
     line = "flash download serial 1 2"
-    assert download(dev, image + rest, line, port=2) == BEGIN + images.info(image) + SUCCESS
+    assert dev.install(image + rest, line, port=2) == images.info(image) + SUCCESS
     dev.expect_quiet()
     dev.expect_ran_exactly(set_environment(1, "6"))
     assert dev.partition("bootloader").read(0, 4) == bytes(4)
-    assert download(dev, image, line, port=2) == BEGIN + images.info(image) + SUCCESS
+    assert dev.install(image, line, port=2) == images.info(image) + SUCCESS
 
 
 def test_reserved_bytes_and_sizes_of_volumes_do_not_matter(dev):
     dev.boot()
     reserved = (20, 48, 56, 88, 96, 128, 136, 196, images.ROOTFS_SIZE_KIB, 208, images.TOTAL_SIZE_KIB, 216, 252)
     image = images.part(images.KERNEL, b"kernel", fields={offset: 0xDEADBEEF for offset in reserved})
-    assert download(dev, image) == BEGIN + images.info(image) + SUCCESS
+    assert dev.install(image) == images.info(image) + SUCCESS
 
 
 @pytest.mark.parametrize("version, code", [
@@ -404,7 +404,7 @@ def test_reserved_bytes_and_sizes_of_volumes_do_not_matter(dev):
 def test_version_and_code_are_shown(dev, version, code):
     dev.boot()
     image = images.part(images.CONFIG_LOADER, b"", version=version, code=code)
-    assert download(dev, image) == BEGIN + images.info(image) + SUCCESS
+    assert dev.install(image) == images.info(image) + SUCCESS
 
 
 # ---------------------------------------------------------------------- boot environment images
@@ -419,7 +419,7 @@ def test_boot_environment_is_written_on_clean_flash(dev):
     dev.boot()
     environment = dict(dev.env)
     dev.command("verbose 4")
-    assert download(dev, BOOT_ENV).endswith(BEGIN + images.info(BOOT_ENV) + "INFO: Wrote 1 image parts, skipped 0\n" + SUCCESS)
+    assert dev.install(BOOT_ENV).endswith(BEGIN + images.info(BOOT_ENV) + "INFO: Wrote 1 image parts, skipped 0\n" + SUCCESS)
     assert dev.partition("bootenv_1").read(0, 3000) == BOOT_ENV[256:]
     assert dev.partition("bootenv_2").read(0, 3000) == bytes(3000)
     dev.expect_ran_exactly(WRITE_BOOT_ENV)
@@ -431,7 +431,7 @@ def test_boot_environment_is_skipped_on_flash_in_use(dev):
     dev.boot()
     environment = dict(dev.env)
     dev.command("verbose 4")
-    assert download(dev, BOOT_ENV).endswith(BEGIN + images.info(BOOT_ENV) + "INFO: Wrote 0 image parts, skipped 1\n" + SUCCESS)
+    assert dev.install(BOOT_ENV).endswith(BEGIN + images.info(BOOT_ENV) + "INFO: Wrote 0 image parts, skipped 1\n" + SUCCESS)
     assert dev.partition("bootenv_1").read(0, 3000) == bytes(3000)
     dev.expect_ran_exactly([])
     assert dict(dev.env) == environment
@@ -443,7 +443,7 @@ def test_part_behind_a_skipped_boot_environment_is_found(dev, size):
     dev.boot()
     skipped = images.part(images.BOOT_ENV, images.pattern(size), more=True)
     kernel = images.part(images.KERNEL, b"kernel")
-    assert download(dev, skipped + kernel) == BEGIN + images.info(skipped) + images.info(kernel) + SUCCESS
+    assert dev.install(skipped + kernel) == images.info(skipped) + images.info(kernel) + SUCCESS
     assert dev.partition("kernel_2").read(0, len(kernel)) == kernel
     assert dev.partition("bootenv_1").read(0, 1) == b"\0"
     dev.expect_ran_exactly(set_environment(2, "6"))
@@ -453,14 +453,14 @@ def test_skipped_boot_environment_is_taken_off_the_line_byte_by_byte(dev):
     dev.boot()
     dev.trace("/dev/ttyS2")
     image = images.part(images.BOOT_ENV, images.pattern(100))
-    assert download(dev, image, "flash download serial 1 2", port=2).endswith(SUCCESS)
+    assert dev.install(image, "flash download serial 1 2", port=2).endswith(SUCCESS)
     reads = [event.result for event in dev.events.of("read")]
     assert reads[-100:] == ["1"] * 100 and sum(map(int, reads[:-100])) == 256, "the header, then the contents"
 
 
 def test_checksum_of_a_skipped_boot_environment_is_not_looked_at(dev):
     dev.boot()
-    assert download(dev, BOOT_ENV[:-1] + b"!") == BEGIN + images.info(BOOT_ENV) + SUCCESS
+    assert dev.install(BOOT_ENV[:-1] + b"!") == images.info(BOOT_ENV) + SUCCESS
 
 
 def test_bad_block_does_not_count_for_clean_flash(dev):
@@ -470,7 +470,7 @@ def test_bad_block_does_not_count_for_clean_flash(dev):
     for offset in range(0x20000, 0x40000, 1024):
         ubi.mark_bad(offset)
     dev.boot()
-    assert download(dev, BOOT_ENV).endswith(SUCCESS)
+    assert dev.install(BOOT_ENV).endswith(SUCCESS)
     dev.expect_ran_exactly(WRITE_BOOT_ENV)
 
 
@@ -481,7 +481,7 @@ def test_block_that_cannot_be_asked_about_is_read(dev, byte, tools):
     ubi.write(byte, 0x20000)
     dev.answer_ioctl(0x40084D0B, "/dev/mtd10", error="EOPNOTSUPP")
     dev.boot()
-    assert download(dev, BOOT_ENV).endswith(SUCCESS)
+    assert dev.install(BOOT_ENV).endswith(SUCCESS)
     dev.expect_ran_exactly(tools)
 
 
@@ -491,7 +491,7 @@ def test_one_bit_makes_flash_unclean(dev, spot):
     ubi.fill()
     ubi.write(b"\xfe", spot)
     dev.boot()
-    assert download(dev, BOOT_ENV).endswith(SUCCESS)
+    assert dev.install(BOOT_ENV).endswith(SUCCESS)
     dev.expect_ran_exactly([])
 
 
@@ -505,7 +505,7 @@ def test_flash_that_cannot_be_read_is_not_clean(dev, spoil):
     make_ubi_small(dev).fill()
     spoil(dev)
     dev.boot()
-    assert download(dev, BOOT_ENV) == BEGIN + images.info(BOOT_ENV) + SUCCESS
+    assert dev.install(BOOT_ENV) == images.info(BOOT_ENV) + SUCCESS
     dev.expect_ran_exactly([])
 
 
@@ -520,7 +520,7 @@ def test_write_that_fails_is_no_error_but_counted(dev, outcome, count):
     dev.command("verbose 6")
     image = images.part(images.KERNEL, bytes(512))
     dev.fail_call("write", "/dev/mtd6", after=1, times=1, **outcome)
-    begin_download(dev, "flash download serial 2")
+    dev.begin("flash download serial 2")
     dev.send_stream(image[:256])
     dev.send(image[256:])
     shown = dev.text_until_prompt()
@@ -534,7 +534,7 @@ def test_header_that_was_not_written_is_no_error(dev):
     dev.boot()
     image = images.part(images.KERNEL, b"kernel")
     dev.fail_call("write", "/dev/mtd6", times=1)
-    assert download(dev, image) == BEGIN + images.info(image) + SUCCESS
+    assert dev.install(image) == images.info(image) + SUCCESS
 
 
 def failed_setting(name, value, status="sys_rc=256 exitstatus=1"):
@@ -546,7 +546,7 @@ def test_kernel_size_cannot_be_set(dev):
     dev.boot()
     dev.answer("fw_setenv", when="kernel_size_2", status=1)
     image = images.part(images.KERNEL, b"kernel")
-    assert download(dev, image) == BEGIN + images.info(image) + failed_setting("kernel_size_2", "6") + NOT_INSTALLED
+    assert dev.install(image) == images.info(image) + failed_setting("kernel_size_2", "6") + NOT_INSTALLED
     assert "kernel_size_2" not in dev.env
     expect_at_rest(dev)
 
@@ -555,7 +555,7 @@ def test_bank_cannot_be_set(dev):
     dev.boot()
     dev.answer("fw_setenv", when="bootbank", status=3)
     image = images.part(images.KERNEL, b"kernel")
-    assert download(dev, image) == (BEGIN + images.info(image)
+    assert dev.install(image) == (images.info(image)
                                     + failed_setting("bootbank", "2", "sys_rc=768 exitstatus=3") + NOT_INSTALLED)
     assert (dev.env["bootbank"], dev.env["kernel_size_2"]) == ("1", "6")
     expect_at_rest(dev)
@@ -566,8 +566,8 @@ def test_nothing_can_be_set(dev):
     dev.remove("/usr/sbin/fw_setenv")
     image = images.part(images.KERNEL, b"kernel")
     missing = "sys_rc=32512 exitstatus=127"
-    assert download(dev, image, "flash download serial single") == (
-        BEGIN + images.info(image) + failed_setting("kernel_size_single", "6", missing)
+    assert dev.install(image, "flash download serial single") == (
+        images.info(image) + failed_setting("kernel_size_single", "6", missing)
         + failed_setting("bootbank", "single", missing) + NOT_INSTALLED)
     expect_at_rest(dev)
 
@@ -578,9 +578,9 @@ def test_nothing_can_be_set(dev):
 def test_port_that_the_device_does_not_have(dev):
     dev.remove_port(2)
     dev.boot()
-    begin = begin_download(dev, "flash download serial 1 2")
+    begin = dev.begin("flash download serial 1 2")
     assert begin + dev.text_until_prompt() == (
-        BEGIN + "tty_open_raw: open(): No such file or directory\n"
+        "tty_open_raw: open(): No such file or directory\n"
         "ERROR: Failed to open serial port (No such file or directory)\n" + NOT_INSTALLED)
     expect_at_rest(dev)
 
@@ -589,7 +589,7 @@ def test_console_at_a_speed_that_no_transfer_has(dev):
     """Such a speed cannot be asked for, but the kernel command line may have it."""
     dev.cmdline("cli_console=ttyS1,4800")
     dev.boot()
-    begin_download(dev, "flash download serial")
+    dev.begin("flash download serial")
     assert re.fullmatch(r"tty_open_raw: speed: .*\nERROR: Failed to open serial port \(.*\)\n"
                         + re.escape(NOT_INSTALLED), dev.text_until_prompt())
-    assert download(dev, image_that_fails(), "flash download serial 1 1 9600").endswith(NOT_INSTALLED)
+    assert dev.install(image_that_fails(), "flash download serial 1 1 9600").endswith(NOT_INSTALLED)

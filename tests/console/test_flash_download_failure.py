@@ -8,10 +8,10 @@ import time
 import pytest
 
 import images
-from downloads import (BEGIN, NOT_INSTALLED, SUCCESS, begin_download, download, expect_at_rest, steps)
+from downloads import expect_at_rest, steps
+from texts import BEGIN, NOT_INSTALLED, NOT_WRITTEN, SUCCESS
 
 SPARE = "flash download serial 2 2"  # what is sent beyond the point of failure cannot meet the console there
-FAILED = "ERROR: Failed to write firmware image\n"
 UNLOCK_BOOTLOADER, LOCK_BOOTLOADER = "/usr/sbin/flash_unlock /dev/mtd2", "/usr/sbin/flash_lock /dev/mtd2 0 -1"
 
 KERNEL = images.part(images.KERNEL, images.pattern(5001))
@@ -41,8 +41,8 @@ def test_promised_part_that_never_comes(dev):
     """The loader gives the sender as long as a person may need to start it."""
     image = images.part(images.KERNEL, b"kernel", more=True)
     start = time.monotonic()
-    shown = download(dev, image, timeout=45)
-    assert reason(shown) == BEGIN + images.info(image) + "ERROR: Failed to write firmware image [...]\n" + NOT_INSTALLED
+    shown = dev.install(image, timeout=45)
+    assert reason(shown) == images.info(image) + "ERROR: Failed to write firmware image [...]\n" + NOT_INSTALLED
     assert 30 <= time.monotonic() - start < 40
     assert dev.partition("kernel_2").read(0, len(image)) == image
 
@@ -55,30 +55,30 @@ def test_corrupted_payload(dev, spot, bit):
     damaged = bytearray(KERNEL)
     damaged[256 + spot] ^= bit
     calculated, expected = images.checksum(bytes(damaged[256:])), images.checksum(KERNEL[256:])
-    assert download(dev, bytes(damaged)) == (
-        BEGIN + images.info(KERNEL) + f"ERROR: Failed checksum test: calculated 0x{calculated:x} vs 0x{expected:x}"
+    assert dev.install(bytes(damaged)) == (
+        images.info(KERNEL) + f"ERROR: Failed checksum test: calculated 0x{calculated:x} vs 0x{expected:x}"
         + NOT_INSTALLED), "no line feed behind the numbers"
     assert dev.partition("kernel_2").read(0, len(damaged)) == damaged, "it was written as it came"
 
 
 def test_checksum_of_protected_part_fails_after_it_was_locked_again(dev):
     image = images.part(images.BOOTLOADER, b"loader", fields={images.CONTENTS_CHECKSUM: 0xA, images.FINAL_CHECKSUM: 0xA})
-    assert download(dev, image).endswith(f"calculated 0x{images.checksum(b'loader'):x} vs 0xa{NOT_INSTALLED}")
+    assert dev.install(image).endswith(f"calculated 0x{images.checksum(b'loader'):x} vs 0xa{NOT_INSTALLED}")
     dev.expect_ran_exactly([UNLOCK_BOOTLOADER, LOCK_BOOTLOADER])
 
 
 def test_second_part_corrupted_first_stays_written(dev):
     kernel = images.part(images.KERNEL, b"kernel", more=True)
     damaged = images.part(images.CONFIG_LOADER, b"config")[:-1] + b"x"
-    shown = download(dev, kernel + damaged)
-    assert shown.startswith(BEGIN + images.info(kernel) + images.info(damaged) + "ERROR: Failed checksum test: ")
+    shown = dev.install(kernel + damaged)
+    assert shown.startswith(images.info(kernel) + images.info(damaged) + "ERROR: Failed checksum test: ")
     assert shown.endswith(NOT_INSTALLED)
     assert dev.partition("kernel_2").read(0, len(kernel)) == kernel
 
 
 def test_failed_part_ends_the_installation(dev):
     damaged = images.part(images.KERNEL, b"kernel", more=True)[:-1] + b"x"
-    assert download(dev, damaged + LOADER, SPARE, port=2).count("Image info:") == 1
+    assert dev.install(damaged + LOADER, SPARE, port=2).count("Image info:") == 1
     assert dev.partition("bootloader").read(0, 8) == bytes(8)
     dev.expect_ran_exactly([])
 
@@ -144,7 +144,7 @@ BAD_HEADERS = {
 @pytest.mark.parametrize("header, fault", BAD_HEADERS.values(), ids=BAD_HEADERS)
 def test_bad_header_tells_its_fault_at_verbosity_6(dev, header, fault):
     dev.command("verbose 6")
-    shown = download(dev, header)
+    shown = dev.install(header)
     assert shown.partition(BEGIN)[2] == (
         "VERBOSE: tty_open_raw: dev=/dev/ttyS1 speed=115200\n"
         f"ERROR: {fault}\n" + images.info(header) + "ERROR: Bad image header 0\n"
@@ -157,23 +157,23 @@ def test_bad_header_tells_its_fault_at_verbosity_6(dev, header, fault):
 def test_bad_header_is_just_bad_below_verbosity_6(dev, verbosity, fault):
     header = BAD_HEADERS[fault][0]
     dev.command(f"verbose {verbosity}")
-    assert download(dev, header).endswith(
-        BEGIN + images.info(header) + "ERROR: Bad image header 0\n" + NOT_INSTALLED)
+    dev.begin("flash download serial 2")
+    assert dev.transfer(header) == images.info(header) + "ERROR: Bad image header 0\n" + NOT_INSTALLED
 
 
 @pytest.mark.parametrize("offset", [0, 6, 20, 27, 40, 100, 200, 255])
 def test_flipped_bit_anywhere_in_a_header(dev, offset):
     header = bytearray(KERNEL[:256])
     header[offset] ^= 0x10
-    assert download(dev, bytes(header)) == (
-        BEGIN + images.info(header) + "ERROR: Bad image header 0\n" + NOT_INSTALLED)
+    assert dev.install(bytes(header)) == (
+        images.info(header) + "ERROR: Bad image header 0\n" + NOT_INSTALLED)
 
 
 def test_second_header_bad(dev):
     header = damaged(HEADER_TYPE=1)
     first = images.part(images.KERNEL, b"kernel", more=True)
-    assert download(dev, first + header) == (
-        BEGIN + images.info(first) + images.info(header) + "ERROR: Bad image header 1\n" + NOT_INSTALLED)
+    assert dev.install(first + header) == (
+        images.info(first) + images.info(header) + "ERROR: Bad image header 1\n" + NOT_INSTALLED)
     assert dev.partition("kernel_2").read(0, len(first)) == first
 
 
@@ -181,13 +181,13 @@ def test_second_header_bad(dev):
     bytes(256), b"\xff" * 256, images.pattern(256), b"CLI> " * 51 + b"x", b"\r\n" * 128],
     ids=["zeros", "ones", "all bytes", "text", "line ends"])
 def test_garbage(dev, garbage):
-    assert download(dev, garbage) == BEGIN + images.info(garbage) + "ERROR: Bad image header 0\n" + NOT_INSTALLED
+    assert dev.install(garbage) == images.info(garbage) + "ERROR: Bad image header 0\n" + NOT_INSTALLED
 
 
 def test_much_garbage(dev):
     garbage = images.pattern(3000, 9)
-    shown = download(dev, garbage, SPARE, port=2)
-    assert shown == BEGIN + images.info(garbage[:256]) + "ERROR: Bad image header 0\n" + NOT_INSTALLED
+    shown = dev.install(garbage, SPARE, port=2)
+    assert shown == images.info(garbage[:256]) + "ERROR: Bad image header 0\n" + NOT_INSTALLED
     dev.expect_quiet()
 
 
@@ -197,8 +197,8 @@ def test_much_garbage(dev):
 @pytest.mark.parametrize("size", [1, 255])
 def test_sender_that_stops_inside_a_header(dev, size):
     start = time.monotonic()
-    shown = download(dev, KERNEL[:size])
-    assert reason(shown) == BEGIN + "ERROR: Failed to write firmware image [...]\n" + NOT_INSTALLED
+    shown = dev.install(KERNEL[:size])
+    assert reason(shown) == "ERROR: Failed to write firmware image [...]\n" + NOT_INSTALLED
     assert 3 <= time.monotonic() - start < 8
 
 
@@ -206,9 +206,9 @@ def test_sender_that_stops_inside_a_header(dev, size):
 def test_sender_that_stops_inside_a_payload(dev, size):
     dev.partition("bootloader").fill()
     start = time.monotonic()
-    shown = download(dev, LOADER[:size])
-    assert reason(shown) == (BEGIN + images.info(LOADER) + "ERROR: Failed to read firmware image [...]\n"
-                             + FAILED + NOT_INSTALLED)
+    shown = dev.install(LOADER[:size])
+    assert reason(shown) == (images.info(LOADER) + "ERROR: Failed to read firmware image [...]\n"
+                             + NOT_WRITTEN + NOT_INSTALLED)
     assert 3 <= time.monotonic() - start < 8
     dev.expect_ran_exactly([UNLOCK_BOOTLOADER, LOCK_BOOTLOADER])
     target = dev.partition("bootloader")
@@ -218,23 +218,23 @@ def test_sender_that_stops_inside_a_payload(dev, size):
 @pytest.mark.parametrize("length", [0x7FFFFFFF, 0x80000000, 0xFFFFFFFF])
 def test_sender_that_stops_inside_a_huge_payload(dev, length):
     header = images.header(images.KERNEL, fields={images.CONTENTS_LENGTH: length, images.FINAL_LENGTH: length})
-    shown = download(dev, header + b"kernel")
-    assert reason(shown) == (BEGIN + images.info(header) + "ERROR: Failed to read firmware image [...]\n"
-                             + FAILED + NOT_INSTALLED)
+    shown = dev.install(header + b"kernel")
+    assert reason(shown) == (images.info(header) + "ERROR: Failed to read firmware image [...]\n"
+                             + NOT_WRITTEN + NOT_INSTALLED)
     assert dev.partition("kernel_2").read(0, 264) == header + b"kernel\0\0"
 
 
 def test_sender_that_stops_inside_a_boot_environment_that_is_skipped(dev):
     image = images.part(images.BOOT_ENV, b"bootenv")
-    shown = download(dev, image[:-1])
-    assert shown.startswith(BEGIN + images.info(image)) and shown.endswith(NOT_INSTALLED)
+    shown = dev.install(image[:-1])
+    assert shown.startswith(images.info(image)) and shown.endswith(NOT_INSTALLED)
     assert dev.partition("bootenv_1").read(0, 4) == bytes(4)
 
 
 def test_sender_that_pauses_for_less_than_three_seconds(dev):
     """The three seconds start afresh with every piece."""
     image = images.part(images.CONFIG_LOADER, b"config loader")
-    begin_download(dev, "flash download serial")
+    dev.begin("flash download serial")
     dev.send_stream(image[:100])
     for begin, end in (100, 200), (200, 256), (256, 260), (260, 269):
         time.sleep(1.5)
@@ -245,7 +245,7 @@ def test_sender_that_pauses_for_less_than_three_seconds(dev):
 def test_first_wait_of_a_header_is_long_and_all_others_are_short(dev):
     dev.trace("select")
     image = images.part(images.CONFIG_LOADER, b"config", more=True) + images.part(images.CONFIG_LOADER, b"loader")
-    begin_download(dev, "flash download serial")
+    dev.begin("flash download serial")
     dev.send_stream(image[:100])
     dev.wait_for("select", "/dev/ttyS1", "3")
     dev.send(image[100:])
@@ -262,13 +262,13 @@ def test_first_wait_of_a_header_is_long_and_all_others_are_short(dev):
 @pytest.mark.parametrize("header_complete", [False, True], ids=["in the header", "in the payload"])
 def test_port_that_fails(dev, call, outcome, header_complete):
     """Each kind of failure at each place has the message of a sender that stopped."""
-    begin_download(dev, SPARE)
+    dev.begin(SPARE)
     dev.wait_for("tcsetattr", "/dev/ttyS2")
     expected = "ERROR: Failed to write firmware image [...]\n" + NOT_INSTALLED
     if header_complete:
         dev.send(LOADER[:256], port=2)
         dev.wait_ran(UNLOCK_BOOTLOADER)
-        expected = (images.info(LOADER) + "ERROR: Failed to read firmware image [...]\n" + FAILED + NOT_INSTALLED)
+        expected = (images.info(LOADER) + "ERROR: Failed to read firmware image [...]\n" + NOT_WRITTEN + NOT_INSTALLED)
     dev.fail_call(call, "/dev/ttyS2" if call == "read" else "", **outcome)
     dev.send(LOADER[256:] if header_complete else LOADER[:1], port=2)  # ends the wait that was under way
     assert reason(dev.text_until_prompt()) == expected
@@ -294,7 +294,7 @@ def test_root_file_system_of_the_wrong_kind(dev, contents_type, erase_size, refu
     """Refused by its header, before it is even shown."""
     dev.set_partitions(*((p.name, p.size, erase_size if p.name == "ubi0" else p.erase_size) for p in dev.partitions))
     header = images.header(contents_type, b"root file system")
-    assert download(dev, header) == BEGIN + refusal.format(erase_size) + NOT_INSTALLED
+    assert dev.install(header) == refusal.format(erase_size) + NOT_INSTALLED
     dev.expect_ran_exactly([])
 
 
@@ -302,14 +302,14 @@ def test_root_file_system_of_the_wrong_kind(dev, contents_type, erase_size, refu
     (images.ROOTFS_UBIFS_16KEB, REFUSED_16KEB), (images.ROOTFS_UBIFS_128KEB, REFUSED_128KEB)], ids=["16", "128"])
 def test_root_file_system_without_a_ubi_partition(dev, contents_type, refusal):
     dev.set_partitions(("bootstrap", 0x20000, 0x10000))
-    assert download(dev, images.header(contents_type)) == BEGIN + refusal.format(0) + NOT_INSTALLED
+    assert dev.install(images.header(contents_type)) == refusal.format(0) + NOT_INSTALLED
 
 
 def test_root_file_system_of_the_wrong_kind_behind_a_good_part(dev):
     kernel = images.part(images.KERNEL, b"kernel", more=True)
     refused = images.header(images.ROOTFS_UBIFS_16KEB)
-    assert download(dev, kernel + refused) == (
-        BEGIN + images.info(kernel) + REFUSED_16KEB.format(0x20000) + NOT_INSTALLED)
+    assert dev.install(kernel + refused) == (
+        images.info(kernel) + REFUSED_16KEB.format(0x20000) + NOT_INSTALLED)
 
 
 @pytest.mark.parametrize("behind", [b"", KERNEL], ids=["last", "in front of others"])
@@ -317,8 +317,8 @@ def test_root_file_system_of_the_wrong_kind_behind_a_good_part(dev):
 def test_part_without_a_destination(dev, contents_type, behind):
     lost = images.part(contents_type, b"\xff" * 300, more=bool(behind))
     signed = contents_type - (contents_type >> 31 << 32)
-    assert download(dev, lost + behind, SPARE, port=2) == (
-        BEGIN + images.info(lost) + f"ERROR: image_write_fd: Can't find mtd for contents_type={signed}\n" + NOT_INSTALLED)
+    assert dev.install(lost + behind, SPARE, port=2) == (
+        images.info(lost) + f"ERROR: image_write_fd: Can't find mtd for contents_type={signed}\n" + NOT_INSTALLED)
     assert dev.partition("kernel_2").read(0, 8) == bytes(8)
     dev.expect_ran_exactly([])
 
@@ -328,9 +328,9 @@ def test_part_without_a_destination(dev, contents_type, behind):
 
 def test_port_that_cannot_be_opened(dev):
     dev.fail_call("open", "/dev/ttyS2", error="ENOENT")
-    begin = begin_download(dev, SPARE)
+    begin = dev.begin(SPARE)
     assert begin + dev.text_until_prompt() == (
-        BEGIN + "tty_open_raw: open(): No such file or directory\n"
+        "tty_open_raw: open(): No such file or directory\n"
         "ERROR: Failed to open serial port (No such file or directory)\n" + NOT_INSTALLED)
     assert steps(dev) == ["settings /dev/ttyS1 console 115200 rtscts signals", "sleep 1", "sleep 1",
                           "settings /dev/ttyS1 console 115200 rtscts"]
@@ -338,9 +338,9 @@ def test_port_that_cannot_be_opened(dev):
 
 def test_console_port_that_cannot_be_opened_again(dev):
     dev.fail_call("open", "/dev/ttyS1", error="EBUSY")
-    begin = begin_download(dev, "flash download serial")
+    begin = dev.begin("flash download serial")
     assert begin + dev.text_until_prompt() == (
-        BEGIN + "tty_open_raw: open(): Device or resource busy\n"
+        "tty_open_raw: open(): Device or resource busy\n"
         "ERROR: Failed to open serial port (Device or resource busy)\n" + NOT_INSTALLED)
 
 
@@ -357,8 +357,8 @@ def failed_tool(line, status="sys_rc=256 exitstatus=1"):
 def test_unlock_fails(dev, death, status):
     """Locked at once, nothing written."""
     dev.answer("flash_unlock", **death)
-    assert download(dev, LOADER, SPARE, port=2) == (
-        BEGIN + images.info(LOADER) + failed_tool(UNLOCK_BOOTLOADER, status) + FAILED + NOT_INSTALLED)
+    assert dev.install(LOADER, SPARE, port=2) == (
+        images.info(LOADER) + failed_tool(UNLOCK_BOOTLOADER, status) + NOT_WRITTEN + NOT_INSTALLED)
     dev.expect_ran_exactly([UNLOCK_BOOTLOADER, LOCK_BOOTLOADER])
     assert dev.partition("bootloader").read(0, 8) == bytes(8)
 
@@ -366,38 +366,38 @@ def test_unlock_fails(dev, death, status):
 def test_lock_fails(dev):
     """Written, but not as it should be."""
     dev.answer("flash_lock", status=1)
-    assert download(dev, LOADER) == (
-        BEGIN + images.info(LOADER) + failed_tool(LOCK_BOOTLOADER) + FAILED + NOT_INSTALLED)
+    assert dev.install(LOADER) == (
+        images.info(LOADER) + failed_tool(LOCK_BOOTLOADER) + NOT_WRITTEN + NOT_INSTALLED)
     assert dev.partition("bootloader").read(0, len(LOADER)) == LOADER
 
 
 def test_unlock_and_lock_fail(dev):
     dev.answer("flash_unlock", status=1)
     dev.answer("flash_lock", status=1)
-    assert download(dev, LOADER[:256]) == (
-        BEGIN + images.info(LOADER) + failed_tool(UNLOCK_BOOTLOADER) + failed_tool(LOCK_BOOTLOADER) + FAILED
+    assert dev.install(LOADER[:256]) == (
+        images.info(LOADER) + failed_tool(UNLOCK_BOOTLOADER) + failed_tool(LOCK_BOOTLOADER) + NOT_WRITTEN
         + NOT_INSTALLED)
 
 
 def test_lock_fails_in_the_middle_of_an_image(dev):
     dev.answer("flash_lock", status=1)
     first = images.part(images.BOOTLOADER, b"loader", more=True)
-    assert download(dev, first + KERNEL, SPARE, port=2).endswith(failed_tool(LOCK_BOOTLOADER) + FAILED + NOT_INSTALLED)
+    assert dev.install(first + KERNEL, SPARE, port=2).endswith(failed_tool(LOCK_BOOTLOADER) + NOT_WRITTEN + NOT_INSTALLED)
     assert dev.partition("kernel_2").read(0, 8) == bytes(8)
 
 
 def test_tools_of_protection_are_missing(dev):
     dev.remove("/usr/sbin/flash_unlock", "/usr/sbin/flash_lock")
-    shown = download(dev, LOADER[:256])
+    shown = dev.install(LOADER[:256])
     missing = "sys_rc=32512 exitstatus=127"
     assert shown.endswith(images.info(LOADER) + failed_tool(UNLOCK_BOOTLOADER, missing)
-                          + failed_tool(LOCK_BOOTLOADER, missing) + FAILED + NOT_INSTALLED)
+                          + failed_tool(LOCK_BOOTLOADER, missing) + NOT_WRITTEN + NOT_INSTALLED)
 
 
 def test_no_process_for_a_tool(dev):
     dev.fail_call("system", "flash_unlock", error="EAGAIN")
-    assert download(dev, LOADER[:256]) == (
-        BEGIN + images.info(LOADER) + f"ERROR: system({UNLOCK_BOOTLOADER}) returned -1\n" + FAILED + NOT_INSTALLED)
+    assert dev.install(LOADER[:256]) == (
+        images.info(LOADER) + f"ERROR: system({UNLOCK_BOOTLOADER}) returned -1\n" + NOT_WRITTEN + NOT_INSTALLED)
     dev.expect_ran_exactly([LOCK_BOOTLOADER])
 
 
@@ -406,9 +406,9 @@ def test_no_process_for_a_tool(dev):
     ids=["protected", "not protected"])
 def test_node_that_cannot_be_opened(dev, part, node, tools):
     dev.remove(node)
-    assert download(dev, part[:256]) == (
-        BEGIN + images.info(part) + f"ERROR: Failed to open {node}: error(No such file or directory)\n"
-        + FAILED + NOT_INSTALLED)
+    assert dev.install(part[:256]) == (
+        images.info(part) + f"ERROR: Failed to open {node}: error(No such file or directory)\n"
+        + NOT_WRITTEN + NOT_INSTALLED)
     dev.expect_ran_exactly(tools)
 
 
@@ -417,7 +417,7 @@ def test_node_that_cannot_be_opened(dev, part, node, tools):
 
 def test_sender_that_never_starts(dev):
     start = time.monotonic()
-    begin = begin_download(dev, "flash download serial")
+    begin = dev.begin("flash download serial")
     shown = begin + dev.text_until_prompt(45)
-    assert reason(shown) == BEGIN + "ERROR: Failed to write firmware image [...]\n" + NOT_INSTALLED
+    assert reason(shown) == "ERROR: Failed to write firmware image [...]\n" + NOT_INSTALLED
     assert 30 <= time.monotonic() - start < 40

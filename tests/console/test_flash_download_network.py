@@ -1,17 +1,17 @@
 """Installing an image over the network: fetched once to check all of it, and once more to write it. Nothing is erased
 before the first transfer was found good, and the saved headers never stay behind."""
 
-import images
 import pytest
-from network import (DHCP, FAILURE, INCOMPLETE, NO_PRODUCT, STARTED_BY_DHCP, SUCCESS, UNABLE_TO_CONFIGURE,
-                     UNABLE_TO_START, USING_ETH0, command, start, steps, without_card)
+
+import images
+from network import (DHCP, NO_PRODUCT, STARTED_BY_DHCP, UNABLE_TO_CONFIGURE, UNABLE_TO_START, USING_ETH0, command,
+                     start, steps, without_card)
+from texts import FAILURE, INCOMPLETE, INSTALLING, NOT_WRITTEN, PREPARING, SUCCESS
 
 TFTP = 'tftp -g -r "image.rom" -l - 10.0.0.1'
 FETCHING = "Retrieving file 'image.rom' via tftp ...\n"
-PREPARING, INSTALLING = "Preparing ...\n", "Installing ...\n"
 NOT_FETCHED = "ERROR: Failed to download image information\n"
 NOT_PREPARED = "ERROR: Failed to prepare system\n"
-NOT_WRITTEN = "ERROR: Failed to write firmware image\n"
 SAVED_HEADERS = "/tmp/image.rom"
 
 BANKS = {"": "1", "1 ": "1", "2 ": "2", "single ": "single"}

@@ -6,6 +6,7 @@ import threading
 import pytest
 
 import images
+from texts import SUCCESS
 
 
 @pytest.mark.parametrize("image", [
@@ -42,7 +43,7 @@ def test_another_line_that_never_falls_silent_does_not_hold_the_shell(dev):
     sender = threading.Thread(target=chatter)
     sender.start()
     try:
-        assert dev.text_until_prompt().endswith("Done: SUCCESS\n")
+        assert dev.text_until_prompt().endswith(SUCCESS)
     finally:
         ended.set()
         sender.join()

@@ -4,8 +4,9 @@ use) x type x event."""
 import pytest
 
 import images
-from downloads import FAILURE, NOT_INSTALLED, SUCCESS, download, expect_at_rest
+from downloads import expect_at_rest
 from network import command, start
+from texts import FAILURE, INSTALLING, NOT_INSTALLED, PREPARING, SUCCESS
 
 QUIET = " &> /dev/null"
 ATTACH = [f"/usr/sbin/ubiattach /dev/ubi_ctrl -d 0 -p /dev/mtd10{QUIET}", f"/sbin/mdev -s{QUIET}"]
@@ -88,7 +89,7 @@ PYTHON = images.part(images.PYTHON_SETUP, images.pattern(301, 3))
 
 def test_archive_into_flash_in_use(used):
     used.boot()
-    assert download(used, ARCHIVE).endswith(images.info(ARCHIVE) + SUCCESS)
+    assert used.install(ARCHIVE).endswith(images.info(ARCHIVE) + SUCCESS)
     assert used.shell_lines == write_archive() + switch_to(2)
     assert fed(used, "tar") == [9001]
     assert used.env["bootbank"] == "2"
@@ -97,7 +98,7 @@ def test_archive_into_flash_in_use(used):
 
 def test_archive_formats_clean_flash_first(clean):
     clean.boot()
-    assert download(clean, ARCHIVE).endswith(SUCCESS)
+    assert clean.install(ARCHIVE).endswith(SUCCESS)
     assert clean.shell_lines == FORMAT + write_archive() + switch_to(2)
 
 
@@ -105,7 +106,7 @@ def test_sizes_in_the_header_split_the_partition(clean):
     archive = images.part(images.ROOTFS_TAR_LZMA, b"archive", fields={
         images.ROOTFS_SIZE_KIB: 512, images.TOTAL_SIZE_KIB: 2048})
     clean.boot()
-    assert download(clean, archive).endswith(SUCCESS)
+    assert clean.install(archive).endswith(SUCCESS)
     assert clean.env["mtdparts"] == "atmel_nand:2048k(ubi0),-(user)"
     assert [(p.name, p.size) for p in clean.partitions][-2:] == [("ubi0", 0x200000), ("user", UBI_SIZE - 0x200000)]
     assert "/usr/sbin/flash_erase -q /dev/mtd11 0 0" in clean.shell_lines
@@ -115,7 +116,7 @@ def test_sizes_in_the_header_split_the_partition(clean):
 def test_flash_that_cannot_be_formatted(clean):
     clean.answer("ubiformat", status=1)
     clean.boot()
-    assert download(clean, ARCHIVE).endswith(
+    assert clean.install(ARCHIVE).endswith(
         "ERROR: system(/usr/sbin/ubiformat /dev/mtd10 -y -q) sys_rc=256 exitstatus=1\n"
         "ERROR: Failed to format ubi0\nERROR: Failed to write firmware image\n" + NOT_INSTALLED)
     clean.expect_not_ran("fw_setenv")
@@ -124,14 +125,14 @@ def test_flash_that_cannot_be_formatted(clean):
 @pytest.mark.parametrize("bank, volume, name", [("1", 0, "rootfs_1"), ("2", 1, "rootfs_2")])
 def test_ubifs_image_goes_into_the_volume_of_the_bank(used, bank, volume, name):
     used.boot()
-    assert download(used, UBIFS, f"flash download serial {bank}").endswith(SUCCESS)
+    assert used.install(UBIFS, f"flash download serial {bank}").endswith(SUCCESS)
     assert used.shell_lines == write_ubifs(8193, volume) + switch_to(bank)
     assert fed(used, "ubiupdatevol") == [8193]
 
 
 def test_single_bank_changes_the_schema(used):
     used.boot()
-    screen = download(used, UBIFS, "flash download serial single")
+    screen = used.install(UBIFS, "flash download serial single")
     assert screen.endswith("NOTE: Changing rootfs bank schema for ubi0 to 'single'\n" + SUCCESS)
     resizes = [f"/usr/sbin/ubirsvol /dev/ubi0 -n {n} -S {lebs}{QUIET}" for n, lebs in ((0, 1), (1, 1), (2, 15))]
     assert used.shell_lines == (ATTACH + SCHEMA + resizes + ["/usr/sbin/ubiupdatevol /dev/ubi0_2 -s 8193 -"] + DETACH +
@@ -141,7 +142,7 @@ def test_single_bank_changes_the_schema(used):
 def test_inconsistent_schema_is_refused_and_said(used):
     used.path("/sys/class/ubi/ubi0/ubi0_2/reserved_ebs").write_text("15\n")
     used.boot()
-    assert download(used, UBIFS).endswith("ERROR: Rootfs schema mismatch. Expected dual, detected single.\n"
+    assert used.install(UBIFS).endswith("ERROR: Rootfs schema mismatch. Expected dual, detected single.\n"
                                           "NOTE: Try full \"flash clean\" first.\n"
                                           "ERROR: Failed to write firmware image\n" + NOT_INSTALLED)
     used.expect_not_ran("ubiupdatevol", "ubirsvol", "fw_setenv")
@@ -149,14 +150,14 @@ def test_inconsistent_schema_is_refused_and_said(used):
 
 def test_oem_defaults_are_installed_as_a_file(used):
     used.boot()
-    assert download(used, OEM).endswith(images.info(OEM) + SUCCESS)
+    assert used.install(OEM).endswith(images.info(OEM) + SUCCESS)
     assert used.shell_lines == INSTALL_OEM, "the boot bank is not touched"
     assert not used.path("/tmp/image.part").exists()
 
 
 def test_oem_defaults_are_refused_by_clean_flash(clean):
     clean.boot()
-    assert download(clean, OEM).endswith("ERROR: Cannot write OEM defaults file to clean flash\n"
+    assert clean.install(OEM).endswith("ERROR: Cannot write OEM defaults file to clean flash\n"
                                          "ERROR: Failed to write firmware image\n" + NOT_INSTALLED)
     assert clean.shell_lines == []
 
@@ -166,7 +167,7 @@ def test_oem_defaults_behind_what_formats_the_flash(clean):
     archive = images.part(images.ROOTFS_TAR_LZMA, b"archive", more=True)
     clean.answer("ubiformat", delay=0.01)
     clean.boot()
-    screen = download(clean, archive + OEM)
+    screen = clean.install(archive + OEM)
     assert screen.endswith("ERROR: Cannot write OEM defaults file to clean flash\n"
                            "ERROR: Failed to write firmware image\n" + NOT_INSTALLED)
     assert "bootbank" not in clean.env or clean.env["bootbank"] == "1"
@@ -175,7 +176,7 @@ def test_oem_defaults_behind_what_formats_the_flash(clean):
 def test_oem_defaults_that_cannot_be_installed(used):
     used.answer("install", status=1)
     used.boot()
-    assert download(used, OEM).endswith(
+    assert used.install(OEM).endswith(
         "ERROR: Failed to install file to /cfg//hidden.oem.xml within ubi0:vexo_private\n"
         "ERROR: Failed to write OEM defaults\nERROR: Failed to write firmware image\n" + NOT_INSTALLED)
     assert used.shell_lines == INSTALL_OEM
@@ -184,7 +185,7 @@ def test_oem_defaults_that_cannot_be_installed(used):
 
 def test_oem_defaults_that_stop_arriving(used):
     used.boot()
-    screen = download(used, OEM[:-1])
+    screen = used.install(OEM[:-1])
     assert screen.endswith("ERROR: Failed to read firmware image [Connection timed out]\n"
                            "ERROR: Failed to write OEM defaults\nERROR: Failed to write firmware image\n" +
                            NOT_INSTALLED)
@@ -194,7 +195,7 @@ def test_oem_defaults_that_stop_arriving(used):
 
 def test_python_is_a_self_contained_installation(used):
     used.boot()
-    assert download(used, PYTHON).endswith(SUCCESS)
+    assert used.install(PYTHON).endswith(SUCCESS)
     lines = used.shell_lines
     assert lines[:3] == ATTACH + mount("vexo_user")
     assert "tar -xmzaf - -C /mnt/python/" in lines
@@ -206,7 +207,7 @@ def test_whole_image_sets_the_kernel_size_and_switches_once_at_the_end(used):
     kernel = images.part(images.KERNEL, images.pattern(0xABC, 4), more=True)
     archive = images.part(images.ROOTFS_TAR_LZMA, b"archive", more=True)
     used.boot()
-    screen = download(used, kernel + archive + OEM)
+    screen = used.install(kernel + archive + OEM)
     assert screen.endswith(images.info(kernel) + images.info(archive) + images.info(OEM) + SUCCESS)
     assert used.shell_lines == write_archive() + INSTALL_OEM + switch_to(2, "ABC")
 
@@ -215,7 +216,7 @@ def test_whole_image_sets_the_kernel_size_and_switches_once_at_the_end(used):
 def test_corrupted_contents_leave_the_boot_bank(used, image, tool):
     used.boot()
     damaged = image[:300] + bytes([image[300] ^ 1]) + image[301:]
-    screen = download(used, damaged)
+    screen = used.install(damaged)
     calculated, expected = images.checksum(damaged[256:]), images.field(damaged, images.CONTENTS_CHECKSUM)
     assert screen.endswith(f"ERROR: Failed checksum test: calculated 0x{calculated:x} vs 0x{expected:x}" +
                            NOT_INSTALLED)
@@ -228,19 +229,19 @@ def test_corrupted_contents_leave_the_boot_bank(used, image, tool):
     (ARCHIVE, "firmware"), (UBIFS, "firmare"), (images.part(images.PYTHON_SETUP, images.pattern(9001, 6)), "firmware")])
 def test_stream_that_stops_gives_the_device_back(used, image, word):
     used.boot()
-    screen = download(used, image[:5000])
+    screen = used.install(image[:5000])
     assert screen.endswith(f"ERROR: Failed to read {word} image [Connection timed out]\n"
                            "ERROR: Failed to write firmware image\n" + NOT_INSTALLED)
     used.expect_not_ran("fw_setenv")
     assert used.shell_lines[-1:] == DETACH
-    assert download(used, image).endswith(SUCCESS), "the next good installation works"
+    assert used.install(image).endswith(SUCCESS), "the next good installation works"
 
 
 def test_tool_that_dies_costs_the_installation_not_the_shell(used):
     big = images.part(images.ROOTFS_TAR_LZMA, images.pattern(300000, 5))
     used.answer("tar", signal=9, reads=10)
     used.boot()
-    screen = download(used, big)
+    screen = used.install(big)
     assert screen.endswith("ERROR: Failed to write firmware image [Broken pipe]\n"
                            "ERROR: \nError writing to pipe\n"
                            "ERROR: Failed to write firmware image\n" + NOT_INSTALLED)
@@ -250,7 +251,7 @@ def test_tool_that_dies_costs_the_installation_not_the_shell(used):
 def test_header_that_lies_about_its_length_times_out(used):
     longer = {images.CONTENTS_LENGTH: 9002, images.FINAL_LENGTH: 9002}
     used.boot()
-    screen = download(used, images.header(images.ROOTFS_TAR_LZMA, ARCHIVE[256:], fields=longer) + ARCHIVE[256:])
+    screen = used.install(images.header(images.ROOTFS_TAR_LZMA, ARCHIVE[256:], fields=longer) + ARCHIVE[256:])
     assert "ERROR: Failed to read firmware image [Connection timed out]\n" in screen
     used.expect_not_ran("fw_setenv")
 
@@ -258,7 +259,6 @@ def test_header_that_lies_about_its_length_times_out(used):
 # ---------------------------------------------------------------------- over the network
 
 TFTP = 'tftp -g -r "image.rom" -l - 10.0.0.1'
-PREPARING, INSTALLING = "Preparing ...\n", "Installing ...\n"
 NOT_PREPARED = "ERROR: Failed to prepare system\n" + FAILURE
 LOADER = images.part(images.BOOTLOADER, b"loader", more=True)
 BOOT_ENV = images.part(images.BOOT_ENV, images.pattern(3000))

@@ -2,6 +2,8 @@
 
 import pytest
 
+from texts import FAILURE, QUESTION, SETTING_DEFAULTS, SUCCESS
+
 TABLE = """\
 serial  mtd0       bootstrap      firmware    bootstrap       -   T  F  F 
 serial  mtd1       prod_config    tlv         product config  -   T  T  F 
@@ -25,7 +27,6 @@ type    partition  name           format      image           bk  p  t  c
 ------  ---------  -------------  ----------  --------------  --  -  -  - 
 """
 
-QUESTION = "Do you really want to do this (y/N)? "
 ATTACH = "/usr/sbin/ubiattach /dev/ubi_ctrl -d 0 -p /dev/mtd10 &> /dev/null"
 NODES = "/sbin/mdev -s &> /dev/null"
 DETACH = "/usr/sbin/ubidetach /dev/ubi_ctrl -p /dev/mtd10 &> /dev/null"
@@ -47,8 +48,6 @@ DEFAULTS = protected(3) + protected(4) + ["/usr/sbin/fw_setenv dummy_variable  >
 CLEANING_SERIAL = ("Cleaning serial partition /dev/mtd7 (kernel)...\n"
                    "Cleaning serial partition /dev/mtd9 (other)...\n")
 CLEANING_NAND = "Cleaning nand partition /dev/mtd10 (ubi0)...\n"
-SETTING_DEFAULTS = "Setting boot environment to defaults...\n"
-SUCCESS, FAILURE = "Done: SUCCESS\n", "Done: FAILURE\n"
 
 # ---------------------------------------------------------------------- flash info
 

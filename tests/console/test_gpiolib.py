@@ -2,18 +2,14 @@
 
 import pytest
 
-from board import give_board, give_product, gpio_writes, level, make_gpio_lines, set_level
 from product import PRODUCT_ID
 from signals import TK10_MFG, TK20, TK20_DIO2X1R, listing, row_of
-
-SUCCESS = "Done: SUCCESS\n"
-FAILURE = "Done: FAILURE\n"
-INCOMPLETE = "ERROR: Incomplete command\n"
+from texts import FAILURE, INCOMPLETE, SUCCESS
 
 
 @pytest.fixture
 def tk20(dev):
-    give_board(dev, "P2")
+    dev.give_model("P2")
     dev.boot()
     return dev
 
@@ -32,15 +28,15 @@ def start_of_line(row):
 
 @pytest.mark.parametrize("product_id, rows", [("P2", TK20), ("P7", TK10_MFG), ("P1", ""), ("XX", "")])
 def test_start_takes_and_drives_exactly_the_lines_of_the_board(dev, product_id, rows):
-    give_board(dev, product_id)
+    dev.give_model(product_id)
     assert "ERROR" not in dev.boot()
     given_back = [f"unexport {number}" for number in range(32, 160)]
     taken = [write for row in rows.splitlines() for write in start_of_line(row)]
-    assert gpio_writes(dev.startup) == given_back + taken
+    assert dev.startup.gpio_writes == given_back + taken
 
 
 def test_failures_are_told_and_the_start_goes_on(dev):
-    give_board(dev, "P2")
+    dev.give_model("P2")
     for name in ("gpio74/direction", "gpio77/value"):
         dev.remove(f"/sys/class/gpio/{name}")
     dev.fail_call("write", "gpio86/value", error=None, result=1)
@@ -58,7 +54,7 @@ def test_failures_are_told_and_the_start_goes_on(dev):
 
 def test_kernel_without_lines(dev):
     """Every line that would be taken is told; those of the I/O option are not missed."""
-    give_product(dev, (PRODUCT_ID, b"P2"))
+    dev.give_product((PRODUCT_ID, b"P2"))
     text = dev.boot()
     lines = [row.split() for row in TK20.splitlines()]
     assert [line for line in text.splitlines() if line.startswith("ERROR")] == [
@@ -66,7 +62,7 @@ def test_kernel_without_lines(dev):
 
 
 def test_line_that_cannot_be_given_back_is_told_from_verbosity_6_on(dev):
-    make_gpio_lines(dev, (40, 41, 160))
+    dev.make_gpio_lines((40, 41, 160))
     dev.boot()
     dev.fail_call("write", "/sys/class/gpio/unexport", error="EINVAL", after=1, times=3)
     dev.command("verbose 5")
@@ -87,20 +83,20 @@ def test_info_of_the_tk20(tk20):
 
 
 def test_info_with_the_io_option(dev):
-    give_board(dev, "P2", "dio2x1r")
+    dev.give_model("P2", "dio2x1r")
     dev.boot()
     assert dev.command("gpiolib info") == listing(TK20_DIO2X1R)
 
 
 def test_info_of_the_tk10_mfg(dev):
-    give_board(dev, "P7")
+    dev.give_model("P7")
     dev.boot()
     assert dev.command("gpiolib info") == listing(TK10_MFG)
 
 
 @pytest.mark.parametrize("product_id", ["P1", "P3", "P8", "XX"])
 def test_info_of_a_board_without_table(dev, product_id):
-    give_board(dev, product_id)
+    dev.give_model(product_id)
     dev.boot()
     assert dev.command("gpiolib info") == listing("")
 
@@ -111,7 +107,7 @@ def test_info_of_one_signal(tk20, signal):
 
 
 def test_info_shows_the_level_of_an_input(tk20):
-    set_level(tk20, 37, "1")
+    tk20.set_level(37, 1)
     expected = row_of(TK20, "CP9").replace("in  0", "in  1")
     assert tk20.command("gpiolib info CP9") == listing(expected)
 
@@ -133,13 +129,13 @@ def test_info_of_a_signal_that_is_not_there(tk20, signal):
 # ---------------------------------------------------------------------- gpiolib set
 
 
-@pytest.mark.parametrize("word, value", [("high", "1"), ("1", "1"), ("low", "0"), ("0", "0")])
+@pytest.mark.parametrize("word, value", [("high", 1), ("1", 1), ("low", 0), ("0", 0)])
 @pytest.mark.parametrize("signal", ["FAULT_LED", "74"])
 def test_set_drives_the_line(tk20, signal, word, value):
     tk20.mark()
     assert tk20.command(f"gpiolib set {signal} {word}") == SUCCESS
-    assert gpio_writes(tk20.events) == [f"gpio74/value {value}"]
-    assert level(tk20, 74) == value
+    assert tk20.events.gpio_writes == [f"gpio74/value {value}"]
+    assert tk20.level(74) == value
     assert f"74   out {value}  " in tk20.command("gpiolib info 74")
 
 
@@ -158,11 +154,11 @@ def test_set_drives_the_line(tk20, signal, word, value):
 def test_set_refuses(tk20, words, error):
     tk20.mark()
     assert tk20.command(f"gpiolib set {words}") == f"ERROR: {error}\n" + FAILURE
-    assert gpio_writes(tk20.events) == []
+    assert tk20.events.gpio_writes == []
 
 
 def test_set_of_a_pin_with_a_peripheral_is_refused(dev):
-    give_board(dev, "P7")
+    dev.give_model("P7")
     dev.boot()
     assert dev.command("gpiolib set TX2 1") == "ERROR: gpio70 (TX2) is not an output\n" + FAILURE
     assert dev.command("gpiolib set NRESETIN 1") == "ERROR: gpio-1 (NRESETIN) is not an output\n" + FAILURE
@@ -170,10 +166,10 @@ def test_set_of_a_pin_with_a_peripheral_is_refused(dev):
 
 
 def test_set_with_the_io_option(dev):
-    give_board(dev, "P2", "dio2x1r")
+    dev.give_model("P2", "dio2x1r")
     dev.boot()
     assert dev.command("gpiolib set RELAY 1") == SUCCESS
-    assert level(dev, 151) == "1"
+    assert dev.level(151) == 1
 
 
 @pytest.mark.parametrize("words", ["", "FAULT_LED", "NOPE"])
@@ -191,6 +187,6 @@ def test_set_fails_where_the_kernel_does(tk20):
 
 
 def test_before_a_table_nothing_can_be_set(dev):
-    make_gpio_lines(dev)
+    dev.make_gpio_lines()
     dev.boot()
     assert dev.command("gpiolib set FAULT_LED 1") == "ERROR: Invalid number or name 'FAULT_LED'\n" + FAILURE

@@ -7,9 +7,11 @@ import zlib
 
 import pytest
 
-from device import BANNER, onlcr, plain
 from event_log import join_words
 from serial_ports import Timeout
+from session import onlcr, plain
+from texts import BANNER, FAILURE
+
 
 # ---------------------------------------------------------------------- the screen
 
@@ -153,7 +155,7 @@ def test_failing_call_fails_as_often_as_told(dev):
     dev.boot()
     dev.fail_call("system", "/bin/dmesg", error="ENOMEM", after=1, times=1)
     assert [dev.command("show klog") for _ in range(3)] == [
-        "", "ERROR: system(/bin/dmesg) returned -1\nDone: FAILURE\n", ""]
+        "", "ERROR: system(/bin/dmesg) returned -1\n" + FAILURE, ""]
     assert [(event.call, event.subject, event.error) for event in dev.events.of("caught")] == [
         ("system", "/bin/dmesg", "ENOMEM")]
 
@@ -231,7 +233,7 @@ def test_second_start_is_noticed_but_the_version_is_not_one(dev):
     dev.command("show klog")
     with pytest.raises(AssertionError, match="a second start-up"):
         dev.check()
-    dev.starts_expected = 2
+    dev.starts = 2
 
 
 def test_starts_of_the_test_itself_are_counted(dev):

@@ -6,7 +6,8 @@ import termios
 import time
 
 import pytest
-from device import BANNER
+
+from texts import BANNER
 
 HOME, LEFT, CANCEL, DELETE, END, RIGHT, BACKSPACE = b"\x01", b"\x02", b"\x03", b"\x04", b"\x05", b"\x06", b"\x08"
 KILL, NEWER, OVERWRITE, OLDER, ERASE, ESC, RUBOUT = b"\x0b", b"\x0e", b"\x0f", b"\x10", b"\x15", b"\x1b", b"\x7f"

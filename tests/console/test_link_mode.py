@@ -1,8 +1,11 @@
 """Speed, duplex and auto-negotiation at the prompt, down to the records that the kernel is handed."""
 
 import pytest
-from ethernet import FULL_10, FULL_100, GET_LINK, GET_SETTINGS, HALF_10, HALF_100, SET_SETTINGS, Settings, ethtool_requests
-from network import FAILURE, INCOMPLETE, SUCCESS, Ethernet, command, without_card
+
+from ethernet import (FULL_10, FULL_100, GET_LINK, GET_SETTINGS, HALF_10, HALF_100, SET_SETTINGS, Settings,
+                      ethtool_requests)
+from network import Ethernet, command, without_card
+from texts import FAILURE, INCOMPLETE, SUCCESS
 
 ALL = HALF_10 | FULL_10 | HALF_100 | FULL_100
 

@@ -2,15 +2,16 @@
 
 import pytest
 
+from texts import FAILURE, SETTING_DEFAULTS, SUCCESS
+
 SETTINGS = ("\nCurrent console settings:\n  Device: /dev/ttyS1\n  Mode:   rs232\n  Speed:  {speed} bps\n"
             "  Flow:   hwflow\n  Term:   n/a\n\n")
 DEFAULTS = {
-    1: "Setting boot environment to defaults...\nDone: SUCCESS\n",
+    1: SETTING_DEFAULTS + SUCCESS,
     5: "Setting boot environment to defaults...\n"
        "PROGRESS: Erasing boot environment partition bootenv_1\n"
        "PROGRESS: Erasing boot environment partition bootenv_2\n"
-       "PROGRESS: Writing defaults to boot environment partition(s)\n"
-       "Done: SUCCESS\n",
+       "PROGRESS: Writing defaults to boot environment partition(s)\n" + SUCCESS,
     6: "Setting boot environment to defaults...\n"
        "PROGRESS: Erasing boot environment partition bootenv_1\n"
        "VERBOSE: system(/usr/sbin/flash_unlock /dev/mtd3)\n"
@@ -21,8 +22,7 @@ DEFAULTS = {
        "VERBOSE: system(/usr/sbin/flash_erase /dev/mtd4 0 0)\n"
        "VERBOSE: system(/usr/sbin/flash_lock /dev/mtd4 0 -1)\n"
        "PROGRESS: Writing defaults to boot environment partition(s)\n"
-       "VERBOSE: system(/usr/sbin/fw_setenv dummy_variable  )\n"
-       "Done: SUCCESS\n",
+       "VERBOSE: system(/usr/sbin/fw_setenv dummy_variable  )\n" + SUCCESS,
     7: "TRACE: cmd_set_bootenv_defaults:\n"
        "TRACE: helper_set_bootenv_defaults:\n"
        "Setting boot environment to defaults...\n"
@@ -38,8 +38,7 @@ DEFAULTS = {
        "TRACE: exec_system_cmd:\nVERBOSE: system(/usr/sbin/flash_lock /dev/mtd4 0 -1)\n"
        "PROGRESS: Writing defaults to boot environment partition(s)\n"
        "TRACE: uboot_env_set_val:\n"
-       "TRACE: exec_system_cmd:\nVERBOSE: system(/usr/sbin/fw_setenv dummy_variable  )\n"
-       "Done: SUCCESS\n",
+       "TRACE: exec_system_cmd:\nVERBOSE: system(/usr/sbin/fw_setenv dummy_variable  )\n" + SUCCESS,
 }
 
 
@@ -64,7 +63,7 @@ def test_a_failed_command_still_ends_with_failure_where_errors_are_hidden(dev):
     dev.answer("dmesg", status=1)
     dev.boot()
     dev.command("verbose 2")
-    assert dev.command("show klog") == "Done: FAILURE\n"
+    assert dev.command("show klog") == FAILURE
 
 
 @pytest.mark.parametrize("line, trace", [
@@ -79,15 +78,14 @@ def test_a_failed_command_still_ends_with_failure_where_errors_are_hidden(dev):
                     "TRACE: exec_system_cmd:\nVERBOSE: system(/usr/bin/top -b -n1)\n"
                     "TRACE: exec_system_cmd:\nVERBOSE: system(/bin/ps)\n\n"),
     ("set bootenv bootbank 2", "TRACE: cmd_set_bootenv_bootbank:\nTRACE: uboot_env_set_val:\n"
-                               "TRACE: exec_system_cmd:\nVERBOSE: system(/usr/sbin/fw_setenv bootbank 2 )\n"
-                               "Done: SUCCESS\n"),
+                               "TRACE: exec_system_cmd:\nVERBOSE: system(/usr/sbin/fw_setenv bootbank 2 )\n" + SUCCESS),
     ("set bootenv bootcmd", "TRACE: cmd_set_bootenv_bootcmd:\nERROR: Incomplete command\n"),
     ("set bootenv bootdelay x", "TRACE: cmd_set_bootenv_bootdelay:\nERROR: Invalid parameter 'x'\n"),
     ("set bootenv silent", "TRACE: cmd_set_bootenv_silent:\nERROR: Incomplete command\n"),
     ("set console 9600", "TRACE: cmd_set_console:\n"
                          "VERBOSE: tty_remap_stdio: dev=/dev/ttyS1 delay_secs=0\n" +
-                         SETTINGS.format(speed=9600) + "Done: SUCCESS\n"),
-    ("set console", "TRACE: cmd_set_console:\n<no change>\nDone: SUCCESS\n"),
+                         SETTINGS.format(speed=9600) + SUCCESS),
+    ("set console", "TRACE: cmd_set_console:\n<no change>\n" + SUCCESS),
 ])
 def test_the_whole_trace_of_a_command(dev, line, trace):
     dev.boot()
@@ -101,4 +99,4 @@ def test_a_failed_listing_with_its_trace(dev):
     dev.command("verbose 7")
     assert dev.command("show bootenv") == (
         "TRACE: cmd_show_bootenv:\nTRACE: exec_system_cmd:\nVERBOSE: system(fw_printenv)\n"
-        "ERROR: system(fw_printenv) sys_rc=256 exitstatus=1\nDone: FAILURE\n")
+        "ERROR: system(fw_printenv) sys_rc=256 exitstatus=1\n" + FAILURE)

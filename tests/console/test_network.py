@@ -1,9 +1,11 @@
 """The wired interface at the prompt: start, stop, info and ping."""
 
 import pytest
-from network import (DHCP, DOWN, FAILURE, INCOMPLETE, LEASE, LINKED, NO_PRODUCT, OWN_MAC, POLL, STARTED_BY_DHCP, STATIC,
-                     SUCCESS, UNABLE_TO_CONFIGURE, UP, USING_ETH0, Ethernet, command, put_product_mac, set_mac, start,
-                     steps, without_card)
+
+from network import (DHCP, DOWN, LEASE, LINKED, NO_PRODUCT, OWN_MAC, POLL, STARTED_BY_DHCP, STATIC,
+                     UNABLE_TO_CONFIGURE, UP, USING_ETH0, Ethernet, command, put_product_mac, set_mac, start, steps,
+                     without_card)
+from texts import FAILURE, INCOMPLETE, SUCCESS
 
 OTHER_MAC = "00:00:5e:bc:de:0f"
 ALREADY_RUNNING = "ERROR: Network interface 'eth0' is already running\n"

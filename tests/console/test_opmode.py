@@ -2,11 +2,8 @@
 
 import pytest
 
-from board import gpio_writes, give_board, give_product, make_gpio_lines
 from product import mode_block
-
-SUCCESS = "Done: SUCCESS\n"
-INCOMPLETE = "ERROR: Incomplete command\n"
+from texts import INCOMPLETE, SUCCESS
 
 
 @pytest.mark.parametrize("product_id, hwcfg, mode", [
@@ -23,7 +20,7 @@ INCOMPLETE = "ERROR: Incomplete command\n"
     ("", "sp", ("unknown", "none", 0)),
 ])
 def test_start_shows_what_the_record_says(dev, product_id, hwcfg, mode):
-    give_board(dev, product_id, hwcfg)
+    dev.give_model(product_id, hwcfg)
     text = dev.boot()
     assert text.endswith(mode_block(*mode) + "\n")
     assert dev.command("show opmode") == mode_block(*mode) + "\n"
@@ -32,12 +29,12 @@ def test_start_shows_what_the_record_says(dev, product_id, hwcfg, mode):
 @pytest.mark.parametrize("with_record", [False, True], ids=["no record", "record without product ID"])
 def test_start_without_product_id(dev, with_record):
     if with_record:
-        give_product(dev)
+        dev.give_product()
     assert dev.boot().endswith(mode_block() + "\n")
 
 
 def test_record_is_read_after_the_flash_and_before_the_signals(dev):
-    give_board(dev, "P2")
+    dev.give_model("P2")
     dev.trace("/sys/class/gpio", "/dev/mtd1")
     text = dev.boot()
     assert text.index("Recovery Loader") < text.index("Current operating mode")
@@ -49,7 +46,7 @@ def test_record_is_read_after_the_flash_and_before_the_signals(dev):
 
 @pytest.mark.parametrize("board", ["unknown", "tk10_mfg", "tk10_eval", "tk20", "tk30", "tk40"])
 def test_set_board(dev, board):
-    make_gpio_lines(dev)
+    dev.make_gpio_lines()
     dev.boot()
     assert dev.command(f"set opmode board {board}") == SUCCESS
     assert dev.command("show opmode") == mode_block(board) + "\n"
@@ -96,7 +93,7 @@ def test_surplus_words_are_ignored(dev):
 
 
 def test_mode_is_forgotten_at_the_next_start(dev):
-    make_gpio_lines(dev)
+    dev.make_gpio_lines()
     dev.boot()
     dev.command("set opmode board tk20")
     dev.command("set opmode io dio2x1r")
@@ -107,18 +104,18 @@ def test_mode_is_forgotten_at_the_next_start(dev):
 
 
 def test_change_of_board_or_io_starts_the_signals_anew(dev):
-    give_board(dev, "P2")
+    dev.give_model("P2")
     dev.boot()
     dev.command("gpiolib set FAULT_LED low")
     dev.mark()
     assert dev.command("set opmode io dio2x1r") == SUCCESS
-    writes = gpio_writes(dev.events)
+    writes = dev.events.gpio_writes
     assert writes[:128] == [f"unexport {number}" for number in range(32, 160)]
     assert "gpio74/value 1" in writes and "gpio151/value 0" in writes
     dev.mark()
     assert dev.command("set opmode serports 1") == SUCCESS
     assert dev.command("set opmode board nope") == "ERROR: Invalid parameter 'nope'\n"
-    assert gpio_writes(dev.events) == []
+    assert dev.events.gpio_writes == []
     dev.mark()
     assert dev.command("set opmode board tk40") == SUCCESS
-    assert gpio_writes(dev.events) == writes[:128], "a board without table"
+    assert dev.events.gpio_writes == writes[:128], "a board without table"

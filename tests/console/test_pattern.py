@@ -3,9 +3,8 @@
 import signal
 
 import pytest
-from device import PROMPT
 
-LINE = "".join(chr(code) for code in range(33, 127)) + "\n"
+from texts import PATTERN_LINE, PROMPT
 
 
 def interrupt(dev):
@@ -13,7 +12,7 @@ def interrupt(dev):
     than that: whole lines come before it, and the line that was interrupted is finished after it."""
     dev.interrupt()
     text = dev.expect(PROMPT)
-    assert len(text.replace(LINE, "")) < 2 * len(LINE), text
+    assert len(text.replace(PATTERN_LINE, "")) < 2 * len(PATTERN_LINE), text
     assert "Done" not in text and "ERROR" not in text
 
 
@@ -23,8 +22,8 @@ def interrupt(dev):
 ])
 def test_lines_that_were_asked_for(dev, line, count):
     dev.boot()
-    assert dev.command(line) == LINE * count
-    assert len(LINE) == 94 + 1
+    assert dev.command(line) == PATTERN_LINE * count
+    assert len(PATTERN_LINE) == 94 + 1
 
 
 @pytest.mark.parametrize("word", ["-1", "-2147483648", "-99999999999999999999"])
@@ -37,7 +36,7 @@ def test_negative_number(dev, word):
 def test_without_end_until_interrupted(dev, word):
     dev.boot()
     dev.type(f"show pattern {word}")
-    dev.expect(LINE * 20)
+    dev.expect(PATTERN_LINE * 20)
     assert not dev.ignores(signal.SIGINT)
     interrupt(dev)
     assert dev.ignores(signal.SIGINT)
@@ -47,23 +46,23 @@ def test_without_end_until_interrupted(dev, word):
 def test_interrupt_ends_a_long_count(dev):
     dev.boot()
     dev.type("show pattern 1000000")
-    dev.expect(LINE)
+    dev.expect(PATTERN_LINE)
     interrupt(dev)
 
 
 def test_interrupt_of_before_does_not_count(dev):
     dev.boot()
     dev.type("show pattern 0")
-    dev.expect(LINE)
+    dev.expect(PATTERN_LINE)
     interrupt(dev)
-    assert dev.command("show pattern 2") == LINE * 2
+    assert dev.command("show pattern 2") == PATTERN_LINE * 2
 
 
 def test_handler_that_cannot_be_installed_is_told(dev):
     dev.boot()
     dev.fail_call("sigaction", signal.SIGINT.value, error="EINVAL")
     assert dev.command("show pattern") == (
-        "NOTE: sigint_install_test_interrupt: Failed to install sigint handler, error=Invalid argument\n" + LINE
+        "NOTE: sigint_install_test_interrupt: Failed to install sigint handler, error=Invalid argument\n" + PATTERN_LINE
         + "NOTE: sigint_install_ignore: Failed to ignore sigint handler, error=Invalid argument\n")
 
 

@@ -2,10 +2,9 @@
 
 import pytest
 
-from board import give_product, make_gpio_lines
 from product import HWCFG, MAC, PRODUCT_ID, record, sealed
+from texts import SUCCESS
 
-SUCCESS = "Done: SUCCESS\n"
 NO_RECORD = "ERROR: No valid product config found\n"
 
 ID_LINE = "  Product ID: P2AB\n"
@@ -19,8 +18,8 @@ ITEMS = [(PRODUCT_ID, b"P2AB"), (HWCFG, b"sp4,dio2x1r"),
 @pytest.fixture
 def product(dev):
     """A device with everything in its record, at the prompt."""
-    give_product(dev, *ITEMS)
-    make_gpio_lines(dev)
+    dev.give_product(*ITEMS)
+    dev.make_gpio_lines()
     dev.boot()
     return dev
 
@@ -75,7 +74,7 @@ def test_surplus_words_are_ignored(product):
 
 
 def test_items_that_are_missing(dev):
-    give_product(dev)
+    dev.give_product()
     dev.boot()
     none = [f"    {n}: 00:00:00:00:00:00\n" for n in range(6)]
     assert dev.command("show product") == ("\nProduct Configuration:\n  Product ID: <not set>\n"
@@ -83,7 +82,7 @@ def test_items_that_are_missing(dev):
 
 
 def test_texts_that_fill_their_fields(dev):
-    give_product(dev, (HWCFG, b"h" * 64), (PRODUCT_ID, b"ABCD"), (MAC[0], b"\xff" * 6))
+    dev.give_product((HWCFG, b"h" * 64), (PRODUCT_ID, b"ABCD"), (MAC[0], b"\xff" * 6))
     dev.boot()
     assert dev.command("show product id") == "\n  Product ID: ABCD\n\n" + SUCCESS
     assert dev.command("show product hwcfg") == f"\n  Product HWCFG: {'h' * 64}\n\n" + SUCCESS
@@ -91,7 +90,7 @@ def test_texts_that_fill_their_fields(dev):
 
 
 def test_empty_texts_are_set(dev):
-    give_product(dev, (HWCFG, b""), (PRODUCT_ID, b""))
+    dev.give_product((HWCFG, b""), (PRODUCT_ID, b""))
     dev.boot()
     assert dev.command("show product id") == "\n  Product ID: \n\n" + SUCCESS
     assert dev.command("show product hwcfg") == "\n  Product HWCFG: \n\n" + SUCCESS
@@ -118,7 +117,7 @@ def test_record_counts_only_when_it_is_whole(dev, content, request):
     ({"error": None, "result": 1023}, "only 1023/1024 bytes read, error(Success)"),
 ], ids=["failing", "short"])
 def test_flash_that_cannot_be_read_is_told_at_the_start(dev, failure, message):
-    give_product(dev, *ITEMS)
+    dev.give_product(*ITEMS)
     dev.fail_call("read", "/dev/mtd1", **failure)
     assert f"ERROR: prodcfg_read: {message}\n" in dev.boot()
     assert dev.command("show product") == NO_RECORD
@@ -132,7 +131,7 @@ def test_item_past_the_end_is_told_at_the_start(dev):
 
 
 def test_item_of_wrong_length_is_told_and_the_rest_counts(dev):
-    give_product(dev, (MAC[0], b"12345"), (PRODUCT_ID, b"P1"))
+    dev.give_product((MAC[0], b"12345"), (PRODUCT_ID, b"P1"))
     assert "ERROR: tlv_parse_buffer: skipping invalid tlv type=1 length=5\n" in dev.boot()
     assert dev.command("show product id") == "\n  Product ID: P1\n\n" + SUCCESS
 
@@ -142,8 +141,8 @@ def test_product_partition_moved_by_the_kernel(dev):
     rows = [(p.name, p.size, p.erase_size) for p in dev.partitions]
     rows.insert(0, rows.pop(1))
     dev.set_partitions(*rows)
-    give_product(dev, *ITEMS)
-    make_gpio_lines(dev)
+    dev.give_product(*ITEMS)
+    dev.make_gpio_lines()
     dev.boot()
     assert dev.command("show product id") == "\n" + ID_LINE + "\n" + SUCCESS
 

@@ -4,6 +4,8 @@ import signal
 
 import pytest
 
+from texts import FAILURE
+
 
 @pytest.mark.parametrize("answer, codes", [
     ({"status": 1}, "sys_rc=256 exitstatus=1"),
@@ -16,13 +18,13 @@ import pytest
 def test_a_tool_that_fails(dev, answer, codes):
     dev.answer("dmesg", **answer)
     dev.boot()
-    assert dev.command("show klog") == f"ERROR: system(/bin/dmesg) {codes}\nDone: FAILURE\n"
+    assert dev.command("show klog") == f"ERROR: system(/bin/dmesg) {codes}\n" + FAILURE
 
 
 def test_a_tool_that_is_missing(dev):
     dev.remove("/bin/dmesg")
     dev.boot()
-    assert dev.command("show klog").endswith("ERROR: system(/bin/dmesg) sys_rc=32512 exitstatus=127\nDone: FAILURE\n")
+    assert dev.command("show klog").endswith("ERROR: system(/bin/dmesg) sys_rc=32512 exitstatus=127\n" + FAILURE)
 
 
 def test_a_device_without_any_tool(dev):
@@ -35,7 +37,7 @@ def test_a_device_without_any_tool(dev):
 def test_a_line_that_cannot_be_run(dev):
     dev.boot()
     dev.fail_call("system", "/bin/dmesg", error="ENOMEM")
-    assert dev.command("show klog") == "ERROR: system(/bin/dmesg) returned -1\nDone: FAILURE\n"
+    assert dev.command("show klog") == "ERROR: system(/bin/dmesg) returned -1\n" + FAILURE
     dev.expect_ran_exactly([])
 
 

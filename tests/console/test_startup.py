@@ -8,7 +8,8 @@ import time
 
 import pytest
 
-from device import BANNER, PROMPT, onlcr, plain
+from session import onlcr, plain
+from texts import BANNER, PROMPT
 
 SETTINGS_BLOCK = """
 Current console settings:
@@ -47,8 +48,8 @@ def test_screen_shows_settings_then_banner_then_notice_then_mode_then_prompt(dev
     assert re.fullmatch(re.escape(BANNER) + r"[A-Z][a-z]{2} [ \d]\d \d{4} \d\d:\d\d:\d\d\)", banner)
     assert notice.strip() != ""
     assert mode == OPMODE_BLOCK + "\n", "a blank line, then the prompt"
-    assert dev.boot_console.received == b"", "everything goes to the port"
-    assert dev.port(0).received == b"" and dev.port(2).received == b""
+    assert dev.boot_console.output == b"", "everything goes to the port"
+    assert dev.port(0).output == b"" and dev.port(2).output == b""
 
 
 def test_interrupt_and_quit_are_ignored_and_nothing_else(dev):
@@ -119,7 +120,7 @@ def test_port_and_speed_come_from_the_kernel_command_line(dev):
     applied = dev.startup.of("tcsetattr")[0]
     assert applied.path == "/dev/ttyS2"
     assert applied.cflag & CBAUD == termios.B57600
-    assert dev.port(1).received == b""
+    assert dev.port(1).output == b""
 
 
 def test_kernel_messages_are_kept_off_the_console_on_port_0(dev):
@@ -151,21 +152,21 @@ def test_defaults_are_used_when_the_entry_is_missing_or_bad(dev, cmdline, messag
     dev.console = dev.port(1)
     dev.boot()
     dev.boot_console.expect_all(onlcr(f"ERROR: {message}\n"))
-    assert SETTINGS_BLOCK in plain(dev.screen)
+    assert SETTINGS_BLOCK in plain(dev.console.output)
 
 
 def test_no_kernel_command_line(dev):
     dev.remove("/proc/cmdline")
     dev.boot()
     dev.boot_console.expect_all(onlcr("ERROR: Failed to open /proc/cmdline to get cli_console settings\n"))
-    assert SETTINGS_BLOCK in plain(dev.screen)
+    assert SETTINGS_BLOCK in plain(dev.console.output)
 
 
 def test_empty_kernel_command_line(dev):
     dev.path("/proc/cmdline").write_text("")
     dev.boot()
     dev.boot_console.expect_all(onlcr("ERROR: Failed to read /proc/cmdline to get cli_console settings\n"))
-    assert SETTINGS_BLOCK in plain(dev.screen)
+    assert SETTINGS_BLOCK in plain(dev.console.output)
 
 
 # ---------------------------------------------------------------------- a console that cannot be had
@@ -353,6 +354,6 @@ def test_nothing_at_all(dev):
                             "ERROR: Error in remapping stdio to /dev/ttyS1",
                             f"ERROR: uboot_env_get_val: popen({READ_MTDPARTS} 2>/dev/null)",
                             "ERROR: prodcfg_read: open(/dev/mtd1) error(No such file or directory)"]
-    assert dev.boot_console.received.endswith(PROMPT)
+    assert dev.boot_console.output.endswith(PROMPT.encode())
     dev.type("affirm")
     assert dev.text_until_prompt().endswith("\naffirm is OFF\n")

@@ -4,7 +4,7 @@ that the list gave, and ask the partition that was split off whether the flash i
 import pytest
 
 import images
-from downloads import SUCCESS, download
+from texts import SUCCESS
 
 CREATE, DELETE = 0x40044D17, 0x40044D18
 MIB = 1 << 20
@@ -27,7 +27,7 @@ def set_sizes(dev, **sizes):
 def node_asked_for_clean_flash(dev):
     """The node that a boot environment image makes the installer read."""
     dev.trace("/dev/mtd")
-    assert download(dev, BOOT_ENV).endswith(SUCCESS)
+    assert dev.install(BOOT_ENV).endswith(SUCCESS)
     return next(event.path for event in dev.events.of("open") if event.path.startswith("/dev/mtd"))
 
 
@@ -152,11 +152,11 @@ def test_nodes_are_those_of_the_kernel_whatever_its_order(dev):
     rows = [(p.name, p.size, p.erase_size) for p in dev.partitions]
     dev.set_partitions(*reversed(rows))
     dev.boot()
-    assert download(dev, KERNEL).endswith(SUCCESS)
+    assert dev.install(KERNEL).endswith(SUCCESS)
     assert dev.partition("kernel_2").number == 4
     assert dev.partition("kernel_2").read(0, len(KERNEL)) == KERNEL
     loader = images.part(images.BOOTLOADER, b"loader")
-    assert download(dev, loader).endswith(SUCCESS)
+    assert dev.install(loader).endswith(SUCCESS)
     assert dev.partition("bootloader").read(0, len(loader)) == loader
     dev.expect_ran_exactly(["/usr/sbin/flash_unlock /dev/mtd8", "/usr/sbin/flash_lock /dev/mtd8 0 -1"])
 
@@ -166,7 +166,7 @@ def test_partition_number_of_two_digits(dev):
     spare = [(f"spare_{number}", 0x10000, 0x10000) for number in range(90)]
     dev.set_partitions(*spare, *rows)
     dev.boot()
-    assert download(dev, KERNEL).endswith(SUCCESS)
+    assert dev.install(KERNEL).endswith(SUCCESS)
     assert dev.partition("kernel_2").number == 96
     assert dev.partition("kernel_2").read(0, len(KERNEL)) == KERNEL
 
@@ -175,7 +175,7 @@ def test_partition_that_the_kernel_does_not_list_keeps_its_usual_node(dev):
     rows = [(p.name, p.size, p.erase_size) for p in dev.partitions]
     dev.set_partitions(*(row if row[0] != "kernel_2" else ("other", *row[1:]) for row in rows))
     dev.boot()
-    assert download(dev, KERNEL).endswith(SUCCESS)
+    assert dev.install(KERNEL).endswith(SUCCESS)
     assert dev.partition("other").read(0, len(KERNEL)) == KERNEL, "/dev/mtd6"
 
 
@@ -183,7 +183,7 @@ def test_nodes_are_the_usual_ones_without_a_list(dev):
     kernel_2 = dev.partition("kernel_2")
     dev.remove("/proc/mtd")
     dev.boot()
-    assert download(dev, KERNEL).endswith(SUCCESS)
+    assert dev.install(KERNEL).endswith(SUCCESS)
     assert kernel_2.read(0, len(KERNEL)) == KERNEL
 
 
@@ -191,7 +191,7 @@ def test_name_inside_an_earlier_name_finds_the_earlier_partition(dev):
     rows = [(p.name, p.size, p.erase_size) for p in dev.partitions]
     dev.set_partitions(("old_kernel_2", 0x10000, 0x10000), *rows)
     dev.boot()
-    assert download(dev, KERNEL).endswith(SUCCESS)
+    assert dev.install(KERNEL).endswith(SUCCESS)
     assert dev.partition("old_kernel_2").read(0, len(KERNEL)) == KERNEL
     assert dev.partition("kernel_2").read(0, len(KERNEL)) == bytes(len(KERNEL))
 

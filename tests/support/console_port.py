@@ -15,10 +15,10 @@ def block(port: int = 1, speed: int = 115200, flow: str | None = None, mode: str
 
 
 def terminal_settings(speed: int = 115200, flow: bool = True, signals: bool = False) -> tuple:
-    """The port's flags, speeds and special characters; `signals` while a command runs."""
+    """The port's flags and special characters; `signals` while a command runs."""
     constant = SPEEDS[speed]
     cc = [0] * 32
     cc[termios.VINTR], cc[termios.VERASE], cc[termios.VMIN] = 3, 8, 1
     cflag = constant | termios.CS8 | termios.CREAD | termios.CLOCAL | (termios.CRTSCTS if flow else 0)
     return (termios.IGNBRK | termios.ICRNL, termios.OPOST | termios.ONLCR, cflag, termios.ISIG if signals else 0,
-            constant, constant, cc)
+            cc)

@@ -5,35 +5,12 @@ import re
 import termios
 
 import images
-from device import TIMEOUT, Device
-
-BEGIN = "Begin serial download...\n"
-SUCCESS = "Done: SUCCESS\n"
-FAILURE = "Done: FAILURE\n"
-NOT_INSTALLED = "ERROR: Failed to write firmware image\n" + FAILURE
+from root_session import RootSession
 
 _SPEEDS = {getattr(termios, f"B{speed}"): speed
            for speed in (4800, 9600, 19200, 38400, 57600, 115200, 230400, 460800, 921600)}
 _CBAUD = 0o10017
 _ONE_BYTE = bytes(1 if at == termios.VMIN else 0 for at in range(32))
-
-
-def begin_download(dev: Device, line: str) -> str:
-    """Types a download command and waits for its begin; returns what it showed up to there."""
-    dev.mark()
-    dev.type(line)
-    before = dev.expect(BEGIN)
-    assert before.startswith(line + "\n"), f"the echo of {line!r} is missing: {before!r}"
-    return before.removeprefix(line + "\n") + BEGIN
-
-
-def download(dev: Device, data: bytes, line: str = "flash download serial 2", *, port: int | None = None,
-             timeout: float = TIMEOUT, **pieces) -> str:
-    """A whole download: the command, `data` sent into the console or another port, and back at the prompt. Returns
-    everything that the console showed between."""
-    begin = begin_download(dev, line)
-    dev.send_stream(data, port, **pieces)
-    return begin + dev.text_until_prompt(timeout)
 
 
 def settings(event) -> str:
@@ -49,13 +26,13 @@ def settings(event) -> str:
     return " ".join(words)
 
 
-def steps(dev: Device) -> list[str]:
+def steps(dev: RootSession) -> list[str]:
     """What happened since the last mark(), in order: tools, sleeps, and what was done to ports."""
     return [f"settings {event.path} {settings(event)}" if event.kind == "tcsetattr" else str(event)
             for event in dev.events.of("run", "sleep", "open", "tcflush", "tcsetattr")]
 
 
-def expect_at_rest(dev: Device) -> None:
+def expect_at_rest(dev: RootSession) -> None:
     """After a download, however it ended: no files of it are left, the port of the console has its settings, and the
     shell answers."""
     assert not dev.path("/tmp/image.rom").exists()

@@ -100,6 +100,9 @@ class Event:
 class Events(list):
     """Events in the order in which they happened, and views of them."""
 
+    def __getitem__(self, key):
+        return Events(super().__getitem__(key)) if isinstance(key, slice) else super().__getitem__(key)
+
     def of(self, *kinds: str) -> "Events":
         """Only the events of these kinds."""
         return Events(event for event in self if event.kind in kinds)
@@ -121,6 +124,17 @@ class Events(list):
     @property
     def sleeps(self) -> list[float]:
         return [event.seconds for event in self.of("sleep")]
+
+    @property
+    def gpio_writes(self) -> list[str]:
+        """What was written below /sys/class/gpio: "gpio74/value 1". Fails for a value that does not end in one zero
+        byte."""
+        writes = []
+        for event in self.of("write"):
+            if event.path.startswith("/sys/class/gpio/"):
+                assert event.data.index(b"\0") == len(event.data) - 1, f"{event.path}: {event.data!r}"
+                writes.append(f"{event.path.removeprefix('/sys/class/gpio/')} {event.data[:-1].decode()}")
+        return writes
 
     @property
     def sequence(self) -> list[str]:

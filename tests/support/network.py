@@ -1,11 +1,8 @@
 """A network session as tests see it: the wired interface, what starting it shows and does, and its texts."""
 
-from device import Device
 from ethernet import Ethernet, product_record
-
-SUCCESS = "Done: SUCCESS\n"
-FAILURE = "Done: FAILURE\n"
-INCOMPLETE = "ERROR: Incomplete command\n"
+from root_session import RootSession
+from texts import SUCCESS
 
 DHCP = "NOTE: Using DHCP\n"
 STATIC = "NOTE: Using static configuration\n"
@@ -29,29 +26,29 @@ def set_mac(mac: str) -> list:
     return [f"/sbin/ifconfig eth0 hw ether {mac.upper()} 2>&1"]
 
 
-def steps(dev: Device) -> list:
+def steps(dev: RootSession) -> list:
     """Since the last mark(), in order: command lines as the program composed them, and pauses in seconds."""
     return [event.line if event.kind == "shell" else event.seconds for event in dev.events.of("shell", "sleep")]
 
 
-def command(dev: Device, line: str) -> str:
+def command(dev: RootSession, line: str) -> str:
     """Types a command; the judgement of what it did begins here."""
     dev.mark()
     return dev.command(line)
 
 
-def start(dev: Device, line: str = "network ethernet start") -> None:
+def start(dev: RootSession, line: str = "network ethernet start") -> None:
     """Starts the interface of a fresh root."""
     assert dev.command(line).endswith(SUCCESS)
     dev.mark()
 
 
-def put_product_mac(dev: Device, mac: str) -> None:
+def put_product_mac(dev: RootSession, mac: str) -> None:
     """Gives the device a product record with this MAC address; to be called before the start."""
     dev.partition("prod_config").write(product_record(mac))
 
 
-def without_card(dev: Device) -> None:
+def without_card(dev: RootSession) -> None:
     dev.remove("/.harness/eth0")
 
 

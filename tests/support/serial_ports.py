@@ -5,14 +5,19 @@ import select
 import threading
 import time
 import tty
+from collections import namedtuple
 
 
 class Timeout(AssertionError):
     """What a test waited for did not come."""
 
 
+Found = namedtuple("Found", "before")
+Found.__doc__ = "What stood before the text that was waited for."
+
+
 class SerialPort:
-    """One port. `received` holds every byte that the device ever sent through it; from LIMIT on it is left to wait,
+    """One port. `output` holds every byte that the device ever sent through it; from LIMIT on it is left to wait,
     as a program that runs wild must not fill the host."""
 
     LIMIT = 64 << 20
@@ -22,57 +27,63 @@ class SerialPort:
         self.master, self.slave = os.openpty()  # the open slave keeps the port's settings while nobody uses it
         self.device = os.ttyname(self.slave)
         os.set_blocking(self.master, False)
-        self.received = bytearray()
-        self.read_to = 0  # how much of `received` the test has looked at
-        self.news = threading.Condition()
+        self.alive = lambda: True  # whether a program is there that could send more
+        self._received = bytearray()
+        self._read_to = 0  # how much of it the test has looked at
+        self._news = threading.Condition()
 
     def close(self) -> None:
         os.close(self.master)
         os.close(self.slave)
 
     @property
+    def output(self) -> bytes:
+        """Every byte that ever came."""
+        return bytes(self._received)
+
+    @property
     def unread(self) -> bytes:
-        return bytes(self.received[self.read_to:])
+        """The bytes that expect() has not passed yet."""
+        return bytes(self._received[self._read_to:])
+
+    def skip(self) -> None:
+        """Passes everything received so far."""
+        self._read_to = len(self._received)
 
     def drain(self) -> None:
         """Takes what has arrived; called by the thread that watches the ports."""
-        if len(self.received) > self.LIMIT:
+        if len(self._received) > self.LIMIT:
             time.sleep(0.01)
             return
         try:
             data = os.read(self.master, 65536)
         except (BlockingIOError, OSError):
             return
-        with self.news:
-            self.received += data
-            self.news.notify_all()
+        with self._news:
+            self._received += data
+            self._news.notify_all()
 
-    def wait(self, found, timeout: float, alive, what: str):
-        """Waits until found(unread) is not None and returns it; fails after `timeout` seconds, or once the program
-        is dead and nothing more has come."""
+    def expect(self, raw: bytes, timeout: float = 15) -> Found:
+        """Waits for these bytes and passes them; returns what stood before. Fails after `timeout` seconds, or once the
+        program is dead and nothing more has come."""
         end = time.monotonic() + timeout
-        with self.news:
-            while (result := found(self.unread)) is None:
+        with self._news:
+            while (at := self._received.find(raw, self._read_to)) < 0:
                 left = end - time.monotonic()
-                was_alive = alive()
-                if left <= 0 or (not was_alive and not self.news.wait(0.2)):
+                was_alive = self.alive()
+                if left <= 0 or (not was_alive and not self._news.wait(0.2)):
                     state = "" if was_alive else " (the program has ended)"
-                    raise Timeout(f"{self.name}: {what} did not come within {timeout} s{state}; "
+                    raise Timeout(f"{self.name}: {raw!r} did not come within {timeout} s{state}; "
                                   f"unread: {self.unread!r}")
-                self.news.wait(min(left, 0.2))
-        return result
+                self._news.wait(min(left, 0.2))
+            before, self._read_to = bytes(self._received[self._read_to:at]), at + len(raw)
+        return Found(before)
 
     def expect_all(self, raw: bytes, timeout: float = 10) -> None:
         """This is all that ever came, once what is still on its way has arrived: ports overtake each other."""
-        with self.news:
-            self.news.wait_for(lambda: len(self.received) >= len(raw), timeout)
-        assert bytes(self.received) == raw
-
-    def take(self, size: int) -> bytes:
-        """The next `size` unread bytes."""
-        data = bytes(self.received[self.read_to:self.read_to + size])
-        self.read_to += size
-        return data
+        with self._news:
+            self._news.wait_for(lambda: len(self._received) >= len(raw), timeout)
+        assert bytes(self._received) == raw
 
     def send(self, data: bytes, piece: int = 0, pause: float = 0, timeout: float = 60) -> None:
         """Sends bytes to the device; `piece` bytes at a time with `pause` seconds between, when given."""

@@ -4,6 +4,8 @@
     lines(TK20)[74] == ("out", 1)
 """
 
+from texts import FAILURE, SUCCESS
+
 HEADING = ("num  dir lv signal name          description               source        pull part\n"
            "---- --- -- -------------------- ------------------------- ------------- ---- ----\n")
 
@@ -90,12 +92,22 @@ LINE_DRIVERS = {
     1: {"SEL_RS232": 136, "4W_B": 137, "2W_B": 138, "TX_2W_TE": 141, "RX_TE": 140},
     2: {"SEL_RS232": 128, "4W_B": 129, "2W_B": 130, "TX_2W_TE": 133, "RX_TE": 132},
 }
+RS232_LEVELS = (1, 1, 1, 0, 0)
 BUS_MODES = [
     ("rs485", (0, 1, 0, 0, 0), 0x03),
     ("rs485 term", (0, 1, 0, 1, 0), 0x23),
     ("rs422", (0, 0, 1, 0, 0), 0x11),
     ("rs422 term", (0, 0, 1, 0, 1), 0x31),
 ]
+# What a UART that refuses the request makes the shell say.
+RS485_REFUSED = ("ERROR: ioctl(TIOCSRS485) on /dev/ttyS{port}\n"
+                 "tty_set_termios: tty_configure_mode(): Inappropriate ioctl for device\n"
+                 "tty_remap_stdio: tty_set_termios(): Inappropriate ioctl for device\n" + FAILURE + SUCCESS)
+
+
+def driver_levels(dev, port):
+    """What the line driver of this port gets, in the order of LINE_DRIVERS."""
+    return tuple(dev.level(number) for number in LINE_DRIVERS[port].values())
 
 
 def row_of(rows, name):

@@ -1,28 +1,25 @@
-"""A session with the recovery shell on a virtual board: lines typed, text read, images sent, and the flash judged from
-outside.
+"""A session with the shell on a virtual board, and its flash judged from outside.
 
-    assert dev.command("verbose 4") == "verbosity is 4\n"
+    assert dev.command("verbose 4") == "verbosity is 4\\n"
     assert dev.install(image, "flash download serial 2") == images.info(image) + SUCCESS
     dev.expect_flash(kernel_2=image)
     dev.expect_locked("bootloader")
     assert dev.environment()["bootbank"] == "2"
 """
 
+import contextlib
 import os
 import time
 import zlib
 from pathlib import Path
 
+from product import board_record, record
+from session import Session
+from texts import SUCCESS
 from vboard import Board, BoardError, Timeout, layout
 
 ROOT = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("BUILD", ROOT / "build" / "release")).resolve()
-
-PROMPT = "CLI> "
-BEGIN = "Begin serial download..."
-SUCCESS = "Done: SUCCESS\n"
-FAILURE = "Done: FAILURE\n"
-NOT_INSTALLED = "ERROR: Failed to write firmware image\n" + FAILURE
 
 # The cores may be busy with other boards and builds: nothing that is expected to come fails for being slow.
 PATIENCE = 120.0
@@ -37,23 +34,18 @@ NODES = {name: f"/dev/mtd{number}" for number, name in enumerate(PARTITIONS)}
 
 DEFAULT_ENVIRONMENT = {"bootbank": "1", "bootcmd": "run flashboot", "bootdelay": "3"}
 _ERASED = b"\xff"
-_NOTICE = b"Copyright (c) "
 
 
-def plain(data):
-    """Bytes of the console as text with "\\n" line ends, a character for each byte."""
-    return data.decode("latin-1").replace("\r", "")
+class BoardSession(Session):
+    """A board and its shell. `options` are those of Board, `build` is the build directory whose program it runs."""
 
+    patience = PATIENCE
 
-class ShellSession:
-    """A board and its shell. `console` is the port that the shell is on; `unknown_command_expected` allows a test to type
-    what is no command."""
-
-    def __init__(self, directory, **options):
-        self.board = Board(directory, BUILD / "recovery-loader", **options)
+    def __init__(self, directory, build=BUILD, **options):
+        super().__init__()
+        self.board = Board(directory, build / "recovery-loader", **options)
+        self.ports = {1: self.board.console, 2: self.board.serial2}
         self.console = self.board.console
-        self.unknown_command_expected = False
-        self._boots = 0
         self._pid = None
 
     def __enter__(self):
@@ -65,14 +57,14 @@ class ShellSession:
     # Power.
 
     def start(self):
-        """Powers up and waits for the first prompt. Returns what the shell showed before it."""
+        """Powers up; returns when the board answers."""
+        self.starts += 1
+        self.console = self.board.console
         self.board.start()
-        return self.wait_start()
 
-    def restart(self):
-        """Cuts the power and starts again."""
+    def kill(self):
+        """Cuts the power."""
         self.board.kill()
-        return self.start()
 
     def reset(self):
         """Has the shell reset the device, and waits for the first prompt. Returns what the shell showed before it."""
@@ -85,13 +77,13 @@ class ShellSession:
             # behind a reset stalls now and then; that is the emulator's, and power helps.
             assert b"Linux version" in self.board.kernel_log.output[mark:], "the device was not reset"
             return self.restart()
-        return self.wait_start()
-
-    def wait_start(self):
-        """After the machine was started: waits for the first prompt."""
+        self.starts += 1
         self.console = self.board.console
-        shown = self.text_until_prompt()
-        self._boots += 1
+        return self.first_prompt()
+
+    def first_prompt(self):
+        """Waits for the first prompt after a start."""
+        shown = super().first_prompt()
         self._pid = self.shell_pid()
         return shown
 
@@ -113,53 +105,37 @@ class ShellSession:
         assert self.command("verbose 3") == "verbosity is 3\n"
 
     def check(self):
-        """What holds after every test: one start per boot, the same process all along, nothing that was taken for an
-        unknown command, and a shell that answers."""
+        """What holds after every test, and also the same process all along, and a shell that answers."""
         assert "Recovery Loader" in self.command("version")
-        output = self.board.console.output + self.board.serial2.output
-        kernel = self.board.kernel_log.output
-        assert output.count(_NOTICE) == self._boots, "the shell was started a second time"
-        assert b"init: shell ended" not in kernel, "the shell died"
+        super().check()
+        assert b"init: shell ended" not in self.board.kernel_log.output, "the shell died"
         assert self.shell_pid() == self._pid, "the shell is another process than at the start"
-        if not self.unknown_command_expected:
-            assert b"Unknown Command" not in output, "something was typed that nobody meant to type"
 
-    # The console.
-
-    def type(self, line):
-        """Types a line and Enter."""
-        self.console.send(line + "\r")
-
-    def text_until_prompt(self, timeout=PATIENCE):
-        """Reads to the next prompt; returns the text before it."""
-        return plain(self.console.expect(PROMPT, timeout=timeout).before)
-
-    def command(self, line, timeout=PATIENCE):
-        """Types a line and returns what it showed, without its echo."""
-        self.type(line)
-        shown = self.text_until_prompt(timeout)
-        assert shown.startswith(line + "\n"), f"the echo of {line!r} is missing: {shown!r}"
-        return shown.removeprefix(line + "\n")
-
-    def shown_environment(self):
-        """The boot environment as the shell shows it."""
-        lines = self.command("show bootenv").splitlines()
-        return dict(line.split("=", 1) for line in lines if line != "Cannot read environment, using default")
+    def report(self):
+        """What is shown of a test that failed; the ends."""
+        console, kernel = self.board.console.output, self.board.kernel_log.output
+        return [("console", console[-4000:].decode(errors="backslashreplace")),
+                ("kernel's console", kernel[-2000:].decode(errors="backslashreplace"))]
 
     # Serial transfers.
 
-    def begin(self, line, port=1):
-        """Types a download command and waits until the shell listens; returns what it showed before "Begin ..."."""
-        self.type(line)
-        before = plain(self.console.expect(BEGIN, timeout=PATIENCE).before)
-        self.board.wait_receiving(self.port(port), PATIENCE)
-        return before.removeprefix(line + "\n")
+    def send(self, data, port=None, **pace):
+        """Sends bytes into the console, or another port, at the pace that the emulated port takes."""
+        (self.console if port is None else self.port(port)).send_paced(data, **pace)
 
-    def text_after_transfer(self, timeout=PATIENCE):
-        """Reads from "Begin ..." to the next prompt; returns what was shown between."""
-        shown = self.text_until_prompt(timeout)
-        assert shown.startswith("\n"), f"more than a line end came behind {BEGIN!r}: {shown!r}"
-        return shown[1:]
+    def wait_receiving(self, port=None):
+        """Waits until the shell has opened the port for a transfer and dropped its stale input."""
+        self.board.wait_receiving(self.console if port is None else self.port(port), PATIENCE)
+
+    def send_until_off(self, data):
+        """Sends to the console; the power goes before the installation has ended."""
+        try:
+            self.send_stream(data)
+        except BoardError:
+            pass
+        self.board.wait_off(PATIENCE)
+
+    # The device, judged and set up from outside.
 
     def terminal(self, number):
         """Flags and special characters of a serial port, as the kernel has them."""
@@ -167,25 +143,33 @@ class ShellSession:
             int(field, 16) for field in self.board.sh(f"stty -F /dev/ttyS{number} -g", check=True).output.split(":"))
         return iflag, oflag, cflag, lflag, cc
 
-    def port(self, number):
-        """The host's end of serial port 1 (where the console is at the start) or 2."""
-        return {1: self.board.console, 2: self.board.serial2}[number]
+    def give_product(self, *items):
+        """Writes a product record into flash, before the start."""
+        self.board.flash_fill("prod_config", record(*items))
 
-    def install(self, data, line="flash download serial 2", port=1, timeout=PATIENCE):
-        """A whole serial transfer; returns what was shown after "Begin ..."."""
-        self.begin(line, port)
-        self.port(port).send_paced(data)
-        return self.text_after_transfer(timeout)
+    def give_model(self, product_id, hwcfg=None):
+        """Makes the device the model of this product ID and hardware configuration, before the start."""
+        self.board.flash_fill("prod_config", board_record(product_id, hwcfg))
 
-    def send_until_off(self, data):
-        """Sends to the console; the power goes before the installation has ended."""
-        try:
-            self.board.console.send_paced(data)
-        except BoardError:
-            pass
-        self.board.wait_off(PATIENCE)
+    @contextlib.contextmanager
+    def only_changed(self, *numbers):
+        """What happens inside touches each of these GPIO lines and no other: not even to drive it to the level that it
+        has."""
+        before = self.board.gpio()
+        yield
+        after = self.board.gpio()
+        assert {number for number in after if after[number] != before[number]} == set(numbers)
 
-    # The device, judged from outside.
+    def refuse_rs485(self):
+        """The emulated UART refuses the request for RS-485, also the one that switches it off: nothing is left to do."""
+
+    def level(self, number):
+        """What is on the wire of a GPIO line."""
+        return self.board.gpio()[number].level
+
+    def set_level(self, number, level):
+        """Wires a level to a GPIO line from outside."""
+        self.board.gpio_input(number, level)
 
     def wait_operation(self, operation, partition, after, timeout=PATIENCE):
         """Waits until the flash has seen more than `after` of these operations since power-up."""

@@ -1,67 +1,51 @@
-"""A session with the program on a device of its own: type, read the screen, and see what the device was asked to do.
+"""A session with the program on a device root of its own: type, read the screen, and see what the device was asked to do.
 
     def test_...(dev):
         dev.boot()
-        dev.type("flash download serial 2")
-        dev.expect("Begin serial download...\\n")
-        dev.send_stream(image)
-        assert dev.text_until_prompt() == "..."
+        assert dev.install(image) == "..."
         dev.expect_ran("/usr/sbin/flash_unlock /dev/mtd2", "/usr/sbin/flash_lock /dev/mtd2 0 -1")
-
-Text and bytes: where a test gives or gets str, line ends are "\\n" as the program wrote them; bytes are raw, with the
-"\\r\\n" that the console port makes of them.
 """
 
+import contextlib
 import os
 import re
+import termios
 import time
 from pathlib import Path
 
 from device_root import DeviceRoot
 from event_log import Events
+from product import board_record, record
 from serial_ports import SerialPort, SerialPorts, Timeout
+from session import Session, plain
 
-PROMPT = b"CLI> "
-BANNER = "Zentavio Solvantra Recovery Loader v3.1.0.0R1 ("
-ENTER = b"\r"
-TIMEOUT = 15  # seconds; generous, for a machine that runs many tests at once
+TIOCSRS485 = 0x542F
 
 
-def onlcr(text: str) -> bytes:
-    """The raw bytes that the console port sends for a text."""
-    return text.encode("latin-1").replace(b"\n", b"\r\n")
-
-
-def plain(raw: bytes) -> str:
-    """The text that the program wrote for these raw bytes of the console port."""
-    return raw.decode("latin-1").replace("\r\n", "\n")
-
-
-class Device(DeviceRoot):
+class RootSession(Session, DeviceRoot):
     """A device root with serial ports ttyS0 to ttyS2, a boot console, and the program to run on it.
 
     Before start() or boot(): set the stage with answer(), env, partition(), cmdline(), remove(), remove_port().
     """
 
     def __init__(self, directory: Path, build: Path, program: Path):
-        super().__init__(directory, build / "tests")
+        Session.__init__(self)
+        DeviceRoot.__init__(self, directory, build / "tests")
         self._build, self._program = build, program
         self._ports = SerialPorts("ttyS0", "ttyS1", "ttyS2", "console")
         self._present = ["ttyS0", "ttyS1", "ttyS2"]
         self._other_binds = {}
         self._process = None
         self._console = None
-        self.starts_expected = 0
         self._start_events = 0
-        self.unknown_command_expected = False
         self.death_expected = False
         self.unused_rules_expected = False
 
     # ------------------------------------------------------------------ ports
 
-    def port(self, number: int) -> SerialPort:
-        """The test's end of /dev/ttyS<number>."""
-        return self._ports[f"ttyS{number}"]
+    @property
+    def ports(self) -> dict[int, SerialPort]:
+        return {number: self._ports[f"ttyS{number}"] for number in range(3)}
 
     @property
     def boot_console(self) -> SerialPort:
@@ -113,15 +97,14 @@ class Device(DeviceRoot):
             "GCOV_PREFIX": "/.harness/build",
             "GCOV_PREFIX_STRIP": str(len(self._build.parts) - 1),
         }
-        self.starts_expected += 1
+        self.starts += 1
+        for port in self._ports.values():
+            port.alive = lambda: self.alive
         self._process = self.enter([inside], binds=binds, env=env, terminal="/dev/console")
 
-    def boot(self) -> str:
-        """Starts the program, waits for the first prompt and returns the text before it. The banner stands there
-        exactly once. What start-up did is in `startup`; ran, ioctls, ... begin after it."""
-        self.start()
-        text = self.text_until_prompt()
-        assert text.count(BANNER) == 1, f"one banner expected: {text!r}"
+    def first_prompt(self) -> str:
+        """Waits for the first prompt after a start. What start-up did is in `startup`; ran, ioctls, ... begin after it."""
+        text = super().first_prompt()
         self.mark()
         self._start_events = self._mark
         return text
@@ -138,7 +121,7 @@ class Device(DeviceRoot):
     @property
     def pid(self) -> int:
         """The program's process number on the host."""
-        end = time.monotonic() + TIMEOUT
+        end = time.monotonic() + self.patience
         while self.alive and time.monotonic() < end:
             init = self._only_child(self._process.pid)
             program = init and self._only_child(init)
@@ -175,77 +158,79 @@ class Device(DeviceRoot):
         if self._process is not None:
             self._process.wait()
 
-    # ------------------------------------------------------------------ typing
+    # ------------------------------------------------------------------ serial transfers
 
-    def keys(self, data: bytes | str) -> None:
-        """Sends keys to the console as they are."""
-        self.console.send(data.encode("latin-1") if isinstance(data, str) else data)
-
-    def type(self, line: str) -> None:
-        """Types a line and Enter."""
-        self.keys(line.encode("latin-1") + ENTER)
-
-    def interrupt(self) -> None:
-        """Ctrl-C."""
-        self.keys(b"\x03")
-
-    def command(self, line: str, timeout: float = TIMEOUT) -> str:
-        """Types a line, and returns what the program printed between its echo and the next prompt."""
-        self.type(line)
-        text = self.text_until_prompt(timeout)
-        echo = line + "\n"
-        assert text.startswith(echo), f"the echo of {line!r} is missing: {text!r}"
-        return text[len(echo):]
+    def begin(self, line: str) -> str:
+        """Types a download command and waits for its begin; the judgement of what it did starts here."""
+        self.mark()
+        return super().begin(line)
 
     def send(self, data: bytes, port: int | None = None, piece: int = 0, pause: float = 0) -> None:
         """Sends bytes into the console port, or another one, at once."""
         (self.console if port is None else self.port(port)).send(data, piece, pause)
 
-    def send_stream(self, data: bytes, port: int | None = None, piece: int = 0, pause: float = 0) -> None:
-        """Sends bytes once the program has opened the port for a transfer: bytes before that would be lost, as
-        opening empties the port's input queue."""
-        target = self.console if port is None else self.port(port)
-        self.wait_for("tcflush", f"/dev/{target.name}", "input")
-        self.wait_for("tcsetattr", f"/dev/{target.name}")
-        target.send(data, piece, pause)
+    def wait_receiving(self, port: int | None = None) -> None:
+        """Waits until the program has opened the port for a transfer and dropped its stale input."""
+        name = (self.console if port is None else self.port(port)).name
+        self.wait_for("tcflush", f"/dev/{name}", "input")
+        self.wait_for("tcsetattr", f"/dev/{name}")
 
-    # ------------------------------------------------------------------ the screen
+    # ------------------------------------------------------------------ the device as a test meets it
 
-    @property
-    def screen(self) -> bytes:
-        """Every raw byte the console port ever showed."""
-        return bytes(self.console.received)
+    def terminal(self, number: int) -> tuple:
+        """Flags and special characters of a serial port, as the kernel has them."""
+        iflag, oflag, cflag, lflag, _, _, cc = termios.tcgetattr(self.port(number).slave)
+        return iflag, oflag, cflag, lflag, [c if isinstance(c, int) else c[0] for c in cc]
 
-    def expect(self, text: str | bytes, timeout: float = TIMEOUT) -> str:
-        """Waits for a text on the console, reads up to its end, and returns what stood before it."""
-        return plain(self._take_until(onlcr(text) if isinstance(text, str) else text, timeout, repr(text)))
+    def environment(self) -> dict[str, str]:
+        """The boot environment behind fw_printenv and fw_setenv."""
+        return dict(self.env)
 
-    def expect_quiet(self, seconds: float = 0.1) -> None:
-        """Nothing more appears on the console."""
-        time.sleep(seconds)
-        assert self.console.unread == b"", f"unexpected output: {self.console.unread!r}"
+    def give_product(self, *items: tuple[int, bytes]) -> None:
+        """Writes a product record into flash, before the start."""
+        self.partition("prod_config").write(record(*items))
 
-    def screen_until_prompt(self, timeout: float = TIMEOUT) -> bytes:
-        """Waits for the next prompt, reads on behind it, and returns the raw bytes before it."""
-        return self._take_until(PROMPT, timeout, "the prompt")
+    def give_model(self, product_id: str, hwcfg: str | None = None) -> None:
+        """Makes the device the model of this product ID and hardware configuration, with GPIO lines; before the
+        start."""
+        self.partition("prod_config").write(board_record(product_id, hwcfg))
+        self.make_gpio_lines()
 
-    def text_until_prompt(self, timeout: float = TIMEOUT) -> str:
-        """The same as text, with "\\n" as the only line end."""
-        return plain(self.screen_until_prompt(timeout))
+    def make_gpio_lines(self, numbers=range(32, 160)) -> None:
+        """Makes the tree below /sys/class/gpio with these lines exported already; what is written there is logged."""
+        top = self.path("/sys/class/gpio")
+        for name in ("export", "unexport"):
+            (top / name).write_text("")
+        for number in numbers:
+            line = top / f"gpio{number}"
+            line.mkdir()
+            (line / "direction").write_text("in\n")
+            (line / "value").write_text("0\n")
+        self.trace("/sys/class/gpio")
 
-    def screen_of(self, keys: bytes, timeout: float = TIMEOUT) -> bytes:
-        """Sends keys and Enter; returns every raw byte up to the next prompt."""
-        self.keys(keys + ENTER)
-        return self.screen_until_prompt(timeout)
+    @contextlib.contextmanager
+    def only_changed(self, *numbers: int):
+        """What happens inside touches each of these GPIO lines and no other."""
+        begin = len(self.all_events)
+        yield
+        paths = [event.path.split("/") for event in self.all_events[begin:].of("write")]
+        assert {int(path[4].removeprefix("gpio")) for path in paths if path[3:4] == ["gpio"] and len(path) > 5} == set(numbers)
 
-    def _take_until(self, raw: bytes, timeout: float, what: str) -> bytes:
-        at = self.console.wait(lambda unread: i if (i := unread.find(raw)) >= 0 else None, timeout,
-                               lambda: self.alive, what)
-        return self.console.take(at + len(raw))[:at]
+    def refuse_rs485(self) -> None:
+        """The ports take no RS-485 from now on, as a UART that knows nothing of it."""
+        self.answer_ioctl(TIOCSRS485, error="ENOTTY")
+
+    def level(self, number: int) -> int:
+        """What the program last drove the line to, or 0."""
+        return int(self.path(f"/sys/class/gpio/gpio{number}/value").read_text()[0])
+
+    def set_level(self, number: int, level: int) -> None:
+        """Wires a level to a line from outside."""
+        self.path(f"/sys/class/gpio/gpio{number}/value").write_text(f"{level}\n")
 
     # ------------------------------------------------------------------ what the device was asked to do
 
-    def wait_for(self, kind: str, *fields: str, timeout: float = TIMEOUT):
+    def wait_for(self, kind: str, *fields: str, timeout: float = Session.patience):
         """Waits for an event since the last mark() whose first fields are these, and returns it."""
         end = time.monotonic() + timeout
         while True:
@@ -257,7 +242,7 @@ class Device(DeviceRoot):
                 raise Timeout(f"no event {kind} {' '.join(fields)}; there were: {self.events!r}")
             time.sleep(0.005)
 
-    def wait_ran(self, line: str, timeout: float = TIMEOUT) -> None:
+    def wait_ran(self, line: str, timeout: float = Session.patience) -> None:
         """Waits until a tool was started with this command line."""
         end = time.monotonic() + timeout
         while line not in self.ran:
@@ -283,22 +268,25 @@ class Device(DeviceRoot):
     # ------------------------------------------------------------------ the end of a test
 
     def check(self) -> None:
-        """What no session may show, whatever the test was about: a dead program, a sanitizer's report, a log that ran
-        full, a second start-up (the banner and the notice below it; `version` prints the banner alone), an unknown
-        command, an answer or a failing call that the test prepared in vain."""
-        screens = {name: plain(bytes(port.received)) for name, port in self._ports.items()}
+        """What no session may show, and also no dead program, sanitizer's report, log that ran full, answer or failing
+        call that the test prepared in vain."""
         if self._process is not None and not self.death_expected:
-            assert self.alive, f"the program ended with status {self._process.returncode}; screens: {screens!r}"
+            assert self.alive, f"the program ended with status {self._process.returncode}; screens: {self._screens()!r}"
         assert not self.log.full, f"the log is full; it ends so: {self.all_events[-5:]!r}"
         reports = [file.read_text() for file in self.path("/.harness").glob("sanitizer*")]
         assert not reports, "\n".join(reports)
-        starts = re.findall(rf"^{re.escape(BANNER)}[^\n]*\n([^\n]*)\n", "".join(screens.values()), re.MULTILINE)
-        assert starts.count((starts or [""])[0]) <= self.starts_expected, f"a second start-up: {screens!r}"
-        for name, screen in screens.items():
-            if not self.unknown_command_expected:
-                assert "Unknown Command" not in screen, f"{name}: {screen!r}"
+        super().check()
         if not self.unused_rules_expected:
             assert not self.unused(), f"never used: {self.unused()!r}"
+
+    def report(self) -> list[tuple[str, str]]:
+        """What is shown of a test that failed; the ends, of what may be long."""
+        return [("screen", repr(self.console.output[-10000:])),
+                ("boot console", repr(self.boot_console.output[-10000:])),
+                ("events", "\n".join(map(str, self.all_events[-500:])))]
+
+    def _screens(self) -> dict[int | str, str]:
+        return {**super()._screens(), "boot console": plain(self.boot_console.output)}
 
     def close(self) -> None:
         """Ends everything and leaves nothing behind."""

@@ -1,0 +1,41 @@
+"""What all tests of the program share: the sessions on both kinds of device, and what is shown of one whose test failed."""
+
+import os
+from pathlib import Path
+
+import pytest
+
+from session import Session
+
+pytest_plugins = ["root_fixtures", "board_fixtures"]
+
+_ROOT = Path(__file__).resolve().parent.parent
+_failed = pytest.StashKey[bool]()
+
+
+def pytest_addoption(parser):
+    parser.addoption("--build", default=os.environ.get("BUILD", _ROOT / "build" / "release"),
+                     help="build directory to test (default: build/release, or $BUILD)")
+    parser.addoption("--program", help="another program than the one of the build directory, in the device root")
+
+
+@pytest.hookimpl(hookwrapper=True, tryfirst=True)
+def pytest_runtest_makereport(item):
+    outcome = yield
+    report = outcome.get_result()
+    item.stash[_failed] = item.stash.get(_failed, False) or not report.passed
+    if report.failed and report.when == "call":
+        for session in {value for value in getattr(item, "funcargs", {}).values() if isinstance(value, Session)}:
+            report.sections += session.report()
+
+
+@pytest.fixture
+def has_failed(request):
+    """Called while a fixture is taken down: whether the test has failed, or was left out."""
+    return lambda: request.node.stash.get(_failed, False)
+
+
+@pytest.fixture(scope="session")
+def build(request):
+    """The build directory whose programs are tested."""
+    return Path(request.config.getoption("build")).resolve()

@@ -1,0 +1,34 @@
+"""What the shell says in many places, to the byte."""
+
+PROMPT = "CLI> "
+BANNER = "Zentavio Solvantra Recovery Loader v3.1.0.0R1 ("
+NOTICE = "Copyright (c) Zentavio. All rights reserved.\n"  # below the banner of a start; `version` shows the banner alone
+
+SUCCESS = "Done: SUCCESS\n"
+FAILURE = "Done: FAILURE\n"
+NO_CHANGE = "<no change>\n" + SUCCESS
+QUESTION = "Do you really want to do this (y/N)? "
+ABORTED = "<aborted>\n"
+
+UNKNOWN = "ERROR: Unknown Command\n"
+AMBIGUOUS = "ERROR: Ambiguous Command\n"
+INCOMPLETE = "ERROR: Incomplete command\n"
+BRIEF, VERBOSE = "\nBrief Command Summary:\n\n", "\nVerbose Command Summary:\n\n"
+
+BEGIN = "Begin serial download...\n"
+NOT_WRITTEN = "ERROR: Failed to write firmware image\n"
+NOT_INSTALLED = NOT_WRITTEN + FAILURE
+PREPARING, INSTALLING = "Preparing ...\n", "Installing ...\n"
+SETTING_DEFAULTS = "Setting boot environment to defaults...\n"
+
+PATTERN_LINE = "".join(map(chr, range(33, 127))) + "\n"
+
+
+def invalid(word: str) -> str:
+    """The refusal of a word."""
+    return f"ERROR: Invalid parameter '{word}'\n"
+
+
+def system_failed(command: str, status: int = 1) -> str:
+    """What is said of a command line that ended with this status."""
+    return f"ERROR: system({command}) sys_rc={status << 8} exitstatus={status}\n"
