@@ -18,7 +18,7 @@
 #include <linux/slab.h>
 #include "vboard.h"
 
-/* Where the machine offers its "stop now" port, see board/vboard.py. */
+/* Where the machine offers its "stop now" port, see board/machine.py. */
 #define POWER_SWITCH_PORT 0xf4
 #define RULE_LENGTH_MAX 128
 

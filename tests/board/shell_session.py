@@ -13,7 +13,8 @@ import time
 import zlib
 from pathlib import Path
 
-from vboard import Board, BoardError, Timeout, layout
+import layout
+from virtual_board import Board, BoardError, Timeout
 
 ROOT = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("BUILD", ROOT / "build" / "release")).resolve()

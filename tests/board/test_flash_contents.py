@@ -13,7 +13,7 @@ import ubi_device
 from flash_table import row, table
 from shell_session import FAILURE, PATIENCE, SUCCESS, ShellSession
 from ubi_device import expect_given_back, make, root_files, ubifs, usable_lebs
-from vboard import layout
+import layout
 
 BOOTSTRAP_SIZE = 0x1234
 ERASED = b"\xff"

@@ -21,7 +21,7 @@ from pathlib import Path
 import images
 import real_images
 from shell_session import PARTITIONS, PATIENCE
-from vboard import layout
+import layout
 
 UBI_SIZE = PARTITIONS["ubi0"].size
 VOLUMES = ("rootfs_1", "rootfs_2", "rootfs_single", "vexo_private", "vexo_user")
