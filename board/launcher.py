@@ -24,7 +24,7 @@ import virtual_board  # noqa: E402
 from virtual_board import Board, BoardError, Timeout  # noqa: E402
 
 ROOT = artefacts.ROOT
-PROGRAM = ROOT / "build" / "release" / "recovery-loader"
+PROGRAM = ROOT / "build" / "arm" / "recovery-loader"
 KESTO = ROOT / "build" / "release" / "kesto"
 STATE = artefacts.BUILD / "state"
 SAMPLE = artefacts.BUILD / "sample.img"
@@ -40,7 +40,7 @@ CONTROL = "control"
 def sample_parts(full):
     """[(part option, file)] of the sample image: firmware that came with the packages; `full`: Debian's own kernel."""
     roms = pathlib.Path("/usr/lib/ipxe/qemu")
-    kernel = artefacts.ensure().boot_image if full else roms / "efi-virtio.rom"
+    kernel = artefacts.ensure().kernel if full else roms / "efi-virtio.rom"
     return [("bootloader", pathlib.Path("/usr/share/seabios/bios-256k.bin")), ("kernel", kernel),
             ("config-loader", roms / "pxe-virtio.rom")]
 

@@ -7,13 +7,15 @@ import subprocess
 import threading
 import weakref
 
-import accelerator
 import layout
 from command_agent import CommandAgent
 from errors import Timeout
 from serial_port import Port
 
-QEMU = "qemu-system-x86_64"
+# A 32-bit ARM machine with a PCI bus, emulated: there is no such host.
+QEMU = "qemu-system-arm"
+# The chips' cells are mapped whole.
+VMALLOC = "vmalloc=400M"
 # Where the kernel module looks for the chips' cells on the PCI bus.
 CHIP_SLOTS = {"nor": "10", "nand": "11"}
 
@@ -30,11 +32,10 @@ class Machine:
     neighbour   a datagram socket: the cable of a second card; None: there is no such card
     """
 
-    def __init__(self, directory, memory, network, neighbour, accelerator_name=None):
+    def __init__(self, directory, memory, network, neighbour):
         self.directory, self.memory, self.network, self.neighbour = directory, memory, network, neighbour
-        self.ports = [Port(f"ttyS{number}") for number in range(3)]
+        self.ports = [Port(name) for name in ("ttyAMA0", "ttyS1", "ttyS2")]
         self.agent = CommandAgent()
-        self._accelerator = accelerator_name
         self._process = None
         self._reader = None
 
@@ -92,27 +93,21 @@ class Machine:
         _running.discard(self)
 
     def _command(self, kernel, initrd, words, chips, descriptors):
-        name = self._accelerator or accelerator.default_accelerator()
-        words = ["console=ttyS0,115200", "mitigations=off", "nowatchdog", "no_timer_check", "tsc=reliable",
-                 "rcupdate.rcu_expedited=1", "audit=0", "panic=-1", "reboot=t", *words]
-        if name == "tcg":
-            # On busy cores the kernel may measure the TSC wrong by a factor, and all its waits with it.
-            words.append("clocksource=acpi_pm")
-        command = [QEMU, "-nodefaults", "-no-user-config", "-display", "none", "-accel", name,
-                   "-machine", "pc,usb=off,vmport=off,hpet=off,i8042=off", "-cpu", "host" if name == "kvm" else "max",
-                   "-m", str(self.memory), "-kernel", str(kernel), "-initrd", str(initrd),
-                   "-append", " ".join(words)]
+        words = ["console=ttyAMA0,115200", VMALLOC, "nowatchdog", "rcupdate.rcu_expedited=1", "audit=0", "panic=-1", *words]
+        command = [QEMU, "-nodefaults", "-no-user-config", "-display", "none", "-accel", "tcg",
+                   "-machine", "virt,highmem=off", "-cpu", "cortex-a15", "-m", str(self.memory),
+                   "-kernel", str(kernel), "-initrd", str(initrd), "-append", " ".join(words)]
+        for number, descriptor in enumerate(descriptors):
+            command += ["-chardev", f"socket,id=line{number},fd={descriptor}"]
+        command += ["-serial", "chardev:line0", "-chardev", "null,id=unused",
+                    "-device", "pci-serial-2x,chardev1=unused,chardev2=line1,addr=02",
+                    "-device", "pci-serial,chardev=line2,addr=03",
+                    "-device", "virtio-serial-pci", "-device", "virtserialport,chardev=line3,name=agent"]
         for chip, slot in CHIP_SLOTS.items():
             command += ["-object", f"memory-backend-file,id={chip},share=on,size={layout.FILE_SIZES[chip]},"
                                    f"mem-path={escape(chips[chip])}",
                         "-device", f"ivshmem-plain,memdev={chip},addr={slot}"]
-        for number, descriptor in enumerate(descriptors):
-            command += ["-chardev", f"socket,id=line{number},fd={descriptor}"]
-        for number in range(len(self.ports)):
-            command += ["-serial", f"chardev:line{number}"]
-        command += ["-device", "virtio-serial-pci", "-device", "virtserialport,chardev=line3,name=agent",
-                    "-device", "isa-debug-exit,iobase=0xf4,iosize=0x04",
-                    "-netdev", f"{self.network},id=net0", "-device", "i82559c,netdev=net0,romfile="]
+        command += ["-netdev", f"{self.network},id=net0", "-device", "i82559c,netdev=net0,romfile="]
         if self.neighbour:
             command += ["-netdev", f"socket,fd={self.neighbour.fileno()},id=net1",
                         "-device", "i82559c,netdev=net1,romfile="]

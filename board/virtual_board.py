@@ -1,7 +1,7 @@
 """
 The virtual board: the one way to run a device.
 
-    with Board("/tmp/device-1", program="build/release/recovery-loader") as board:
+    with Board("/tmp/device-1", program="build/arm/recovery-loader") as board:
         board.start()
         board.console.expect("CLI> ")
         board.console.send("version\\r")
@@ -11,16 +11,15 @@ The directory holds the flash chips' files and the kernel's log; a board started
 also after kill(), which is a power cut. See README.md for the rest.
 """
 
-import os
 import pathlib
 import sys
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
 
 import artefacts  # noqa: E402
+import root_file_system  # noqa: E402
 from chip_files import ChipFiles  # noqa: E402
 from command_agent import Result  # noqa: E402
-from cpio import Archive  # noqa: E402
 from errors import BoardError, Timeout  # noqa: E402
 from instruments import Instruments, Line  # noqa: E402
 from machine import CHIP_SLOTS, Machine, escape  # noqa: E402
@@ -51,12 +50,12 @@ class Board(ChipFiles, Instruments):
     """
 
     def __init__(self, directory, program=None, *, nand="128k", cli_console="ttyS1,115200", cmdline="", files=None,
-                 tftp=None, netdev=None, neighbour=None, memory=256, accelerator=None):
+                 tftp=None, netdev=None, neighbour=None, memory=256):
         ChipFiles.__init__(self, directory, nand)
         self.program, self.nand, self.cli_console, self.cmdline = program, nand, cli_console, cmdline
         self.files, self.tftp = dict(files or {}), tftp
         network = netdev or "user" + (f",tftp={escape(pathlib.Path(tftp).resolve())}" if tftp else "")
-        self._machine = Machine(self.directory, memory, network, neighbour, accelerator)
+        self._machine = Machine(self.directory, memory, network, neighbour)
         self.kernel_log, self.console, self.serial2 = self._machine.ports
         self._claim = None
 
@@ -83,7 +82,9 @@ class Board(ChipFiles, Instruments):
         made = artefacts.ensure()
         self._claim = self.lock()
         initrd = self.directory / "initrd.cpio"
-        initrd.write_bytes(made.base.read_bytes() + self._overlay(made.libraries))
+        base = made.base.read_bytes()
+        programs = {SHELL_PATH: self.program} if self.program else {}
+        initrd.write_bytes(base + root_file_system.overlay(base, programs, self.files))
         chips = {chip: self.chip_path(chip) for chip in CHIP_SLOTS}
         self._machine.start(made.kernel, initrd, self._kernel_words(), chips)
         if wait:
@@ -126,20 +127,6 @@ class Board(ChipFiles, Instruments):
         if self.cli_console:
             words.append(f"cli_console={self.cli_console}")
         return [*words, self.cmdline]
-
-    def _overlay(self, present):
-        archive = Archive()
-        if self.program:
-            artefacts.add_program(archive, SHELL_PATH, self.program, present)
-        for path, source in self.files.items():
-            program = os.path.dirname(path).endswith("bin")
-            if isinstance(source, bytes):
-                archive.file(path, source, 0o755 if program else 0o644)
-            elif program:
-                artefacts.add_program(archive, path, source, present)
-            else:
-                archive.copy(path, source)
-        return archive.to_bytes()
 
     # Commands and files on the board.
 

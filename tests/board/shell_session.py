@@ -17,7 +17,7 @@ import layout
 from virtual_board import Board, BoardError, Timeout
 
 ROOT = Path(__file__).resolve().parents[2]
-BUILD = Path(os.environ.get("BUILD", ROOT / "build" / "release")).resolve()
+BUILD = Path(os.environ.get("BUILD", ROOT / "build" / "arm")).resolve()
 
 PROMPT = "CLI> "
 BEGIN = "Begin serial download..."

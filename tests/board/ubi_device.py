@@ -29,7 +29,7 @@ PRODUCT_INFO = "etc/.vexo_product_info"
 
 # What the serial driver and the terminal layer hold for a reader who is busy, with a margin.
 _WINDOW = 32 << 10
-_SELECT = b"270 "  # pselect6 of x86-64
+_SELECT = b"335 "  # pselect6 of the device's processor
 _LOOK = "/tmp/look"
 
 
