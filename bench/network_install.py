@@ -11,7 +11,8 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "board"))
 
-from vboard import Board, layout  # noqa: E402  (the path had to be set first)
+import layout  # noqa: E402  (the path had to be set first)
+from virtual_board import Board  # noqa: E402
 
 SIZE = 6 << 20  # fits into a kernel's partition
 PATIENCE = 300

@@ -58,3 +58,18 @@ def _entry(path, number, mode, data, device):
     fields = (number, mode, 0, 0, links, 0, len(data), 0, 0, *device, len(name), 0)
     head = b"070701" + b"".join(b"%08X" % field for field in fields) + name
     return head + _padding(len(head)) + data + _padding(len(data))
+
+
+def names(archive):
+    """Absolute paths of the entries in the archive's bytes, up to its first end."""
+    found, at = [], 0
+    while archive[at:at + 6] == b"070701":
+        size, length = int(archive[at + 54:at + 62], 16), int(archive[at + 94:at + 102], 16)
+        path = archive[at + 110:at + 110 + length - 1].decode()
+        if path == "TRAILER!!!":
+            break
+        found.append("/" + path)
+        at += 110 + length
+        at += -at % _ALIGNMENT + size
+        at += -at % _ALIGNMENT
+    return found

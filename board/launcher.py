@@ -20,11 +20,11 @@ import tty
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
 
 import artefacts  # noqa: E402
-import vboard  # noqa: E402
-from vboard import Board, BoardError, Timeout  # noqa: E402
+import virtual_board  # noqa: E402
+from virtual_board import Board, BoardError, Timeout  # noqa: E402
 
 ROOT = artefacts.ROOT
-PROGRAM = ROOT / "build" / "release" / "recovery-loader"
+PROGRAM = ROOT / "build" / "arm" / "recovery-loader"
 KESTO = ROOT / "build" / "release" / "kesto"
 STATE = artefacts.BUILD / "state"
 SAMPLE = artefacts.BUILD / "sample.img"
@@ -40,7 +40,7 @@ CONTROL = "control"
 def sample_parts(full):
     """[(part option, file)] of the sample image: firmware that came with the packages; `full`: Debian's own kernel."""
     roms = pathlib.Path("/usr/lib/ipxe/qemu")
-    kernel = artefacts.ensure().boot_image if full else roms / "efi-virtio.rom"
+    kernel = artefacts.ensure().kernel if full else roms / "efi-virtio.rom"
     return [("bootloader", pathlib.Path("/usr/share/seabios/bios-256k.bin")), ("kernel", kernel),
             ("config-loader", roms / "pxe-virtio.rom")]
 
@@ -129,7 +129,7 @@ class _Control(threading.Thread):
             if since is None:
                 answer(state="error", text="nobody asked for a serial download")
                 return
-            time.sleep(max(0.0, since + vboard.SERIAL_DOWNLOAD_PAUSE - time.monotonic()))
+            time.sleep(max(0.0, since + virtual_board.SERIAL_DOWNLOAD_PAUSE - time.monotonic()))
             self.sending = port is self._board.console
             port.send_paced(data, request["rate"], lambda sent: answer(state="sending", sent=sent))
             answer(state="done")
@@ -288,7 +288,7 @@ def _install(board, image):
     board.wait_boot()
     data = image.read_bytes()
     board.serial_download("flash download serial 2", data)
-    _note(f"{len(data)} bytes went over the console's own serial line at {vboard.UART_RATE} bytes per second")
+    _note(f"{len(data)} bytes went over the console's own serial line at {virtual_board.UART_RATE} bytes per second")
     said = board.console.expect("Done: ", timeout=120).before
     result = board.console.expect("\n").before.strip()
     board.console.expect(PROMPT)
@@ -357,7 +357,7 @@ def _arguments():
     sender = sub.add_parser("send", help="feed a file into the running board's serial line")
     sender.add_argument("file")
     sender.add_argument("--port", type=int, choices=(1, 2), default=1, help="1: the console, 2: the spare line")
-    sender.add_argument("--rate", type=int, default=vboard.UART_RATE, help="bytes per second")
+    sender.add_argument("--rate", type=int, default=virtual_board.UART_RATE, help="bytes per second")
     sender.add_argument("--wait", type=float, default=300.0, help="seconds to wait for the shell to ask")
     sender.add_argument("--state", type=pathlib.Path, default=STATE)
     options = parser.parse_args()

@@ -1,6 +1,5 @@
 """What all tests of the program share: the sessions on both kinds of device, and what is shown of one whose test failed."""
 
-import os
 from pathlib import Path
 
 import pytest
@@ -14,8 +13,8 @@ _failed = pytest.StashKey[bool]()
 
 
 def pytest_addoption(parser):
-    parser.addoption("--build", default=os.environ.get("BUILD", _ROOT / "build" / "release"),
-                     help="build directory to test (default: build/release, or $BUILD)")
+    parser.addoption("--build", default=_ROOT / "build" / "release",
+                     help="build directory to test in the device root (default: build/release; the board has $BUILD)")
     parser.addoption("--program", help="another program than the one of the build directory, in the device root")
 
 
@@ -37,5 +36,5 @@ def has_failed(request):
 
 @pytest.fixture(scope="session")
 def build(request):
-    """The build directory whose programs are tested."""
+    """The build directory whose programs are tested in the device root."""
     return Path(request.config.getoption("build")).resolve()

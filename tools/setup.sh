@@ -11,11 +11,11 @@ setup_packages() {
         build) echo cmake g++ ninja-build zlib1g-dev libgtest-dev libgmock-dev ;;
         test) echo python3 python3-pytest python3-pytest-xdist busybox-static ;;
         board)
-            # The kernel's image is not installed here: the board fetches and unpacks that package for itself.
-            echo qemu-system-x86 linux-headers-amd64 gcc make python3 busybox-static mtd-utils libubootenv-tool \
-                zstd xz-utils kmod cpio coreutils iproute2 ethtool
+            # Kernel and user space of the board are not installed here: it fetches and unpacks those packages itself. The
+            # last two are firmware that sample images are made of.
+            echo qemu-system-arm linux-kbuild-6.1 make python3 mtd-utils kmod seabios ipxe-qemu
             ;;
-        arm) echo g++-arm-linux-gnueabi qemu-user ;;
+        arm) echo g++-arm-linux-gnueabi qemu-user-static python3 ;;
         fuzz) echo clang libclang-rt-14-dev llvm ;;
         lint) echo clang-format clang-tidy ;;
         *) echo "setup: no such purpose: $1" >&2; return 1 ;;

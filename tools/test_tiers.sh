@@ -25,11 +25,17 @@ check() {
     fi
 }
 
+# Tiers that run side by side may want the same build: one makes it, the other waits and finds it made.
 build_preset() {
-    cmake --preset "$1" >"$results/cmake-$1.log" 2>&1 && cmake --build --preset "$1" -j2 >"$results/build-$1.log" 2>&1 || {
-        tail -n 40 "$results/cmake-$1.log" "$results/build-$1.log" 2>/dev/null
-        return 1
-    }
+    (
+        flock 9
+        { [ "$1" != arm ] || tools/arm_sysroot.sh "$PWD/build/arm-sysroot"; } &&
+            cmake --preset "$1" >"$results/cmake-$1.log" 2>&1 &&
+            cmake --build --preset "$1" -j2 >"$results/build-$1.log" 2>&1 || {
+            tail -n 40 "$results/cmake-$1.log" "$results/build-$1.log" 2>/dev/null
+            exit 1
+        }
+    ) 9>"$results/build-$1.lock"
 }
 
 # The sanitizers' runtime is brought down before main, now and then, by kernels that spread addresses wider than it
@@ -64,7 +70,7 @@ run_unit_tests() {
 # need_TIER: installs what the tier is built with and runs with.
 need_unit() { setup_need build test; }
 need_console() { setup_need build test; }
-need_board() { setup_need build test board; }
+need_board() { setup_need build test arm board; }
 need_arm() { setup_need build arm; }
 need_fuzz() { setup_need build fuzz; }
 need_lint() { setup_need build test lint; }
@@ -92,14 +98,14 @@ tier_console() {
 }
 
 tier_board() {
-    build_preset release || return 1
+    build_preset release && build_preset arm || return 1
+    check board set_up /usr/bin/python3 board/artefacts.py
     # More boards than cores: most of their time is waiting, too.
     timeout 1100 /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider "--junitxml=$results/board.xml" -m "not root" \
         tests/board tests/both
 }
 
 tier_arm() {
-    tools/arm_sysroot.sh "$PWD/build/arm-sysroot" || return 1
     build_preset arm || return 1
     check arm links_libc_only tools/check_device_binary.sh build/arm/recovery-loader
     check arm starts_under_qemu tools/check_arm_start.sh build/arm/recovery-loader

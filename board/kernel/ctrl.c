@@ -60,7 +60,7 @@ static __printf(1, 2) void note(const char *format, ...)
         events_dropped++;
         return;
     }
-    events[event_count].time = ktime_get_ns() / NSEC_PER_USEC;
+    events[event_count].time = ktime_to_us(ktime_get());
     va_start(arguments, format);
     vsnprintf(events[event_count].text, sizeof(events[event_count].text), format, arguments);
     va_end(arguments);

@@ -9,17 +9,16 @@
  * OPERATION is read, write, erase, lock or unlock. The file reads back as the rules with what is left of them; the
  * file "operations" reads as the number of operations done on each partition since power-up.
  */
+#include <linux/arm-smccc.h>
 #include <linux/debugfs.h>
 #include <linux/delay.h>
-#include <linux/io.h>
 #include <linux/list.h>
 #include <linux/mutex.h>
 #include <linux/seq_file.h>
 #include <linux/slab.h>
+#include <uapi/linux/psci.h>
 #include "vboard.h"
 
-/* Where the machine offers its "stop now" port, see board/vboard.py. */
-#define POWER_SWITCH_PORT 0xf4
 #define RULE_LENGTH_MAX 128
 
 enum fault_action { ACTION_FAIL, ACTION_DELAY, ACTION_CUT };
@@ -107,9 +106,10 @@ int faults_check(struct mtd_info *master, enum flash_operation operation, u64 fr
 
 void faults_cut_power(void)
 {
-    outl(0, POWER_SWITCH_PORT);
+    struct arm_smccc_res unused;
+
     for (;;)
-        cpu_relax();
+        arm_smccc_hvc(PSCI_0_2_FN_SYSTEM_OFF, 0, 0, 0, 0, 0, 0, 0, &unused);
 }
 
 static void clear_rules(void)

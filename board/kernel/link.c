@@ -3,7 +3,6 @@
  * 0), its driver is told that there is none. The driver looks every two seconds, and whenever it is asked.
  */
 #include <linux/debugfs.h>
-#include <linux/kprobes.h>
 #include <linux/mii.h>
 #include "vboard.h"
 
@@ -19,11 +18,13 @@ static int redirect(struct kprobe *probe, struct pt_regs *registers)
 {
     if (!READ_ONCE(unplugged))
         return 0;
-    registers->ip = (unsigned long)no_link;
+    instruction_pointer_set(registers, (unsigned long)no_link);
     return 1;
 }
 
-static struct kprobe link_probe = {.symbol_name = "mii_link_ok", .pre_handler = redirect};
+static struct kprobe link_probe = {
+    .symbol_name = "mii_link_ok", .pre_handler = redirect, .post_handler = keep_breakpoint,
+};
 
 int link_init(void)
 {

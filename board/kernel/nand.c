@@ -4,6 +4,7 @@
  * is not 0xFF; the mark survives everything, also an erase, which a bad block refuses. There is no ECC: cells do not
  * age here, and errors come from planned faults (EUCLEAN and EBADMSG make a read a corrected and a lost one).
  */
+#include <linux/math64.h>
 #include <linux/module.h>
 #include <linux/mutex.h>
 #include "vboard.h"
@@ -20,14 +21,28 @@ static struct flash_cells nand_cells;
 static DEFINE_MUTEX(nand_mutex);
 static unsigned int bad_mark;
 
+static bool is_multiple(u64 number, u32 of)
+{
+    u32 rest;
+
+    div_u64_rem(number, of, &rest);
+    return !rest;
+}
+
 static u64 oob_address(const struct mtd_info *mtd, u64 page)
 {
     return mtd->size + page * mtd->oobsize;
 }
 
+/* The first page of the block that this address lies in. */
+static u64 first_page(const struct mtd_info *mtd, loff_t offset)
+{
+    return div_u64(offset, mtd->erasesize) * (mtd->erasesize / mtd->writesize);
+}
+
 static int nand_block_is_bad(struct mtd_info *mtd, loff_t offset)
 {
-    u64 page = offset / mtd->erasesize * (mtd->erasesize / mtd->writesize);
+    u64 page = first_page(mtd, offset);
     u8 first, second;
 
     cells_read(&nand_cells, oob_address(mtd, page) + bad_mark, &first, 1);
@@ -37,7 +52,7 @@ static int nand_block_is_bad(struct mtd_info *mtd, loff_t offset)
 
 static int nand_block_mark_bad(struct mtd_info *mtd, loff_t offset)
 {
-    u64 page = offset / mtd->erasesize * (mtd->erasesize / mtd->writesize);
+    u64 page = first_page(mtd, offset);
     const u8 mark = 0;
 
     mutex_lock(&nand_mutex);
@@ -88,7 +103,7 @@ static int nand_read_oob(struct mtd_info *mtd, loff_t from, struct mtd_oob_ops *
         cells_read(&nand_cells, from, ops->datbuf, ops->len);
         ops->retlen = ops->len;
     }
-    for (page = from / mtd->writesize; ops->oobbuf && ops->oobretlen < ops->ooblen; page++)
+    for (page = div_u64(from, mtd->writesize); ops->oobbuf && ops->oobretlen < ops->ooblen; page++)
         ops->oobretlen += move_oob(mtd, page, ops, false);
     if (fault == -EUCLEAN)
         mtd->ecc_stats.corrected++;
@@ -106,7 +121,7 @@ static int nand_write_oob(struct mtd_info *mtd, loff_t to, struct mtd_oob_ops *o
 
     ops->retlen = 0;
     ops->oobretlen = 0;
-    if (to % mtd->writesize || (ops->datbuf && ops->len % mtd->writesize))
+    if (!is_multiple(to, mtd->writesize) || (ops->datbuf && ops->len % mtd->writesize))
         return -EINVAL;
     fault = faults_check(mtd, FLASH_WRITE, to, max_t(size_t, ops->len, 1));
     if (fault < 0)
@@ -118,7 +133,7 @@ static int nand_write_oob(struct mtd_info *mtd, loff_t to, struct mtd_oob_ops *o
     }
     if (fault == FAULT_CUT)
         faults_cut_power();
-    for (page = to / mtd->writesize; ops->oobbuf && ops->oobretlen < ops->ooblen; page++)
+    for (page = div_u64(to, mtd->writesize); ops->oobbuf && ops->oobretlen < ops->ooblen; page++)
         ops->oobretlen += move_oob(mtd, page, ops, true);
     mutex_unlock(&nand_mutex);
     return 0;
@@ -129,7 +144,7 @@ static void erase_block(struct mtd_info *mtd, u64 block, u64 length)
     u64 oob_length = mtd->erasesize / mtd->writesize * mtd->oobsize;
 
     cells_erase(&nand_cells, block, length);
-    cells_erase(&nand_cells, oob_address(mtd, block / mtd->writesize), oob_length);
+    cells_erase(&nand_cells, oob_address(mtd, div_u64(block, mtd->writesize)), oob_length);
 }
 
 static int nand_erase(struct mtd_info *mtd, struct erase_info *request)
@@ -137,7 +152,7 @@ static int nand_erase(struct mtd_info *mtd, struct erase_info *request)
     u64 block, end = request->addr + request->len;
     int result = 0;
 
-    if (request->addr % mtd->erasesize || request->len % mtd->erasesize)
+    if (!is_multiple(request->addr, mtd->erasesize) || !is_multiple(request->len, mtd->erasesize))
         return -EINVAL;
     for (block = request->addr; block < end && !result; block += mtd->erasesize) {
         result = faults_check(mtd, FLASH_ERASE, block, mtd->erasesize);
@@ -157,7 +172,7 @@ static int nand_erase(struct mtd_info *mtd, struct erase_info *request)
 
 static int nand_max_bad_blocks(struct mtd_info *mtd, loff_t offset, size_t length)
 {
-    return DIV_ROUND_UP((u64)mtd->size / mtd->erasesize * BAD_BLOCKS_PER_1024, 1024);
+    return DIV_ROUND_UP((u32)div_u64(mtd->size, mtd->erasesize) * BAD_BLOCKS_PER_1024, 1024);
 }
 
 /* The first half of the OOB after the bad block mark is free, the second half is the place of the ECC. */
@@ -213,7 +228,7 @@ int nand_init(void)
     nand_mtd.oobsize = small_page ? 16 : 64;
     nand_mtd.oobavail = nand_mtd.oobsize / 2 - bad_mark - 1;
     mtd_set_ooblayout(&nand_mtd, &oob_layout);
-    error = cells_open(&nand_cells, NAND_SLOT, nand_mtd.size + nand_mtd.size / nand_page * nand_mtd.oobsize);
+    error = cells_open(&nand_cells, NAND_SLOT, nand_mtd.size + div_u64(nand_mtd.size, nand_page) * nand_mtd.oobsize);
     if (error)
         return error;
     for (block = 0; block < nand_mtd.size; block += nand_mtd.erasesize)

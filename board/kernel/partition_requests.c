@@ -4,14 +4,12 @@
  * three numbers are sent here instead.
  */
 #include <linux/fs.h>
-#include <linux/kprobes.h>
 #include <linux/mtd/partitions.h>
 #include <linux/mutex.h>
 #include <linux/slab.h>
 #include <linux/uaccess.h>
 #include "vboard.h"
 
-/* The numbers are those of the 32-bit device, whatever the size of a pointer here. */
 #define REQUEST_CREATE 0x40044d17
 #define REQUEST_DELETE 0x40044d18
 #define REQUEST_MERGE 0x40044d1b
@@ -38,10 +36,14 @@ struct open_flash_device {
 
 static DEFINE_MUTEX(request_mutex);
 
-/* More references than the registration's own: a descriptor is open, or UBI or a block device sits on it. */
+/* A descriptor is open, or UBI or a block device sits on it. */
 static bool in_use(struct mtd_info *mtd)
 {
-    return kref_read(&mtd->refcnt) > 1;
+#ifdef MTD_HAS_REFCNT
+    return kref_read(&mtd->refcnt) > 1; /* one is the registration's own */
+#else
+    return mtd->usecount > 0;
+#endif
 }
 
 static bool record_fits(const struct partition_record *record, const struct mtd_info *parent)
@@ -178,15 +180,17 @@ static noinline long partition_request(struct file *file, unsigned int request, 
 
 static int redirect(struct kprobe *probe, struct pt_regs *registers)
 {
-    unsigned int request = registers->si;
+    unsigned int request = registers->ARM_r1;
 
     if (request != REQUEST_CREATE && request != REQUEST_DELETE && request != REQUEST_MERGE)
         return 0;
-    registers->ip = (unsigned long)partition_request;
+    instruction_pointer_set(registers, (unsigned long)partition_request);
     return 1;
 }
 
-static struct kprobe request_probe = {.symbol_name = "mtdchar_unlocked_ioctl", .pre_handler = redirect};
+static struct kprobe request_probe = {
+    .symbol_name = "mtdchar_unlocked_ioctl", .pre_handler = redirect, .post_handler = keep_breakpoint,
+};
 
 int partition_requests_init(void)
 {

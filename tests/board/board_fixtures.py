@@ -11,8 +11,8 @@ from tftp_server import TftpServer
 class _Bench:
     """The board that this worker has at hand."""
 
-    def __init__(self, make_directory, build):
-        self._make_directory, self._build = make_directory, build
+    def __init__(self, make_directory):
+        self._make_directory = make_directory
         self._session = None
         self.server = TftpServer()
 
@@ -21,7 +21,7 @@ class _Bench:
         if self._session is None:
             directory = self._make_directory()
             (directory / "tftp").mkdir()
-            self._session = BoardSession(directory, self._build, tftp=directory / "tftp", neighbour=self.server.cable)
+            self._session = BoardSession(directory, tftp=directory / "tftp", neighbour=self.server.cable)
             self._session.boot()
         else:
             self._session.renew()
@@ -35,8 +35,8 @@ class _Bench:
 
 
 @pytest.fixture(scope="session")
-def bench(tmp_path_factory, build):
-    made = _Bench(lambda: tmp_path_factory.mktemp("board"), build)
+def bench(tmp_path_factory):
+    made = _Bench(lambda: tmp_path_factory.mktemp("board"))
     yield made
     made.throw_away()
     made.server.shut_down()
@@ -59,12 +59,12 @@ def board_device(bench, has_failed):
 
 
 @pytest.fixture
-def own_board(tmp_path, build, has_failed):
+def own_board(tmp_path, has_failed):
     """A board of the test's own, not started yet: own_board(nand="16k") takes the options of Board."""
     made = []
 
     def make(**options):
-        made.append(BoardSession(tmp_path / f"board {len(made)}", build, **options))
+        made.append(BoardSession(tmp_path / f"board {len(made)}", **options))
         return made[-1]
 
     try:

@@ -13,13 +13,14 @@ import time
 import zlib
 from pathlib import Path
 
+import layout
 from product import board_record, record
 from session import Session
 from texts import SUCCESS
-from vboard import Board, BoardError, Timeout, layout
+from virtual_board import Board, BoardError, Timeout
 
 ROOT = Path(__file__).resolve().parents[2]
-BUILD = Path(os.environ.get("BUILD", ROOT / "build" / "release")).resolve()
+BUILD = Path(os.environ.get("BUILD", ROOT / "build" / "arm")).resolve()
 
 # The cores may be busy with other boards and builds: nothing that is expected to come fails for being slow.
 PATIENCE = 120.0

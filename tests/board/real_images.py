@@ -10,7 +10,7 @@ import tempfile
 from pathlib import Path
 
 import images
-from board_session import BUILD
+from board_session import ROOT
 
 # Firmware that comes with the emulator's packages, of 40 to 250 kB: a serial line is slow, and slower on busy cores.
 _FIRMWARE, _ROMS = Path("/usr/share/seabios"), Path("/usr/lib/ipxe/qemu")
@@ -18,6 +18,8 @@ BOOTSTRAP = _FIRMWARE / "bios.bin"  # fills its partition to the last byte
 BOOTLOADER, SMALL_BOOTLOADER = _FIRMWARE / "bios-microvm.bin", _FIRMWARE / "vgabios-isavga.bin"
 KERNEL, SMALL_KERNEL = _ROMS / "efi-virtio.rom", _ROMS / "pxe-e1000.rom"
 CONFIG_LOADER, SMALL_CONFIG_LOADER = _ROMS / "pxe-virtio.rom", _FIRMWARE / "vgabios-ati.bin"
+
+KESTO = ROOT / "build" / "release" / "kesto"
 
 ENVIRONMENT_SIZE = 0x10000
 VERSION, CODE = "3.1.0.0R1", "TK"
@@ -28,7 +30,7 @@ def build(*parts):
     """An image of these (word of kesto, file) parts."""
     with tempfile.TemporaryDirectory() as directory:
         target = Path(directory) / "image.rom"
-        command = [BUILD / "kesto", "image", "build", "-o", target, "--version", VERSION, "--code", CODE]
+        command = [KESTO, "image", "build", "-o", target, "--version", VERSION, "--code", CODE]
         for word, file in parts:
             command += [f"--{word}", file] if not word.isdigit() else ["--part", f"{word}={file}"]
         subprocess.run(command, check=True, capture_output=True)

@@ -14,7 +14,7 @@ from board_session import PATIENCE, BoardSession
 from flash_table import row, table
 from texts import FAILURE, SUCCESS
 from ubi_device import expect_given_back, make, root_files, ubifs, usable_lebs
-from vboard import layout
+import layout
 
 BOOTSTRAP_SIZE = 0x1234
 ERASED = b"\xff"

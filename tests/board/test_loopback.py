@@ -7,7 +7,7 @@ import re
 import pytest
 
 from board_session import BUILD, PATIENCE
-from vboard import Board, BoardError
+from virtual_board import Board, BoardError
 
 PROGRAM = "/usr/bin/loopback"
 PORTS = {1: "console", 2: "serial2"}

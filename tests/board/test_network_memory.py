@@ -8,7 +8,7 @@ from network_device import install
 from real_images import info
 from texts import INSTALLING, PREPARING, SUCCESS
 from ubi_device import attached, root_files, ubifs
-from vboard import layout
+import layout
 
 MEBIBYTE = 1 << 20
 SAME_KIB, ABOVE_IDLE_KIB = 64, 1024

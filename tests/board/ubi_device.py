@@ -20,8 +20,8 @@ from pathlib import Path
 
 import images
 import real_images
+import layout
 from board_session import PARTITIONS, PATIENCE
-from vboard import layout
 
 UBI_SIZE = PARTITIONS["ubi0"].size
 VOLUMES = ("rootfs_1", "rootfs_2", "rootfs_single", "vexo_private", "vexo_user")
@@ -29,7 +29,7 @@ PRODUCT_INFO = "etc/.vexo_product_info"
 
 # What the serial driver and the terminal layer hold for a reader who is busy, with a margin.
 _WINDOW = 32 << 10
-_SELECT = b"270 "  # pselect6 of x86-64
+_SELECT = b"335 "  # pselect6 of the device's processor
 _LOOK = "/tmp/look"
 
 
