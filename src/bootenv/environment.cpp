@@ -58,17 +58,8 @@ int uboot_env_get_val(const char* name, char* buffer, size_t size) {
   return buffer[0] != '\0' ? 1 : 0;
 }
 
-int uboot_env_get_active_bank() {
+mtd_banks uboot_env_get_active_bank() {
   log_printf(level_trace, "%s:\n", __func__);
-  constexpr const char* bank_values[] = {"1", "2", "single"};
   char value[32];
-  if (uboot_env_get_val("bootbank", value, sizeof value) == 0) {
-    return 0;
-  }
-  for (int i = 0; i < 3; ++i) {
-    if (strcmp(value, bank_values[i]) == 0) {
-      return i + 1;
-    }
-  }
-  return 0;
+  return uboot_env_get_val("bootbank", value, sizeof value) != 0 ? mtd_bank_from_word(value) : mtd_bank_none;
 }

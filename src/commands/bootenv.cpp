@@ -45,7 +45,7 @@ void cmd_set_bootenv_bootbank() {
     helper_incomplete_command();
     return;
   }
-  if (!is_one_of(bank, "1", "2") && strcmp(bank, "single") != 0) {
+  if (mtd_bank_from_word(bank) == mtd_bank_none) {
     helper_invalid_parameter(bank);
     return;
   }

@@ -23,6 +23,3 @@ static_assert(image_download_mask == 0x7D3E);
 constexpr const char* image_download_header_path = "/tmp/image.rom";
 /// Where downloaded files go that are named without a path.
 constexpr const char* image_download_directory = "/tmp";
-
-/// Result: the bank that a word names (mtd_bank_1, _2 or _single), mtd_bank_none when it names none.
-int image_bank_from_word(const char* word);

@@ -92,12 +92,9 @@ bool take_bank_and_image(int* bank, int* image) {
   *bank = mtd_bank_1;
   *image = mtd_image_kernel_rootfs;
   const char* word = token_shift();
-  for (int candidate = mtd_bank_1; word != nullptr && candidate <= mtd_bank_single; ++candidate) {
-    if (strcmp(word, mtd_bank_string[candidate]) == 0) {
-      *bank = candidate;
-      word = token_shift();
-      break;
-    }
+  if (word != nullptr && mtd_bank_from_word(word) != mtd_bank_none) {
+    *bank = mtd_bank_from_word(word);
+    word = token_shift();
   }
   if (word == nullptr) {
     return true;

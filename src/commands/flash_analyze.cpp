@@ -18,7 +18,7 @@ namespace {
 
 // What the command knows of the device before it walks the table.
 struct device_state {
-  int active_bank;
+  mtd_banks active_bank;
   bool ubi0_is_clean;
 };
 
@@ -115,8 +115,8 @@ void cmd_flash_analyze() {
     return;
   }
   device_state device = {};
-  const int bank = uboot_env_get_active_bank();
-  device.active_bank = bank != mtd_bank_none ? bank : static_cast<int>(mtd_bank_1);
+  const mtd_banks bank = uboot_env_get_active_bank();
+  device.active_bank = bank != mtd_bank_none ? bank : mtd_bank_1;
   sigint_install_test_interrupt();
   log_printf(level_plain, "\n" ANALYZE_HEADING_FORMAT, "partition", "name", "bk", "status", "version", "pc",
              "size-hex", "crc-hex");

@@ -113,8 +113,8 @@ void cmd_flash_download_network() {
   log_printf(level_trace, "%s:\n", __func__);
   int bank = mtd_bank_1;
   const char* word = token_shift();
-  if (word != nullptr && image_bank_from_word(word) != mtd_bank_none) {
-    bank = image_bank_from_word(word);
+  if (word != nullptr && mtd_bank_from_word(word) != mtd_bank_none) {
+    bank = mtd_bank_from_word(word);
     word = token_shift();
   }
   server_file file;

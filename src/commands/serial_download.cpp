@@ -87,7 +87,7 @@ void cmd_flash_download_serial() {
   tty_port port = tty_cli;
   int bank = mtd_bank_1;
   if (const char* word = token_shift()) {
-    bank = image_bank_from_word(word);
+    bank = mtd_bank_from_word(word);
     if (bank == mtd_bank_none) {
       log_printf(level_error, "Invalid flash bank '%s'\n", word);
       return;

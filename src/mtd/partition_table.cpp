@@ -19,9 +19,6 @@ const char* const mtd_image_string[mtd_image_count] = {
     "kernel/rootfs", "ubi0",           "privatefs",     "userfs",   "mmc0",
 };
 
-const char* const mtd_bank_string[mtd_bank_count] = {"none", "1", "2", "single", "any"};
-const char* const mtd_bank_string_short[mtd_bank_count] = {"-", "1", "2", "S", "?"};
-
 uint64_t ubi0_mtd_size_max = 0;
 
 namespace {

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "bootenv/bank.h"
+
 enum mtd_types : int32_t {
   mtd_type_serial,
   mtd_type_nand,
@@ -51,21 +53,10 @@ enum mtd_images : int32_t {
   mtd_image_count,
 };
 
-enum mtd_banks : int32_t {
-  mtd_bank_none,
-  mtd_bank_1,
-  mtd_bank_2,
-  mtd_bank_single,
-  mtd_bank_any,  // wildcard of look-ups
-  mtd_bank_count,
-};
-
 /// Printable names, indexed by value.
 extern const char* const mtd_type_string[mtd_type_count];
 extern const char* const mtd_format_string[mtd_format_count];
 extern const char* const mtd_image_string[mtd_image_count];
-extern const char* const mtd_bank_string[mtd_bank_count];
-extern const char* const mtd_bank_string_short[mtd_bank_count];
 
 /// One partition or volume. Ten words of 32 bits on the device.
 struct mtd_partition {

@@ -72,6 +72,14 @@ TEST_F(partition_table_test, values_have_their_numbers_and_names) {
   EXPECT_EQ(texts(mtd_bank_string_short), lines({"-", "1", "2", "S", "?"}));
 }
 
+TEST_F(partition_table_test, a_bank_is_named_by_its_exact_word_and_a_wildcard_by_none) {
+  EXPECT_EQ(mtd_bank_from_word("1"), mtd_bank_1);
+  EXPECT_EQ(mtd_bank_from_word("2"), mtd_bank_2);
+  EXPECT_EQ(mtd_bank_from_word("single"), mtd_bank_single);
+  for (const char* word : {"", "none", "any", "0", "3", "1 ", "Single", "sing"})
+    EXPECT_EQ(mtd_bank_from_word(word), mtd_bank_none) << word;
+}
+
 // ---------------------------------------------------------------------------------------------- look-ups
 
 lines by_type(int type) {
