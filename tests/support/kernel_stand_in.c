@@ -36,6 +36,13 @@
 #include <sys/wait.h>
 #include <termios.h>
 
+/* The call of 32-bit processors counts the offset in pages. */
+#ifdef SYS_mmap2
+#define MAP SYS_mmap2
+#else
+#define MAP SYS_mmap
+#endif
+
 static struct control* control;
 
 static void __attribute__((constructor)) map_control(void) {
@@ -43,7 +50,7 @@ static void __attribute__((constructor)) map_control(void) {
   if (fd < 0) {
     return;
   }
-  long page = syscall(SYS_mmap, 0, sizeof *control, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  long page = syscall(MAP, 0, sizeof *control, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   syscall(SYS_close, fd);
   if (page > 0 || page < -4095) {
     control = (struct control*)page;
