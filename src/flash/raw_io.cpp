@@ -20,7 +20,6 @@
 namespace {
 
 constexpr size_t chunk_size = 1024;
-constexpr size_t image_header_size = 256;
 
 bool unlock(const char* dev_name) {
   command_line line;

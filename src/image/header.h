@@ -5,7 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
-constexpr uint32_t image_header_size = 256;
+#include "util/stream.h"
+
 constexpr const char image_header_id[8] = "KESTO-1";
 
 /// Byte offsets of the header's fields; numbers are 32-bit big-endian. Bytes in between are reserved.

@@ -10,12 +10,6 @@
 #include "util/log.h"
 #include "util/stream.h"
 
-namespace {
-
-constexpr size_t image_header_size = 256;
-
-}  // namespace
-
 ubi_frame::ubi_frame(const char* ubi_dev_name, on_exit exit)
     : ubi_dev_name_(ubi_dev_name), exit_(exit), attached_(ubi_attach(ubi_dev_name) != 0) {}
 

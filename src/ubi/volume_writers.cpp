@@ -6,6 +6,7 @@
 #include "ubi/schema.h"
 #include "util/exec.h"
 #include "util/log.h"
+#include "util/stream.h"
 
 namespace {
 
@@ -84,7 +85,7 @@ int ubi_write_buffer_ubifs_fd(const char* mtd_dev_name, const char* ubi_dev_name
   if (!frame.attached() || (change_schema != 0 && ubi_change_rootfs_schema_if_needed(mtd_dev_name) == 0)) {
     return 0;
   }
-  const size_t size = size_t{length} + (header != nullptr ? 256 : 0);
+  const size_t size = size_t{length} + (header != nullptr ? image_header_size : 0);
   // "firmare": fixtures of the production line wait for the text as it is.
   return start_update(frame, mtd_dev_name, size) &&
                  frame.stream_to_tool(fd, header, length, checksum,

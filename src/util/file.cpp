@@ -15,8 +15,6 @@
 
 namespace {
 
-constexpr size_t image_header_size = 256;
-
 unique_fd create(const char* path) {
   unique_fd file(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
   if (!file) {

@@ -11,6 +11,9 @@
 constexpr size_t stream_piece_size = 4096;
 /// A sender that is silent for this many seconds in the middle of a transfer has stopped.
 constexpr unsigned stream_idle_seconds = 3;
+/// Every part of a firmware image begins with a header of this many bytes (docs/image-format.md). It is known
+/// here because whatever stores a stream can be given the header to store in front of it.
+constexpr uint32_t image_header_size = 256;
 
 /// Result: how many bytes to ask for next when `done` of `total` were received: the largest of 4096, 1024,
 /// 512, 256, 64, 32, 16 that does not exceed the rest, and 1 below 16 (also when nothing remains).
