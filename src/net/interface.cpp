@@ -41,7 +41,7 @@ bool is_started(int if_index) {
 
 // A configuration tool that prints anything has failed.
 bool run_silently(const command_line& line) {
-  return exec_system_cmd_check_stderr(line.text(), true) != 0;
+  return exec_system_cmd_check_stderr(line.text(), true);
 }
 
 bool run_ifconfig(const char* if_name, const char* word) {

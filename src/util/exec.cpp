@@ -159,7 +159,7 @@ int exec_system_cmd_quiet(const char* command) {
   return exited_cleanly(run(command)) ? 0 : 1;
 }
 
-int exec_system_cmd_check_stderr(const char* command, bool print) {
+bool exec_system_cmd_check_stderr(const char* command, bool print) {
   log_printf(level_trace, "%s:\n", __func__);
   const capture_result result = run_captured(__func__, command, [print](const char* line) {
     int lines = 0;
@@ -171,7 +171,7 @@ int exec_system_cmd_check_stderr(const char* command, bool print) {
     };
     return read_tool_output("exec_system_cmd_check_stderr", line, show) ? lines : child_failure;
   });
-  return result == capture_result::success ? 1 : 0;
+  return result == capture_result::success;
 }
 
 int exec_system_cmd_print_with_match(const char* command, const char* print, const char* dont_print,

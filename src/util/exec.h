@@ -25,11 +25,19 @@ int exec_system_cmd(const char* command);
 /// The same without the error message.
 int exec_system_cmd_quiet(const char* command);
 
+/// For callers who only ask whether it worked. Result: true when the command exited with status 0.
+inline bool run_command(const char* command) {
+  return exec_system_cmd(command) == 0;
+}
+inline bool run_command_quiet(const char* command) {
+  return exec_system_cmd_quiet(command) == 0;
+}
+
 /// Runs a command line in a child that reads its standard output and error; with `print` the lines are shown
-/// as notes. Result: 1 when the command exited with status 0 and printed nothing at all, else 0. Printed
-/// lines are counted in an exit status of 8 bits, so exactly 256 lines pass for silence. A line too long
-/// for the runner is refused with an error and not run.
-int exec_system_cmd_check_stderr(const char* command, bool print);
+/// as notes. Result: true when the command exited with status 0 and printed nothing at all. Printed lines are
+/// counted in an exit status of 8 bits, so exactly 256 lines pass for silence. A line too long for the runner
+/// is refused with an error and not run.
+bool exec_system_cmd_check_stderr(const char* command, bool print);
 
 /// Runs a command line in a child that shows its output line by line: a line that contains `print` (if
 /// given) as a note when `notes` is set and plainly when not; else a line that contains `dont_print` (if

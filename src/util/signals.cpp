@@ -14,46 +14,46 @@ void sigint_test_interrupt_handler(int /*signal*/) {
   test_interrupted = 1;
 }
 
-int set_action(int signal, void (*handler)(int)) {
+bool set_action(int signal, void (*handler)(int)) {
   struct sigaction action = {};
   action.sa_handler = handler;
   sigemptyset(&action.sa_mask);
-  return sigaction(signal, &action, nullptr);
+  return sigaction(signal, &action, nullptr) == 0;
 }
 
 }  // namespace
 
-int sigint_install_ignore() {
-  if (set_action(SIGINT, SIG_IGN) != 0) {
+bool sigint_install_ignore() {
+  if (!set_action(SIGINT, SIG_IGN)) {
     log_printf(level_note, "%s: Failed to ignore sigint handler, error=%s\n", __func__, strerror(errno));
-    return 0;
+    return false;
   }
-  return 1;
+  return true;
 }
 
-int sigint_install_default() {
-  if (set_action(SIGINT, SIG_DFL) != 0) {
+bool sigint_install_default() {
+  if (!set_action(SIGINT, SIG_DFL)) {
     log_printf(level_note, "%s: Failed to install sigint handler, error=%s\n", __func__, strerror(errno));
-    return 0;
+    return false;
   }
-  return 1;
+  return true;
 }
 
-int sigint_install_test_interrupt() {
+bool sigint_install_test_interrupt() {
   test_interrupted = 0;
-  if (set_action(SIGINT, sigint_test_interrupt_handler) != 0) {
+  if (!set_action(SIGINT, sigint_test_interrupt_handler)) {
     log_printf(level_note, "%s: Failed to install sigint handler, error=%s\n", __func__, strerror(errno));
-    return 0;
+    return false;
   }
-  return 1;
+  return true;
 }
 
-int sigquit_install_ignore() {
-  if (set_action(SIGQUIT, SIG_IGN) != 0) {
+bool sigquit_install_ignore() {
+  if (!set_action(SIGQUIT, SIG_IGN)) {
     log_printf(level_note, "%s: Failed to ignore sigquit handler, error=%s\n", __func__, strerror(errno));
-    return 0;
+    return false;
   }
-  return 1;
+  return true;
 }
 
 sigint_deferred::sigint_deferred() {

@@ -7,13 +7,13 @@
 /// Set by the test interrupt handler; polled by long loops.
 extern volatile sig_atomic_t test_interrupted;
 
-/// Each sets one signal's action with an empty mask and no flags. Result: 1, or 0 after a note with the
+/// Each sets one signal's action with an empty mask and no flags. Result: true, or false after a note with the
 /// function's name and the system's error text.
-int sigint_install_ignore();
-int sigint_install_default();
+bool sigint_install_ignore();
+bool sigint_install_default();
 /// Clears `test_interrupted`, then lets SIGINT set it.
-int sigint_install_test_interrupt();
-int sigquit_install_ignore();
+bool sigint_install_test_interrupt();
+bool sigquit_install_ignore();
 
 /// While it lives, Ctrl-C reaches neither the shell nor the tools that it starts; what was pressed meanwhile
 /// counts afterwards. For steps that have to be taken whatever happens.

@@ -9,7 +9,7 @@ class signals_test : public loader_test {
  protected:
   struct setting {
     const char* name;
-    int (*install)();
+    bool (*install)();
     int signal_number;
     const char* failure;
   };
