@@ -1,4 +1,4 @@
-// See dispatch.h.
+// Words are matched without regard to case, and may be cut short as long as they stay unique.
 #include "cli/dispatch.h"
 
 #include <cctype>

@@ -1,4 +1,4 @@
-// See help.h.
+// Walks the command tree; entries that are in the tables but not in the shell stay hidden.
 #include "cli/help.h"
 
 #include <cstring>

@@ -1,4 +1,4 @@
-// See history.h.
+// A ring of lines in memory, gone with the process.
 #include "cli/history.h"
 
 #include <cstdint>

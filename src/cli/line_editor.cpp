@@ -1,5 +1,5 @@
-// See line_editor.h. The terminal needs to know one thing only: that byte 8 moves its cursor left. All
-// editing is drawn with characters, blanks and that byte.
+// Sends characters, blanks, byte 8 (which must move the terminal's cursor left) and line ends; no escape
+// sequences. Understands ESC [ A, B, C, D and H, which the cursor keys send (ECMA-48).
 #include "cli/line_editor.h"
 
 #include <unistd.h>
@@ -169,7 +169,7 @@ constexpr key_binding key_bindings[] = {
     {255, delete_left_of_cursor},  // the end of input
 };
 
-// Behind ESC and "[": what the cursor keys of a VT100 send (ECMA-48).
+// What follows ESC and "[".
 constexpr key_binding escape_bindings[] = {
     {'A', recall_older}, {'B', recall_newer}, {'C', move_right}, {'D', move_left}, {'H', move_home},
 };
@@ -233,8 +233,8 @@ key_result handle_key(line_state& line, uint8_t byte) {
   return key_result::editing;
 }
 
-// The next byte of the console. The end of input is byte 255, given out slowly: a console that is gone must
-// not cost a processor.
+// The next byte of the console. The end of input is byte 255, at most ten times a second: a console that is
+// gone must not keep the processor busy.
 uint8_t read_key() {
   const int byte = fgetc(stdin);
   if (byte == EOF) {

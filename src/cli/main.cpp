@@ -16,7 +16,7 @@ int main() {
   tty_init();
   if (tty_cli.port == 0) {
     // The kernel logs to the first port; keep it out of the operator's lines.
-    exec_system_cmd("/bin/dmesg -n 1");
+    run_command("/bin/dmesg -n 1");
   }
   mtd_init();
   prodcfg_init();

@@ -1,4 +1,4 @@
-// See affirm.h.
+// Asks on the console and reads the answer from it, byte by byte.
 #include "commands/affirm.h"
 
 #include <cctype>
@@ -6,11 +6,11 @@
 
 #include "util/log.h"
 
-uint8_t affirm_on = 0;
+bool affirm_on = false;
 
-int _affirmation() {
-  if (affirm_on == 0) {
-    return 1;
+bool _affirmation() {
+  if (!affirm_on) {
+    return true;
   }
   log_printf(level_plain, "Do you really want to do this (y/N)? ");
   const int answer = tolower(fgetc(stdin));
@@ -25,8 +25,8 @@ int _affirmation() {
   clearerr(stdin);
   log_printf(level_plain, "\n");
   if (answer == 'y') {
-    return 1;
+    return true;
   }
   log_printf(level_plain, "<aborted>\n");
-  return 0;
+  return false;
 }

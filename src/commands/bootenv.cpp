@@ -137,7 +137,7 @@ void cmd_set_bootenv_defaults() {
     helper_extraneous_parameter(surplus);
     return;
   }
-  if (_affirmation() != 0) {
+  if (_affirmation()) {
     _print_done_success_failure(helper_set_bootenv_defaults());
   }
 }

@@ -1,4 +1,4 @@
-// See builtins.h. Tools run: /sbin/reboot, /usr/bin/top, /bin/ps, /bin/dmesg.
+// Tools run: /sbin/reboot, /usr/bin/top, /bin/ps, /bin/dmesg.
 #include "commands/builtins.h"
 
 #include <cstring>
@@ -41,19 +41,19 @@ void cmd_affirm() {
   log_printf(level_trace, "%s:\n", __func__);
   if (const char* option = token_shift()) {
     if (strcmp(option, "on") == 0) {
-      affirm_on = 1;
+      affirm_on = true;
     } else if (strcmp(option, "off") == 0) {
-      affirm_on = 0;
+      affirm_on = false;
     } else {
       log_printf(level_error, "invalid affirm option=%s\n", option);
     }
   }
-  log_printf(level_plain, "affirm is %s\n", affirm_on != 0 ? "ON" : "OFF");
+  log_printf(level_plain, "affirm is %s\n", affirm_on ? "ON" : "OFF");
 }
 
 void cmd_reset() {
   log_printf(level_trace, "%s:\n", __func__);
-  if (exec_system_cmd("/sbin/reboot") != 0) {
+  if (!run_command("/sbin/reboot")) {
     log_printf(level_error, "Reset Failed\n");
   }
 }
@@ -62,14 +62,14 @@ void cmd_show_system() {
   log_printf(level_trace, "%s:\n", __func__);
   token_shift();  // an item may be named; all are shown
   log_printf(level_plain, "\n");
-  exec_system_cmd("/usr/bin/top -b -n1");
-  exec_system_cmd("/bin/ps");
+  run_command("/usr/bin/top -b -n1");
+  run_command("/bin/ps");
   log_printf(level_plain, "\n");
 }
 
 void cmd_show_klog() {
   log_printf(level_trace, "%s:\n", __func__);
-  if (exec_system_cmd("/bin/dmesg") != 0) {
-    _print_done_success_failure(0);
+  if (!run_command("/bin/dmesg")) {
+    _print_done_success_failure(false);
   }
 }

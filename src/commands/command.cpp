@@ -1,4 +1,4 @@
-// See command.h.
+// The words of the line, and the lines that every command reports with.
 #include "commands/command.h"
 
 #include "util/log.h"
@@ -18,8 +18,12 @@ char* token_shift() {
   return first;
 }
 
-void _print_done_success_failure(int ok) {
-  log_printf(level_plain, "Done: %s\n", ok != 0 ? "SUCCESS" : "FAILURE");
+const char* token_first() {
+  return ntokens < 1 ? nullptr : tokens[0];
+}
+
+void _print_done_success_failure(bool ok) {
+  log_printf(level_plain, "Done: %s\n", ok ? "SUCCESS" : "FAILURE");
 }
 
 void cmd_not_yet_implemented() {

@@ -30,9 +30,11 @@ extern int32_t ntokens;
 
 /// Result: the first word, which is taken out of `tokens`; null when none is left.
 char* token_shift();
+/// Result: the first word, which stays; null when none is left.
+const char* token_first();
 
-/// Ends a long operation: "Done: SUCCESS" when `ok` is non-zero, else "Done: FAILURE".
-void _print_done_success_failure(int ok);
+/// Ends a long operation: "Done: SUCCESS" or "Done: FAILURE".
+void _print_done_success_failure(bool ok);
 
 /// Handler of entries that are in the tables but not in the shell; matching and help pass over them.
 void cmd_not_yet_implemented();

@@ -1,4 +1,4 @@
-// See console.h.
+// Words of "set console", and what "show console" reads: tcgetattr() and F_GETFL of the standard descriptors.
 #include "commands/console.h"
 
 #include <fcntl.h>
@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "commands/affirm.h"
 #include "commands/command.h"
@@ -18,88 +19,105 @@
 
 namespace {
 
-// The parameters of "set console" in their order. Each takes the current word if it is its kind, and leaves
-// it to the next if not. `word` is null when none is left.
-struct console_arguments {
-  tty_port candidate;
-  unsigned delay_seconds = 0;
-  const char* word = token_shift();
+// The parameters of "set console" come in a fixed order, each of them may be left out: a function takes the
+// next word if it is of its kind, and else leaves it to the next function.
 
-  void next() { word = token_shift(); }
+void take_delay(unsigned* seconds) {
+  const char* word = token_first();
+  // NOLINTNEXTLINE(cert-err34-c): a delay beyond 32 bits is cut by the device's own conversion
+  if (word != nullptr && sscanf(word, "-d%u", seconds) == 1) {
+    token_shift();
+  }
+}
 
-  void take_delay() {
-    // NOLINTNEXTLINE(cert-err34-c): a delay beyond 32 bits is cut by the device's own conversion
-    if (word != nullptr && sscanf(word, "-d%u", &delay_seconds) == 1) next();
+void take_port(tty_port& settings) {
+  const char* word = token_first();
+  uint32_t number;
+  if (word != nullptr && strdectoul(word, &number) && number <= tty_highest_port) {
+    settings.port = static_cast<int32_t>(number);
+    token_shift();
   }
-  void take_port() {
-    uint32_t number;
-    if (word != nullptr && strdectoul(word, &number) != 0 && number <= tty_highest_port) {
-      candidate.port = static_cast<int32_t>(number);
-      next();
-    }
+}
+
+void take_speed(tty_port& settings) {
+  const char* word = token_first();
+  uint32_t number;
+  if (word != nullptr && strdectoul(word, &number) && tty_speed_is_valid(number)) {
+    settings.speed = number;
+    token_shift();
   }
-  void take_speed() {
-    uint32_t number;
-    if (word != nullptr && strdectoul(word, &number) != 0 && tty_speed_is_valid(number) != 0) {
-      candidate.speed = number;
-      next();
-    }
+}
+
+// Takes a word that is one of `names`. Result: its index, `count` when it is none of them.
+uint32_t take_name(const char* const* names, uint32_t count) {
+  const char* word = token_first();
+  uint32_t index = word != nullptr ? 0 : count;
+  while (index < count && strcmp(word, names[index]) != 0) {
+    ++index;
   }
-  void take_mode() {
-    for (uint32_t mode = 0; mode < tty_mode_count; ++mode) {
-      if (word != nullptr && strcmp(word, tty_mode_names[mode]) == 0) {
-        candidate.mode = mode;
-        if (mode == tty_mode_rs232) {
-          candidate.termination = 0;
-        } else {
-          candidate.flow = tty_flow_none;
-        }
-        next();
-        return;
-      }
-    }
+  if (index < count) {
+    token_shift();
   }
-  void take_flow() {
-    for (uint32_t flow = 0; flow < tty_flow_count; ++flow) {
-      if (word != nullptr && strcmp(word, tty_flow_names[flow]) == 0) {
-        candidate.flow = flow;
-        next();
-        return;
-      }
-    }
+  return index;
+}
+
+void take_mode(tty_port& settings) {
+  const uint32_t mode = take_name(tty_mode_names, tty_mode_count);
+  if (mode == tty_mode_count) {
+    return;
   }
-  // Result: false after an error.
-  bool take_termination() {
-    if (word != nullptr && strcmp(word, "term") == 0) {
-      if (candidate.mode == tty_mode_rs232) {
-        log_printf(level_error, "Termination not valid in rs232 mode\n");
-        return false;
-      }
-      candidate.termination = 1;
-      next();
-    } else if (word != nullptr && strcmp(word, "noterm") == 0) {
-      candidate.termination = 0;
-      next();
-    }
+  settings.mode = static_cast<tty_modes>(mode);
+  if (mode == tty_mode_rs232) {
+    settings.termination = false;
+  } else {
+    settings.flow = tty_flow_none;
+  }
+}
+
+void take_flow(tty_port& settings) {
+  const uint32_t flow = take_name(tty_flow_names, tty_flow_count);
+  if (flow != tty_flow_count) {
+    settings.flow = static_cast<tty_flows>(flow);
+  }
+}
+
+// Result: false after an error.
+bool take_termination(tty_port& settings) {
+  constexpr const char* names[] = {"noterm", "term"};
+  const uint32_t wanted = take_name(names, std::size(names));
+  if (wanted == std::size(names)) {
     return true;
   }
-  // Result: false after an error.
-  bool take_all() {
-    take_delay();
-    take_port();
-    take_speed();
-    take_mode();
-    take_flow();
-    if (!take_termination()) {
-      return false;
-    }
-    if (word != nullptr) {
-      helper_invalid_parameter(word);
-      return false;
-    }
-    return true;
+  if (wanted == 1 && settings.mode == tty_mode_rs232) {
+    log_printf(level_error, "Termination not valid in rs232 mode\n");
+    return false;
   }
-};
+  settings.termination = wanted == 1;
+  return true;
+}
+
+// Result: false after an error.
+bool take_settings(tty_port& settings, unsigned* delay_seconds) {
+  take_delay(delay_seconds);
+  take_port(settings);
+  take_speed(settings);
+  take_mode(settings);
+  take_flow(settings);
+  if (!take_termination(settings)) {
+    return false;
+  }
+  if (const char* word = token_first()) {
+    helper_invalid_parameter(word);
+    return false;
+  }
+  return true;
+}
+
+// Compares all that "set console" can change.
+bool are_same_settings(const tty_port& a, const tty_port& b) {
+  return a.port == b.port && a.speed == b.speed && a.mode == b.mode && a.flow == b.flow &&
+         a.termination == b.termination;
+}
 
 struct standard_descriptor {
   int fd;
@@ -143,30 +161,28 @@ void print_pattern_line() {
 
 void cmd_set_console() {
   log_printf(level_trace, "%s:\n", __func__);
-  console_arguments arguments;
-  memcpy(static_cast<void*>(&arguments.candidate), &tty_cli, sizeof tty_cli);
-  if (!arguments.take_all()) {
+  tty_port candidate = tty_cli;
+  unsigned delay_seconds = 0;
+  if (!take_settings(candidate, &delay_seconds)) {
     return;
   }
-  // Records are copied and zeroed whole, padding included.
-  // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
-  if (memcmp(&arguments.candidate, &tty_cli, sizeof tty_cli) == 0) {
+  if (are_same_settings(candidate, tty_cli)) {
     log_printf(level_plain, "<no change>\n");
-    _print_done_success_failure(1);
+    _print_done_success_failure(true);
     return;
   }
-  if (tty_validate_settings(&arguments.candidate) == 0) {
-    _print_done_success_failure(0);
+  if (!tty_validate_settings(&candidate)) {
+    _print_done_success_failure(false);
     return;
   }
-  if (_affirmation() == 0) {
+  if (!_affirmation()) {
     return;
   }
-  if (tty_remap_stdio(&arguments.candidate, arguments.delay_seconds) == 0) {
+  if (!tty_remap_stdio(&candidate, delay_seconds)) {
     // Two result lines: operators' scripts know this pair as the sign of a console that did not move whole.
-    _print_done_success_failure(0);
+    _print_done_success_failure(false);
   }
-  _print_done_success_failure(1);
+  _print_done_success_failure(true);
 }
 
 void cmd_show_console() {

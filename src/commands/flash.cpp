@@ -144,7 +144,7 @@ void cmd_flash_clean() {
     return;
   }
   log_printf(level_info, "%s: type=%s\n", __func__, mtd_type_string[type]);
-  if (_affirmation() == 0) {
+  if (!_affirmation()) {
     return;
   }
   int cleaned = clean_partitions(type) ? 1 : 0;
@@ -162,7 +162,7 @@ void cmd_flash_kill() {
     return;
   }
   log_printf(level_info, "%s: bank=%s type=%s\n", __func__, mtd_bank_string[bank], mtd_image_string[image]);
-  if (_affirmation() == 0) {
+  if (!_affirmation()) {
     return;
   }
   _print_done_success_failure(erase_images(image, bank) ? 1 : 0);

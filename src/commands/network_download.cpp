@@ -16,7 +16,7 @@
 #include "net/transfer.h"
 #include "util/command_pipe.h"
 #include "util/exec.h"
-#include "util/file.h"
+#include "util/file_path.h"
 #include "util/log.h"
 
 namespace {
@@ -137,7 +137,7 @@ void cmd_file_download_network() {
     local = file.name;
   }
   char path[256];
-  if (filename_copy_and_maybe_add_path(path, sizeof path, image_download_directory, local) == 0) {
+  if (!filename_copy_and_maybe_add_path(path, sizeof path, image_download_directory, local)) {
     log_printf(level_error, "Invalid local file name '%s'\n", local);
     return;
   }

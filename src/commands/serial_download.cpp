@@ -1,4 +1,5 @@
-// See serial_commands.h.
+// A sender pushes image or file into a serial port, usually the one that the shell sits on.
+// Path: /tmp/image.rom, removed.
 #include "commands/serial_download.h"
 
 #include <unistd.h>
@@ -12,7 +13,7 @@
 #include "image/stream_form.h"
 #include "mtd/partition_table.h"
 #include "tty/port.h"
-#include "util/file.h"
+#include "util/file_path.h"
 #include "util/log.h"
 #include "util/parse.h"
 
@@ -24,14 +25,14 @@ constexpr unsigned settle_seconds = 1;
 bool take_port_and_rate(tty_port& port) {
   uint32_t number;
   if (const char* word = token_shift()) {
-    if (strdectoul(word, &number) == 0 || number > tty_highest_port) {
+    if (!strdectoul(word, &number) || number > tty_highest_port) {
       log_printf(level_error, "Invalid serial port '%s', range is %i to %i\n", word, 0, tty_highest_port);
       return false;
     }
     port.port = static_cast<int32_t>(number);
   }
   if (const char* word = token_shift()) {
-    if (strdectoul(word, &number) == 0 || tty_speed_is_valid(number) == 0) {
+    if (!strdectoul(word, &number) || !tty_speed_is_valid(number)) {
       log_printf(level_error, "Invalid baud rate '%s'\n", word);
       return false;
     }
@@ -41,7 +42,7 @@ bool take_port_and_rate(tty_port& port) {
 }
 
 int selected(image_contents type) {
-  return (image_download_mask & image_contents_bit(type)) != 0 ? 1 : 0;
+  return static_cast<int>((image_download_mask & image_contents_bit(type)) != 0);
 }
 
 void log_download(const char* caller, const tty_port& port, int bank) {
@@ -64,7 +65,7 @@ void log_download(const char* caller, const tty_port& port, int bank) {
 bool install_from_port(tty_port& port, int bank) {
   log_suspend();
   bool installed = false;
-  if (tty_open_raw(&port) == 0) {
+  if (!tty_open_raw(&port)) {
     log_printf(level_error, "Failed to open serial port (%s)\n", strerror(errno));
   } else {
     installed = image_write_fd(nullptr, port.fd, bank, image_download_mask, 1) != 0;
@@ -105,7 +106,7 @@ void cmd_flash_download_serial() {
     log_printf(level_error, "Failed to write firmware image\n");
   }
   unlink(image_download_header_path);
-  _print_done_success_failure(installed ? 1 : 0);
+  _print_done_success_failure(installed);
 }
 
 void cmd_file_download_serial() {
@@ -117,7 +118,7 @@ void cmd_file_download_serial() {
     return;
   }
   char path[256];
-  if (filename_copy_and_maybe_add_path(path, sizeof path, image_download_directory, name) == 0) {
+  if (!filename_copy_and_maybe_add_path(path, sizeof path, image_download_directory, name)) {
     log_printf(level_error, "Invalid file name or path '%s'\n", name);
     return;
   }
@@ -126,10 +127,10 @@ void cmd_file_download_serial() {
   }
   log_printf(level_info, "%s: filename=%s dev=%s%i speed=%i\n", __func__, path, port.device, port.port,
              static_cast<int>(port.speed));
-  const bool received = tty_download(&port, path) != 0;
+  const bool received = tty_download(&port, path);
   if (!received) {
     unlink(path);
     log_printf(level_error, "serial download failed\n");
   }
-  _print_done_success_failure(received ? 1 : 0);
+  _print_done_success_failure(received);
 }

@@ -1,4 +1,5 @@
-// See console.h. Paths: /proc/cmdline, /dev/ttySN.
+// Reads "cli_console=" from /proc/cmdline, opens /dev/ttyS0 to 2 on the descriptors 0 to 2 and sets the
+// terminal (termios(3)): no echo, no line editing, no signals while a line is typed.
 #include "console/console.h"
 
 #include <fcntl.h>
@@ -11,18 +12,10 @@
 #include "console/line_driver.h"
 #include "platform/mode.h"
 #include "util/log.h"
-#include "util/text_buffer.h"
 #include "util/unique_fd.h"
+#include "util/unique_file.h"
 
 namespace {
-
-using device_path = text_buffer<32>;
-
-device_path path_of(const tty_port& port) {
-  device_path path;
-  path.format("%s%i", port.device, port.port);
-  return path;
-}
 
 // Opens the console's port on the standard descriptor `fd`. When the port cannot be opened the descriptor
 // keeps what it had, for a shell without a descriptor 0 would answer to nobody; standard error goes where
@@ -98,21 +91,19 @@ const char* termination_text(const tty_port& port) {
   if (port.mode == tty_mode_rs232) {
     return "n/a";
   }
-  return port.termination != 0 ? "on" : "off";
+  return port.termination ? "on" : "off";
 }
 
 }  // namespace
 
 void get_cli_console_from_cmdline() {
-  FILE* file = fopen("/proc/cmdline", "re");
-  if (file == nullptr) {
+  const unique_file file("/proc/cmdline", "re");
+  if (!file) {
     log_printf(level_error, "Failed to open /proc/cmdline to get cli_console settings\n");
     return;
   }
   char line[255];
-  const bool have_line = fgets(line, sizeof line, file) != nullptr;
-  fclose(file);
-  if (!have_line) {
+  if (fgets(line, sizeof line, file.stream()) == nullptr) {
     log_printf(level_error, "Failed to read /proc/cmdline to get cli_console settings\n");
     return;
   }
@@ -133,62 +124,54 @@ void get_cli_console_from_cmdline() {
 }
 
 void tty_init() {
-  memset(static_cast<void*>(&tty_cli), 0, sizeof tty_cli);
-  tty_cli.fd = -1;
-  tty_cli.device = "/dev/ttyS";
-  tty_cli.port = 1;
-  tty_cli.speed = 115200;
-  tty_cli.mode = tty_mode_rs232;
-  tty_cli.flow = tty_flow_hw;
+  tty_cli = {};
   get_cli_console_from_cmdline();
-  if (tty_remap_stdio(&tty_cli, 0) == 0) {
+  if (!tty_remap_stdio(&tty_cli, 0)) {
     log_printf(level_error, "Error in remapping stdio to %s%i\n", tty_cli.device, tty_cli.port);
   }
 }
 
-int tty_validate_settings(const tty_port* port) {
+bool tty_validate_settings(const tty_port* port) {
   if (port->mode == tty_mode_rs232) {
-    return 1;
+    return true;
   }
   if (port->port == 0) {
     log_printf(level_error, "%s not valid on %s%d\n", tty_mode_names[port->mode], port->device, port->port);
-    return 0;
+    return false;
   }
   if (g_opmode_board == opmode_board_tk20) {
-    return 1;
+    return true;
   }
   log_printf(level_error, "%s not valid in current operational mode (%s)\n", tty_mode_names[port->mode],
              opmode_board_names[g_opmode_board]);
-  return 0;
+  return false;
 }
 
-int tty_remap_stdio(tty_port* port, unsigned delay_seconds) {
-  const device_path path = path_of(*port);
+bool tty_remap_stdio(tty_port* port, unsigned delay_seconds) {
+  const tty_path path = tty_path_of(*port);
   log_printf(level_verbose, "%s: dev=%s%i delay_secs=%u\n", __func__, port->device, port->port,
              delay_seconds);
   tcgetattr(STDIN_FILENO, &port->saved_termios);
   const termios fallback = port->saved_termios;
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     if (!reopen_descriptor(fd, path.text())) {
-      return 0;
+      return false;
     }
   }
   port->fd = STDIN_FILENO;
   termios applied;
   if (!set_termios(*port, fallback, &applied)) {
     perror("tty_remap_stdio: tty_set_termios()");
-    return 0;
+    return false;
   }
   port->saved_termios = fallback;
   port->applied_termios = applied;
-  if (port != &tty_cli) {
-    memcpy(static_cast<void*>(&tty_cli), port, sizeof tty_cli);
-  }
+  tty_cli = *port;
   if (delay_seconds != 0) {
     sleep(delay_seconds);
   }
   tty_show_console();
-  return 1;
+  return true;
 }
 
 void tty_show_console() {
@@ -206,7 +189,7 @@ void tty_restore_cli_input() {
   if (tty_cli.fd != STDIN_FILENO || fcntl(STDIN_FILENO, F_GETFD) != -1) {
     return;
   }
-  const int opened = open(path_of(tty_cli).text(), O_RDWR | O_NONBLOCK);
+  const int opened = open(tty_path_of(tty_cli).text(), O_RDWR | O_NONBLOCK);
   if (opened != STDIN_FILENO) {
     if (opened >= 0) {
       close(opened);

@@ -13,12 +13,12 @@ void get_cli_console_from_cmdline();
 
 /// Makes the record's port the console: standard input, output and error are opened on it anew and given the
 /// console's settings. On success the record is stored in `tty_cli`, `delay_seconds` pass, and the settings
-/// are printed. Result: 1, or 0 after a text on standard error. A failure once the descriptors were moved
-/// leaves them on the new port.
-int tty_remap_stdio(tty_port* port, unsigned delay_seconds);
+/// are printed. Result: true, or false after a text on standard error. A failure after the descriptors were
+/// moved leaves them on the new port.
+bool tty_remap_stdio(tty_port* port, unsigned delay_seconds);
 
-/// Result: 1 when the mode is possible on the port and board, else 0 after an error.
-int tty_validate_settings(const tty_port* port);
+/// Result: true when the mode is possible on the port and this board, false after an error.
+bool tty_validate_settings(const tty_port* port);
 
 /// Prints the console's settings.
 void tty_show_console();
@@ -26,5 +26,6 @@ void tty_show_console();
 /// Opens standard input on the console again if an operation has closed it. Nothing is logged.
 void tty_restore_cli_input();
 
-/// Switches signals of the terminal on standard input on or off. Result: that of setting the attributes.
+/// Switches the signals of the terminal on standard input on or off: with them, Ctrl-C is a signal; without,
+/// a byte. Result: that of tcsetattr().
 int tty_set_isig(int on);

@@ -1,4 +1,5 @@
-// See line_driver.h. Request: TIOCSRS485 (Documentation/driver-api/serial/serial-rs485.rst of the kernel).
+// Drives five GPIO signals per port, then makes the request TIOCSRS485
+// (Documentation/driver-api/serial/serial-rs485.rst of the kernel).
 #include "console/line_driver.h"
 
 #include <linux/serial.h>
@@ -58,7 +59,7 @@ bool find_signals(int32_t port, const gpiolib_signal* (&signals)[signal_count]) 
 }
 
 bool is_terminated(const tty_port& port) {
-  return port.mode != tty_mode_rs232 && port.termination != 0;
+  return port.mode != tty_mode_rs232 && port.termination;
 }
 
 // Also for rs232, which switches RS-485 off again.

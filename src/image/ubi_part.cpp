@@ -8,7 +8,7 @@
 #include "ubi/format.h"
 #include "ubi/python_writer.h"
 #include "ubi/volume_writers.h"
-#include "util/file.h"
+#include "util/file_create.h"
 #include "util/log.h"
 
 namespace {
@@ -73,7 +73,7 @@ bool ubi_part_write(const mtd_partition& row, const uint8_t* header, const uint8
   switch (image_header_get(header, image_field_contents_type)) {
     case image_contents_oem_defaults: {
       const bool stored =
-          file_create_from_buffer(part_file, contents, length) != 0 && install_oem_file(row, ubi_dev_name);
+          file_create_from_buffer(part_file, contents, length) && install_oem_file(row, ubi_dev_name);
       unlink(part_file);
       return stored;
     }
@@ -101,7 +101,7 @@ bool ubi_part_write_fd(const mtd_partition& row, const uint8_t* header, int fd, 
   const int alone = format_allowed ? 1 : 0;  // nobody has prepared the system, nobody will finalize it
   switch (image_header_get(header, image_field_contents_type)) {
     case image_contents_oem_defaults: {
-      const bool stored = file_create_from_fd(part_file, fd, nullptr, length, checksum) != 0 &&
+      const bool stored = file_create_from_fd(part_file, fd, nullptr, length, checksum) &&
                           install_oem_file(row, ubi_dev_name);
       unlink(part_file);
       if (!stored) {

@@ -53,7 +53,7 @@ bool run_ifconfig(const char* if_name, const char* word) {
 // null when nothing is to be changed.
 const uint8_t* hwaddr_to_set(const char* if_name, const uint8_t* current) {
   const uint8_t* wanted = g_product_config.mac[0];
-  if (g_product_config_avail == 0 || mac_address_is_valid(wanted) == 0) {
+  if (g_product_config_avail == 0 || !mac_address_is_valid(wanted)) {
     log_printf(level_note, "Can't get mac address from product config, using %s\n",
                net_format_hwaddr(current).text());
     return nullptr;

@@ -133,7 +133,7 @@ int opmode_io_set(const char* text) {
 int opmode_num_serports_set(const char* text) {
   log_printf(level_trace, "%s:\n", __func__);
   uint32_t number = opmode_num_serports_default;
-  if (strcmp(text, "default") != 0 && (strdectoul(text, &number) == 0 || number > opmode_num_serports_max)) {
+  if (strcmp(text, "default") != 0 && (!strdectoul(text, &number) || number > opmode_num_serports_max)) {
     return 0;
   }
   g_opmode_num_serports = number;

@@ -179,7 +179,7 @@ const gpiolib_signal* gpiolib_lookup_num_or_name_string(const char* text) {
     return nullptr;
   }
   uint32_t number = 0;
-  if (strdectoul(text, &number) == 0) {
+  if (!strdectoul(text, &number)) {
     return find_row(nullptr, [text](const gpiolib_signal& row) { return strcmp(row.name, text) == 0; });
   }
   const bool in_range = number >= uint32_t{gpiolib_lowest} && number <= uint32_t{gpiolib_highest};

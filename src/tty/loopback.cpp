@@ -1,4 +1,4 @@
-// See loopback.h.
+// One thread serves both ports with select(); the bytes sent count up and wrap after 255.
 #include "tty/loopback.h"
 
 #include <sys/select.h>
@@ -17,7 +17,6 @@ constexpr const char* caller = "tty_test_loopback";
 constexpr unsigned settle_seconds = 1;
 constexpr time_t silence_seconds = 2;
 
-// The pattern counts up and wraps after 255.
 uint8_t pattern_byte(size_t index) {
   return static_cast<uint8_t>(index % 256);
 }
@@ -33,7 +32,7 @@ void dump_if_verbose(const uint8_t* data, size_t size) {
 }
 
 bool open_port(tty_port* port) {
-  if (tty_open_raw(port) == 0) {
+  if (!tty_open_raw(port)) {
     log_printf(level_error, "%s: tty_open_raw(%s%i) error(%s)\n", caller, port->device, port->port,
                strerror(errno));
     return false;
@@ -222,7 +221,7 @@ bool loopback_test::verify() const {
 
 }  // namespace
 
-int tty_test_loopback(int32_t size, tty_port* local, tty_port* remote) {
+bool tty_test_loopback(int32_t size, tty_port* local, tty_port* remote) {
   log_printf(level_trace, "%s:\n", __func__);
   log_printf(level_plain, "Testing loopback of %i bytes at %i bps...\n", size,
              static_cast<int>(local->speed));
@@ -230,8 +229,8 @@ int tty_test_loopback(int32_t size, tty_port* local, tty_port* remote) {
   const port_closer local_closer(local);
   loopback_test test(static_cast<size_t>(size), *local, remote);
   if (!test.has_memory() || !open_port(local) || (remote != nullptr && !open_port(remote))) {
-    return 0;
+    return false;
   }
   test.drain();
-  return test.transfer() && test.verify() ? 1 : 0;
+  return test.transfer() && test.verify();
 }

@@ -1,4 +1,5 @@
-// See port.h. Paths: /dev/ttySN.
+// Opens /dev/ttyS0 to 2 and sets their terminal settings (termios(3)). A file download has no framing, no
+// length and no checksum: the silence behind the last byte is its end.
 #include "tty/port.h"
 
 #include <fcntl.h>
@@ -6,25 +7,18 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
+#include "util/heap_buffer.h"
 #include "util/log.h"
 #include "util/stream.h"
 #include "util/text_buffer.h"
+#include "util/unique_file.h"
 
 const char* const tty_mode_names[tty_mode_count] = {"rs232", "rs485", "rs422"};
 const char* const tty_flow_names[tty_flow_count] = {"noflow", "hwflow"};
 
-tty_port tty_cli = {.fd = -1,
-                    .device = "/dev/ttyS",
-                    .port = 1,
-                    .speed = 115200,
-                    .mode = tty_mode_rs232,
-                    .flow = tty_flow_hw,
-                    .termination = 0,
-                    .saved_termios = {},
-                    .applied_termios = {}};
+tty_port tty_cli;
 
 namespace {
 
@@ -64,7 +58,7 @@ using error_text = text_buffer<256>;  // a long path cuts it
 
 // Receives until the line falls silent. Result: true when something arrived and all of it is in `file`;
 // `total` has the count in every case, `error` the text when the file failed.
-bool receive_file(int fd, FILE* file, void* buffer, uint32_t& total, error_text& error) {
+bool receive_until_silent(int fd, FILE* file, uint8_t* buffer, uint32_t& total, error_text& error) {
   for (;;) {
     if (!stream_wait(fd, total == 0 ? start_seconds : stream_idle_seconds)) {
       return total != 0;
@@ -81,21 +75,37 @@ bool receive_file(int fd, FILE* file, void* buffer, uint32_t& total, error_text&
   }
 }
 
-// The open port into a new file.
-bool download_into(int fd, const char* path, FILE** file, void* buffer, uint32_t& total, error_text& error) {
-  *file = fopen(path, "wbe");
-  if (*file == nullptr) {
+// Opens port and file and receives. Both are left open: the file is closed when the port is the console's
+// again. Result and `error` as above.
+bool receive_file(tty_port* port, const char* path, unique_file& file, uint32_t& total, error_text& error) {
+  const heap_buffer buffer(stream_piece_size);
+  if (!buffer) {
+    error.format_cut("malloc(%i) error(%s)\n", static_cast<int>(stream_piece_size), strerror(errno));
+    return false;
+  }
+  if (!tty_open_raw(port)) {
+    error.format_cut("tty_open_raw() error(%s)\n", strerror(errno));
+    return false;
+  }
+  file = unique_file(path, "wbe");
+  if (!file) {
     error.format_cut("fopen(%s) error(%s)\n", path, strerror(errno));
     return false;
   }
-  return receive_file(fd, *file, buffer, total, error);
+  return receive_until_silent(port->fd, file.stream(), buffer.data(), total, error);
 }
 
 }  // namespace
 
-int tty_speed_is_valid(uint32_t speed) {
+tty_path tty_path_of(const tty_port& port) {
+  tty_path path;
+  path.format("%s%i", port.device, port.port);
+  return path;
+}
+
+bool tty_speed_is_valid(uint32_t speed) {
   speed_t constant;
-  return tty_speed_constant(speed, &constant) ? 1 : 0;
+  return tty_speed_constant(speed, &constant);
 }
 
 bool tty_speed_constant(uint32_t speed, speed_t* constant) {
@@ -108,13 +118,12 @@ bool tty_speed_constant(uint32_t speed, speed_t* constant) {
   return false;
 }
 
-int tty_open_raw(tty_port* port) {
-  text_buffer<32> path;
-  path.format("%s%i", port->device, port->port);
+bool tty_open_raw(tty_port* port) {
+  const tty_path path = tty_path_of(*port);
   const int fd = open(path.text(), O_RDWR | O_NOCTTY | O_CLOEXEC);
   if (fd < 0) {
     report_error("tty_open_raw: open()");
-    return 0;
+    return false;
   }
   log_printf(level_verbose, "%s: dev=%s speed=%i\n", __func__, path.text(), static_cast<int>(port->speed));
   tcgetattr(fd, &port->saved_termios);
@@ -122,14 +131,14 @@ int tty_open_raw(tty_port* port) {
   if (!tty_speed_constant(port->speed, &speed)) {
     errno = EINVAL;
     report_error("tty_open_raw: speed");
-    return 0;
+    return false;
   }
   const termios settings = raw_settings(*port, speed);
   tcflush(fd, TCIFLUSH);
   tcsetattr(fd, TCSANOW, &settings);
   port->applied_termios = settings;
   port->fd = fd;
-  return 1;
+  return true;
 }
 
 void tty_close_raw(tty_port* port) {
@@ -147,29 +156,20 @@ void tty_discard_until_silent(const tty_port* port, unsigned seconds) {
   }
 }
 
-int tty_download(tty_port* port, const char* path) {
+bool tty_download(tty_port* port, const char* path) {
   log_printf(level_info, "%s: dev=%s%i file=%s\n", __func__, port->device, port->port, path);
-  error_text error;
   log_printf(level_plain, "Begin serial download...\n");
   sleep(settle_seconds);
-  bool received = false;
+  error_text error;
   uint32_t total = 0;
-  FILE* file = nullptr;
-  void* buffer = malloc(stream_piece_size);
-  if (buffer == nullptr) {
-    error.format_cut("malloc(%i) error(%s)\n", static_cast<int>(stream_piece_size), strerror(errno));
-  } else if (tty_open_raw(port) == 0) {
-    error.format_cut("tty_open_raw() error(%s)\n", strerror(errno));
-  } else {
-    received = download_into(port->fd, path, &file, buffer, total, error);
-  }
-  free(buffer);
+  unique_file file;
+  bool received = receive_file(port, path, file, total, error);
   if (port->fd >= 0) {
     // Also when the raw open failed and the descriptor is still the console's: the console opens its input
     // again when it next reads.
     tty_close_raw(port);
   }
-  if (file != nullptr && fclose(file) != 0 && error.text()[0] == '\0') {
+  if (!file.close() && received) {
     error.format_cut("fwrite(%i) error(%s)\n", static_cast<int>(total), strerror(errno));
     received = false;
   }
@@ -177,10 +177,10 @@ int tty_download(tty_port* port, const char* path) {
   if (error.text()[0] != '\0') {
     log_printf(level_error, "%s", error.text());
   }
-  return received ? 1 : 0;
+  return received;
 }
 
-int tty_flush_cli_input() {
+bool tty_flush_cli_input() {
   tcflush(tty_cli.fd, TCIFLUSH);
-  return 1;
+  return true;
 }

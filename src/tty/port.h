@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+#include "util/text_buffer.h"
+
 enum tty_modes : uint32_t { tty_mode_rs232, tty_mode_rs485, tty_mode_rs422, tty_mode_count };
 enum tty_flows : uint32_t { tty_flow_none, tty_flow_hw, tty_flow_count };
 
@@ -13,18 +15,22 @@ enum tty_flows : uint32_t { tty_flow_none, tty_flow_hw, tty_flow_count };
 extern const char* const tty_mode_names[tty_mode_count];
 extern const char* const tty_flow_names[tty_flow_count];
 
-/// A plain value: copied, compared and zeroed as one block.
+/// A plain value: a transfer works on a copy of the console's.
 struct tty_port {
-  int32_t fd;               // -1 when closed; 0 for the console once it is mapped
-  const char* device;       // "/dev/ttyS"
-  int32_t port;             // appended to `device`
-  uint32_t speed;           // bits per second
-  uint32_t mode;            // tty_modes
-  uint32_t flow;            // tty_flows
-  uint8_t termination;      // 1 = bus terminated; rs485 and rs422 only
-  termios saved_termios;    // before this program changed them
-  termios applied_termios;  // as this program set them last
+  int32_t fd = -1;                   // -1 when closed; 0 for the console once it is mapped
+  const char* device = "/dev/ttyS";  // path without the number
+  int32_t port = 1;                  // number of the device
+  uint32_t speed = 115200;           // bits per second
+  tty_modes mode = tty_mode_rs232;   // of the line driver
+  tty_flows flow = tty_flow_hw;      // of the console; a raw opening goes by the port
+  bool termination = false;          // of the bus; rs485 and rs422 only
+  termios saved_termios = {};        // before this program changed them
+  termios applied_termios = {};      // as this program set them last
 };
+
+/// Result: the path of a port's device.
+using tty_path = text_buffer<32>;
+tty_path tty_path_of(const tty_port& port);
 
 /// The highest port number that commands accept.
 constexpr int tty_highest_port = 2;
@@ -32,15 +38,16 @@ constexpr int tty_highest_port = 2;
 /// The console. Changed by a successful remapping only (console/console.h).
 extern tty_port tty_cli;
 
-/// Result: 1 for the eight speeds from 9600 to 921600 that the ports have, else 0.
-int tty_speed_is_valid(uint32_t speed);
+/// Result: true for the eight speeds from 9600 to 921600 that the ports have.
+bool tty_speed_is_valid(uint32_t speed);
 /// Result: true with the terminal constant of a valid speed.
 bool tty_speed_constant(uint32_t speed, speed_t* constant);
 
 /// Opens the port for binary transfer, saves its settings, discards pending input and stores the descriptor
-/// in `fd`. Every port but 0 gets RTS/CTS flow control, whatever the record says. Result: 1, or 0 after a
-/// text on standard error; an unknown speed leaves the opened descriptor open and unknown to the record.
-int tty_open_raw(tty_port* port);
+/// in `fd`. Every port but 0 gets RTS/CTS flow control, whatever the record says. Result: true, or false
+/// after a text on standard error; an unknown speed leaves the opened descriptor open and unknown to the
+/// record.
+bool tty_open_raw(tty_port* port);
 /// Restores the saved settings, closes and sets `fd` to -1; does nothing to a closed port.
 void tty_close_raw(tty_port* port);
 
@@ -48,9 +55,9 @@ void tty_close_raw(tty_port* port);
 void tty_discard_until_silent(const tty_port* port, unsigned seconds);
 
 /// Receives a file: a stream of bytes that 30 seconds may pass before and 3 seconds of silence end. The
-/// record is left closed. Result: 1 when at least one byte arrived and all were written to `path`, else 0
+/// record is left closed. Result: true when at least one byte arrived and all were written to `path`; false
 /// after an error, with the partial file left there.
-int tty_download(tty_port* port, const char* path);
+bool tty_download(tty_port* port, const char* path);
 
-/// Discards console input that was not read yet. Result: 1.
-int tty_flush_cli_input();
+/// Discards console input that was not read yet. Result: true.
+bool tty_flush_cli_input();

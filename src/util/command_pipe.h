@@ -1,4 +1,4 @@
-// Owner of a popen() stream.
+// Owner of a stream from popen(): a tool that is read or fed while it runs.
 #pragma once
 
 #include <cstdio>

@@ -1,4 +1,4 @@
-// See elapsed.h.
+// Whole numbers only: the device has no floating point unit.
 #include "util/elapsed.h"
 
 long timespec_elapsed_ms(const timespec& start, const timespec& end) {

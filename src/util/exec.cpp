@@ -1,4 +1,4 @@
-// The four runners of external commands; see exec.h.
+// Two runners use system(); the two that capture output use fork(), popen() and waitpid().
 #include "util/exec.h"
 
 #include <sys/wait.h>
@@ -20,7 +20,8 @@ bool exited_cleanly(int status) {
   return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-// Ctrl-C ended the tool: directly, or as a shell that stayed around it tells.
+// Whether Ctrl-C ended the tool. A shell that waited for the tool reports that as 128 and the signal's
+// number.
 bool ended_by_interrupt(int status) {
   if (status == -1) {
     return false;
@@ -32,8 +33,8 @@ int run(const char* command) {
   log_printf(level_verbose, "system(%s)\n", command);
   const int status = system(command);
   if (ended_by_interrupt(status)) {
-    // system() hides Ctrl-C from this process while the tool runs; a loop that can be interrupted must see
-    // it. Otherwise the shell ignores it.
+    // system() ignores Ctrl-C in this process while the tool runs, but a loop that can be interrupted must
+    // see it. Elsewhere the shell ignores the signal.
     raise(SIGINT);
   }
   return status;

@@ -1,6 +1,6 @@
-// Running the tools of the root file system: how their command lines are composed, and four ways of running
-// one, which differ in how they capture output and in what they call success. The lines go through /bin/sh,
-// which on the device is the busybox shell; "&>" in a line relies on it.
+// Running the tools of the root file system: how their command lines are composed, and four ways to run one,
+// which differ in what they capture and in what they call success. The lines are run by /bin/sh, the busybox
+// shell of the device; "&>" in a line relies on it.
 #pragma once
 
 #include <cstddef>
@@ -12,9 +12,8 @@ using command_line = text_buffer<256>;
 /// The same for lines with names typed by the operator: room for two of 256 characters, all of them escaped.
 using long_command_line = text_buffer<1280>;
 
-/// Composes a command line from a printf format. A line that does not fit is refused as a whole with an
-/// error, because half a command line may still be a valid, and very different, command.
-/// Result: true when `line` holds it.
+/// Composes a command line from a printf format. Result: true when `line` holds all of it. A line that does
+/// not fit is refused with an error: half a command line may be a valid and very different command.
 bool compose_command(command_line& line, const char* format, ...) __attribute__((format(printf, 2, 3)));
 bool compose_command(long_command_line& line, const char* format, ...) __attribute__((format(printf, 2, 3)));
 

@@ -1,9 +1,11 @@
-// Levelled output of the shell; see log.h.
+// Writes to standard output, or to /tmp/recovery.log while the console port carries a transfer.
 #include "util/log.h"
 
 #include <unistd.h>
 
 #include <cstdio>
+
+#include "util/unique_file.h"
 
 uint32_t log_level = level_error;
 int32_t log_state = 1;
@@ -44,12 +46,10 @@ void log_vprintf(unsigned level, const char* format, va_list args) {
     return;
   }
   // Opened and closed for every message, so that the file is complete whenever the power goes.
-  FILE* file = fopen(suspended_log_path, "ae");
-  if (file == nullptr) {
-    return;
+  const unique_file file(suspended_log_path, "ae");
+  if (file) {
+    write_message(file.stream(), level, format, args);
   }
-  write_message(file, level, format, args);
-  fclose(file);
 }
 
 void log_suspend() {
@@ -59,13 +59,12 @@ void log_suspend() {
 
 void log_resume() {
   log_state = 1;
-  if (FILE* file = fopen(suspended_log_path, "re")) {
+  if (const unique_file file(suspended_log_path, "re"); file) {
     char piece[256];
-    while (fgets(piece, sizeof piece, file) != nullptr) {
+    while (fgets(piece, sizeof piece, file.stream()) != nullptr) {
       printf("%s", piece);
     }
     fflush(stdout);
-    fclose(file);
   }
   unlink(suspended_log_path);
 }

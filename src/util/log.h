@@ -1,5 +1,5 @@
-// The shell's voice: everything it says passes through log_printf, with a level. While the console port
-// carries a transfer the messages are collected in a file and replayed afterwards.
+// All output of the shell goes through log_printf(), with a level. While the console port carries a transfer,
+// messages are collected in a file and printed afterwards.
 #pragma once
 
 #include <cstdarg>

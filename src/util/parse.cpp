@@ -1,4 +1,4 @@
-// Acceptance rules of numbers and addresses; see parse.h.
+// Acceptance rules of numbers and of IPv4 and MAC addresses.
 #include "util/parse.h"
 
 #include <arpa/inet.h>
@@ -47,10 +47,10 @@ uint32_t strtou32(const char* text, char** end, int base) {
   return static_cast<uint32_t>(value);
 }
 
-int strdectoul(const char* text, uint32_t* out) {
+bool strdectoul(const char* text, uint32_t* out) {
   char* end = nullptr;
   *out = strtou32(text, &end, 10);
-  return end != text && *end == '\0' ? 1 : 0;
+  return end != text && *end == '\0';
 }
 
 uint32_t ipaddr4_strtoul(const char* text) {
@@ -76,33 +76,33 @@ uint32_t ipaddr4_strtoul(const char* text) {
   return htonl(address);
 }
 
-int macaddr_hextou8(const char* text, uint8_t* out) {
+bool macaddr_hextou8(const char* text, uint8_t* out) {
   if (strlen(text) != 3 * mac_length - 1) {
-    return 0;
+    return false;
   }
   for (unsigned i = 0; i < mac_length; ++i) {
     const int value = strhextou8(text + size_t{3} * i);
     if (value < 0) {
-      return 0;
+      return false;
     }
     out[i] = static_cast<uint8_t>(value);
   }
   for (unsigned i = 2; i < 3 * mac_length - 1; i += 3) {
     if (text[i] != ':' && text[i] != '-') {
-      return 0;
+      return false;
     }
   }
   return mac_address_is_valid(out);
 }
 
-int mac_address_is_valid(const uint8_t* mac) {
+bool mac_address_is_valid(const uint8_t* mac) {
   if (mac == nullptr || (mac[0] & 1) != 0) {
-    return 0;
+    return false;
   }
   for (unsigned i = 0; i < mac_length; ++i) {
     if (mac[i] != 0) {
-      return 1;
+      return true;
     }
   }
-  return 0;
+  return false;
 }

@@ -1,4 +1,4 @@
-// Numbers and addresses as the commands accept them.
+// Numbers and addresses as the commands accept them, quirks included.
 #pragma once
 
 #include <cstdint>
@@ -11,17 +11,17 @@ int strhextou8(const char* text);
 /// accepted, a negative number wraps, what does not fit gives 4294967295 with errno ERANGE.
 uint32_t strtou32(const char* text, char** end, int base);
 
-/// Converts a decimal number into `*out`, which is written in every case. Result: 1 when the whole text was
-/// a number, else 0.
-int strdectoul(const char* text, uint32_t* out);
+/// Converts a decimal number into `*out`, which is set in every case. Result: true when the whole text was a
+/// number.
+bool strdectoul(const char* text, uint32_t* out);
 
 /// Result: the IPv4 address in network byte order (first number in the first byte in memory), or 0 when
 /// `text` is null or not accepted; 0.0.0.0 is therefore never accepted. Text after four numbers is ignored.
 uint32_t ipaddr4_strtoul(const char* text);
 
-/// Reads six bytes separated by ':' or '-' into `out`, which may be partly written on failure. Result: 1
-/// when the text has the form and mac_address_is_valid() holds, else 0.
-int macaddr_hextou8(const char* text, uint8_t* out);
+/// Reads six bytes separated by ':' or '-' into `out`, which may be partly written on failure. Result: true
+/// when the text has that form and mac_address_is_valid() holds.
+bool macaddr_hextou8(const char* text, uint8_t* out);
 
-/// Result: 1 for an individual, non-zero address of 6 bytes (IEEE 802 group bit clear); 0 else and for null.
-int mac_address_is_valid(const uint8_t* mac);
+/// Result: true for an individual, non-zero address of 6 bytes (IEEE 802 group bit clear), false for null.
+bool mac_address_is_valid(const uint8_t* mac);

@@ -1,4 +1,4 @@
-// See shell_word.h. The rules are those of the shell command language of POSIX, section "Quoting".
+// The rules are those of the shell command language (POSIX, section "Quoting").
 #include "util/shell_word.h"
 
 #include <cstring>

@@ -1,4 +1,4 @@
-// Signal actions of the shell and its children; see signals.h.
+// Sets SIGINT, SIGQUIT and SIGPIPE with sigaction(); blocks SIGINT with sigprocmask().
 #include "util/signals.h"
 
 #include <cerrno>

@@ -1,5 +1,5 @@
-// What Ctrl-C and Ctrl-\ do: nothing to the shell, the default to the tools of the capturing runners, and
-// a flag for the long loops that ask for one.
+// What Ctrl-C and Ctrl-\ do. The shell ignores them, the tools of the capturing runners are ended by Ctrl-C,
+// and a long loop can have a flag set by it.
 #pragma once
 
 #include <csignal>
@@ -7,16 +7,16 @@
 /// Set by the test interrupt handler; polled by long loops.
 extern volatile sig_atomic_t test_interrupted;
 
-/// Each sets one signal's action with an empty mask and no flags. Result: true, or false after a note with the
-/// function's name and the system's error text.
+/// Each sets one signal's action with an empty mask and no flags. Result: true, or false after a note with
+/// the function's name and the system's error text.
 bool sigint_install_ignore();
 bool sigint_install_default();
 /// Clears `test_interrupted`, then lets SIGINT set it.
 bool sigint_install_test_interrupt();
 bool sigquit_install_ignore();
 
-/// While it lives, Ctrl-C reaches neither the shell nor the tools that it starts; what was pressed meanwhile
-/// counts afterwards. For steps that have to be taken whatever happens.
+/// While it lives, Ctrl-C reaches neither the shell nor the tools that it starts; it takes effect afterwards.
+/// For steps that must be taken whatever happens.
 class sigint_deferred {
  public:
   sigint_deferred();
@@ -28,8 +28,8 @@ class sigint_deferred {
   sigset_t previous_ = {};
 };
 
-/// While it lives, writing to a pipe whose reader has died fails with EPIPE instead of ending the shell.
-/// Tools started meanwhile would inherit that; start them before or after.
+/// While it lives, writing to a pipe that nobody reads any more fails with EPIPE instead of ending the shell.
+/// A tool that is started meanwhile inherits it; start tools before or after.
 class sigpipe_ignored {
  public:
   sigpipe_ignored();

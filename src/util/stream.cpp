@@ -1,4 +1,4 @@
-// The receive loop: wait, read, sum, hand on; see stream.h.
+// The receive loop: select(), read(), sum, hand on.
 #include "util/stream.h"
 
 #include <sys/select.h>

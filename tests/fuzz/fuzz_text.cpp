@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "fuzz_input.h"
-#include "util/file.h"
+#include "util/file_path.h"
 #include "util/parse.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -13,7 +13,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   strdectoul(text, &number);
   ipaddr4_strtoul(text);
   uint8_t mac[6];
-  if (macaddr_hextou8(text, mac) != 0 && mac_address_is_valid(mac) == 0) {
+  if (macaddr_hextou8(text, mac) && !mac_address_is_valid(mac)) {
     abort();
   }
   if (strlen(text) >= 2) {
@@ -23,7 +23,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
   }
   char path[64];
-  if (filename_copy_and_maybe_add_path(path, sizeof path, "/tmp", text) != 0 && strlen(path) >= sizeof path) {
+  if (filename_copy_and_maybe_add_path(path, sizeof path, "/tmp", text) && strlen(path) >= sizeof path) {
     abort();
   }
   return 0;

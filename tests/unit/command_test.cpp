@@ -15,7 +15,7 @@ class command_test : public loader_test {
   }
 };
 
-// ---------------------------------------------------------------------------------------------- words
+// ----------------------------------------------------------------------------------------------------- words
 
 TEST_F(command_test, words_are_taken_from_the_front_until_none_is_left) {
   char first[] = "first";
@@ -46,7 +46,7 @@ TEST_F(command_test, all_twenty_words_are_taken) {
   EXPECT_EQ(token_shift(), nullptr);
 }
 
-// ---------------------------------------------------------------------------------------------- messages
+// -------------------------------------------------------------------------------------------------- messages
 
 TEST_F(command_test, result_lines) {
   log_level = level_plain;
@@ -64,7 +64,7 @@ TEST_F(command_test, an_entry_without_a_command_would_say_so) {
   EXPECT_EQ(root.printed(), "");
 }
 
-// ---------------------------------------------------------------------------------------------- the tree
+// -------------------------------------------------------------------------------------------------- the tree
 
 // Path, alias, usage and help of every entry that is no command, table by table.
 std::string rows_without_command(const std::string& prefix, const command_record* table, int32_t count) {

@@ -26,7 +26,7 @@ std::string repeated(const std::string& text, int count) {
   return all;
 }
 
-// ---------------------------------------------------------------------------------------------- composing
+// ------------------------------------------------------------------------------------------------- composing
 
 class compose_command_test : public loader_test {
  protected:
@@ -49,8 +49,7 @@ TEST_F(compose_command_test, a_line_that_fits_is_kept_and_a_longer_one_refused_a
   fills_and_refuses<long_command_line>();
 }
 
-// ---------------------------------------------------------------------------------------------- plain
-// runners
+// --------------------------------------------------------------------------------------------- plain runners
 
 class exec_system_cmd_test : public loader_test {};
 
@@ -120,8 +119,7 @@ TEST_F(exec_system_cmd_quiet_test, no_failure_is_reported) {
   EXPECT_EQ(root.printed(), "");
 }
 
-// ---------------------------------------------------------------------------------------------- silence
-// wanted
+// -------------------------------------------------------------------------------------------- silence wanted
 
 class check_stderr_test : public loader_test {};
 
@@ -317,7 +315,7 @@ TEST_F(print_with_match_test, fork_wait_and_start_failures_give_one) {
             "ERROR: Exit status=255\n");
 }
 
-// ---------------------------------------------------------------------------------------------- both
+// ------------------------------------------------------------------------------------------------------ both
 
 class capturing_runner_test : public loader_test {};
 

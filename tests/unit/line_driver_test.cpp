@@ -7,11 +7,11 @@ namespace {
 
 class line_driver_test : public board_test {
  protected:
-  static tty_port port_of(int32_t number, uint32_t mode, bool terminated = false) {
+  static tty_port port_of(int32_t number, tty_modes mode, bool terminated = false) {
     tty_port port = tty_cli;
     port.port = number;
     port.mode = mode;
-    port.termination = terminated ? 1 : 0;
+    port.termination = terminated;
     return port;
   }
 };

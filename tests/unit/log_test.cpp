@@ -15,7 +15,7 @@ class log_test : public loader_test {
   }
 };
 
-// ---------------------------------------------------------------------------------------------- levels
+// ---------------------------------------------------------------------------------------------------- levels
 
 TEST_F(log_test, errors_are_shown_and_details_are_not_unless_asked_for) {
   EXPECT_EQ(log_level, 3U);
@@ -62,7 +62,7 @@ TEST_F(log_test, long_messages_are_shown_whole) {
   EXPECT_EQ(root.printed(), "ERROR: " + text);
 }
 
-// ---------------------------------------------------------------------------------------------- suspension
+// ------------------------------------------------------------------------------------------------ suspension
 
 TEST_F(log_test, suspended_messages_wait_in_the_file_and_come_back_in_order) {
   log_suspend();

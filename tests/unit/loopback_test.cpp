@@ -102,7 +102,7 @@ class loopback_test : public loader_test {
   serial_port line_2_{2};
 };
 
-// ---------------------------------------------------------------------------------------------- a plug
+// ---------------------------------------------------------------------------------------------------- a plug
 
 TEST_F(loopback_test, plug_that_returns_everything) {
   const wire plug(line_1_, line_1_);
@@ -194,7 +194,7 @@ TEST_F(loopback_test, settings_of_the_port_are_given_back) {
   EXPECT_EQ(flushed, lines({"input", "both"})) << "at the opening, and by the test";
 }
 
-// ---------------------------------------------------------------------------------------------- two ports
+// ------------------------------------------------------------------------------------------------- two ports
 
 TEST_F(loopback_test, second_port_echoes) {
   const wire there(line_1_, line_2_);
@@ -249,7 +249,7 @@ TEST_F(loopback_test, only_the_lower_descriptor_is_drained) {
   EXPECT_EQ(steps.size(), 4U);
 }
 
-// ---------------------------------------------------------------------------------------------- messages
+// -------------------------------------------------------------------------------------------------- messages
 
 TEST_F(loopback_test, progress_tells_of_every_transfer) {
   const wire there(line_1_, line_2_);
@@ -289,7 +289,7 @@ TEST_F(loopback_test, trace_names_it_first) {
   EXPECT_TRUE(root.printed().starts_with("TRACE: tty_test_loopback:\n" + begin(5001)));
 }
 
-// ---------------------------------------------------------------------------------------------- failures
+// -------------------------------------------------------------------------------------------------- failures
 
 TEST_F(loopback_test, no_memory_for_each_buffer) {
   const struct {

@@ -9,7 +9,7 @@
 
 namespace {
 
-// ---------------------------------------------------------------------------------------------- hexadecimal
+// ----------------------------------------------------------------------------------------------- hexadecimal
 
 TEST(strhextou8_test, every_pair_of_bytes_is_a_number_exactly_when_both_are_digits) {
   const std::string digits = "0123456789abcdef";
@@ -35,7 +35,7 @@ TEST(strhextou8_test, third_character_is_not_looked_at) {
   EXPECT_EQ(strhextou8("00:"), 0);
 }
 
-// ---------------------------------------------------------------------------------------------- decimal
+// --------------------------------------------------------------------------------------------------- decimal
 
 struct number_case {
   const char* text;
@@ -132,7 +132,7 @@ TEST(strtou32_test, errno_tells_overflow_from_the_largest_number) {
   EXPECT_EQ(errno, ERANGE);
 }
 
-// ---------------------------------------------------------------------------------------------- IPv4
+// ------------------------------------------------------------------------------------------------------ IPv4
 
 std::string memory_of(uint32_t value) {
   return {reinterpret_cast<const char*>(&value), sizeof value};
@@ -196,7 +196,7 @@ TEST(ipaddr4_strtoul_test, lengths_from_7_to_15_characters_are_taken) {
   EXPECT_EQ(ipaddr4_strtoul("101.102.103.0104"), 0U);                            // 16
 }
 
-// ---------------------------------------------------------------------------------------------- MAC
+// ------------------------------------------------------------------------------------------------------- MAC
 
 TEST(macaddr_hextou8_test, accepts_colons_and_dashes_even_mixed) {
   for (const char* text :

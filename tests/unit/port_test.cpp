@@ -8,7 +8,7 @@
 
 namespace {
 
-// ---------------------------------------------------------------------------------------------- tables
+// ---------------------------------------------------------------------------------------------------- tables
 
 TEST(tty_speed_test, eight_speeds_are_valid) {
   constexpr struct {
@@ -56,8 +56,7 @@ TEST_F(tty_port_test, modes_and_flows_have_their_names) {
   EXPECT_EQ(lines(tty_flow_names, tty_flow_names + 2), lines({"noflow", "hwflow"}));
 }
 
-// ---------------------------------------------------------------------------------------------- raw open and
-// close
+// ---------------------------------------------------------------------------------------- raw open and close
 
 class tty_open_raw_test : public tty_port_test {
  protected:
@@ -102,7 +101,7 @@ TEST_F(tty_open_raw_test, every_speed_sets_its_constant) {
 TEST_F(tty_open_raw_test, the_port_number_not_the_record_decides_hardware_flow) {
   for (const int number : {0, 1, 2}) {
     const serial_port line(number);
-    for (const uint32_t flow : {tty_flow_none, tty_flow_hw}) {
+    for (const tty_flows flow : {tty_flow_none, tty_flow_hw}) {
       tty_port port = port_of(number);
       port.flow = flow;
       ASSERT_EQ(tty_open_raw(&port), 1);
@@ -192,7 +191,7 @@ TEST_F(tty_open_raw_test, settings_that_cannot_be_applied_go_unnoticed) {
   tty_close_raw(&port);
 }
 
-// ---------------------------------------------------------------------------------------------- download
+// -------------------------------------------------------------------------------------------------- download
 
 class tty_download_test : public tty_port_test {
  protected:
@@ -337,7 +336,7 @@ TEST_F(tty_download_test, the_ports_settings_are_restored) {
   EXPECT_EQ(line.settings().c_lflag, before.c_lflag);
 }
 
-// ---------------------------------------------------------------------------------------------- validation
+// ------------------------------------------------------------------------------------------------ validation
 
 TEST_F(tty_port_test, rs232_is_possible_everywhere) {
   for (g_opmode_board = 0; g_opmode_board < opmode_board_count; g_opmode_board++) {
@@ -362,7 +361,7 @@ TEST_F(tty_port_test, other_modes_are_never_possible_on_port_zero) {
 
 TEST_F(tty_port_test, other_modes_are_possible_on_the_board_with_line_drivers_only) {
   for (const int number : {1, 2}) {
-    for (const uint32_t mode : {tty_mode_rs485, tty_mode_rs422}) {
+    for (const tty_modes mode : {tty_mode_rs485, tty_mode_rs422}) {
       tty_port port = port_of(number);
       port.mode = mode;
       for (g_opmode_board = 0; g_opmode_board < opmode_board_count; g_opmode_board++) {
@@ -379,12 +378,12 @@ TEST_F(tty_port_test, other_modes_are_possible_on_the_board_with_line_drivers_on
 
 TEST_F(tty_port_test, speed_flow_and_termination_are_not_looked_at) {
   tty_port port = port_of(1, 1);
-  port.flow = 99;
+  port.flow = static_cast<tty_flows>(99);
   port.termination = 1;
   EXPECT_EQ(tty_validate_settings(&port), 1);
 }
 
-// ---------------------------------------------------------------------------------------------- console
+// --------------------------------------------------------------------------------------------------- console
 
 TEST_F(tty_port_test, flushing_discards_input_of_the_console_and_always_succeeds) {
   const serial_port line(1);

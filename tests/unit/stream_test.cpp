@@ -7,8 +7,7 @@
 
 namespace {
 
-// ---------------------------------------------------------------------------------------------- size of a
-// read
+// -------------------------------------------------------------------------------------------- size of a read
 
 unsigned largest_step(unsigned remaining) {
   unsigned best = 1;
@@ -42,7 +41,7 @@ TEST(net_size_to_read_test, totals_that_need_32_bits) {
   EXPECT_EQ(net_size_to_read(0x80000000, 0x7FFFFFF0), 16U);
 }
 
-// ---------------------------------------------------------------------------------------------- waiting
+// --------------------------------------------------------------------------------------------------- waiting
 
 class stream_wait_test : public loader_test {};
 
@@ -86,7 +85,7 @@ TEST_F(stream_wait_test, descriptors_that_a_set_cannot_hold_are_refused) {
   }
 }
 
-// ---------------------------------------------------------------------------------------------- receiving
+// ------------------------------------------------------------------------------------------------- receiving
 
 class stream_receive_test : public loader_test {
  protected:

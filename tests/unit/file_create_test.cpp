@@ -1,5 +1,5 @@
-// Files made from buffers and streams, waiting for files, and the paths of downloaded files.
-#include "util/file.h"
+// Files made from buffers and streams.
+#include "util/file_create.h"
 
 #include <sys/mount.h>
 
@@ -20,8 +20,7 @@ class tiny_file_system {
   tiny_file_system& operator=(const tiny_file_system&) = delete;
 };
 
-// ---------------------------------------------------------------------------------------------- from a
-// buffer
+// --------------------------------------------------------------------------------------------- from a buffer
 
 class file_create_from_buffer_test : public loader_test {};
 
@@ -72,8 +71,7 @@ TEST_F(file_create_from_buffer_test, a_full_file_system_makes_a_short_write_whic
   EXPECT_EQ(root.read_file("/mnt/file"), noise(20000).substr(0, 8192)) << "what was written stays";
 }
 
-// ---------------------------------------------------------------------------------------------- from a
-// stream
+// --------------------------------------------------------------------------------------------- from a stream
 
 class file_create_from_fd_test : public loader_test {};
 
@@ -194,72 +192,6 @@ TEST_F(file_create_from_fd_test, a_length_beyond_31_bits_arrives_whole) {
   EXPECT_EQ(file_create_from_fd("/tmp/sink", source.fd(), nullptr, length, &checksum), 1);
   EXPECT_EQ(root.printed(), "VERBOSE: file_create_from_fd received -2147483647 bytes\n");
   EXPECT_EQ(static_cast<uint32_t>(checksum), checksum_of_zeros);
-}
-
-// ---------------------------------------------------------------------------------------------- waiting
-
-class file_wait_until_present_test : public loader_test {};
-
-TEST_F(file_wait_until_present_test, a_file_that_is_there_is_not_waited_for) {
-  EXPECT_EQ(file_wait_until_present("/proc/mtd", 5), 1);
-  EXPECT_EQ(root.sleeps(), std::vector<double>());
-}
-
-TEST_F(file_wait_until_present_test, n_seconds_make_n_and_one_attempts_and_sleeps) {
-  EXPECT_EQ(file_wait_until_present("/tmp/never", 3), 0);
-  EXPECT_EQ(root.sleeps(), std::vector<double>({1, 1, 1, 1}));
-  root.forget();
-  EXPECT_EQ(file_wait_until_present("/tmp/never", 0), 0);
-  EXPECT_EQ(root.sleeps(), std::vector<double>({1}));
-}
-
-TEST_F(file_wait_until_present_test, a_file_that_comes_at_the_last_attempt_is_found) {
-  root.write_file(path, "");
-  root.fail_call("stat", {.match = path, .error = ENOENT, .times = 3});
-  EXPECT_EQ(file_wait_until_present(path, 3), 1);
-  EXPECT_EQ(root.sleeps(), std::vector<double>({1, 1, 1}));
-}
-
-TEST_F(file_wait_until_present_test, traces_file_and_seconds) {
-  log_level = 7;
-  EXPECT_EQ(file_wait_until_present("/tmp", 2), 1);
-  EXPECT_EQ(root.printed(), "TRACE: file_wait_until_present: file=/tmp seconds=2\n");
-}
-
-// ---------------------------------------------------------------------------------------------- paths
-
-TEST(filename_copy_and_maybe_add_path_test, takes_what_fits_with_its_end) {
-  struct {
-    size_t size;
-    const char* directory;
-    const char* name;
-    const char* built;  // null: refused
-  } constexpr cases[] = {
-      {10, "/tmp", "abcd", "/tmp/abcd"},
-      {10, "/tmp", "abcde", nullptr},
-      {6, "/tmp", "", "/tmp/"},
-      {5, "/tmp", "", nullptr},
-      {10, "/tmp", "/abcdefgh", "/abcdefgh"},
-      {10, "/tmp", "/abcdefghi", nullptr},
-      {10, nullptr, "/abc", "/abc"},
-      {2, nullptr, "/", "/"},
-      {1, nullptr, "/", nullptr},
-      {10, nullptr, "abc", nullptr},
-      {10, "", "abc", "/abc"},
-      {10, "/tmp", nullptr, nullptr},
-      {10, nullptr, nullptr, nullptr},
-      {64, "/tmp", "../etc/x", "/tmp/../etc/x"},
-      {64, "/tmp/", "x", "/tmp//x"},
-      {0, "/tmp", "x", nullptr},
-      {0, "/tmp", "/x", nullptr},
-  };
-  for (const auto& c : cases) {
-    char out[64] = "untouched";
-    const std::string what = std::string(c.directory != nullptr ? c.directory : "null") + " " +
-                             (c.name != nullptr ? c.name : "null") + " " + std::to_string(c.size);
-    EXPECT_EQ(filename_copy_and_maybe_add_path(out, c.size, c.directory, c.name), c.built != nullptr) << what;
-    EXPECT_STREQ(out, c.built != nullptr ? c.built : "untouched") << what;
-  }
 }
 
 }  // namespace

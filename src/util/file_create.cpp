@@ -1,12 +1,10 @@
-// See file.h.
-#include "util/file.h"
+// Plain open() and write(), so that a full file system is noticed at the piece that did not fit.
+#include "util/file_create.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "util/log.h"
@@ -34,28 +32,29 @@ bool write_whole(const unique_fd& file, const void* data, size_t size) {
 
 }  // namespace
 
-int file_create_from_buffer(const char* path, const void* buffer, size_t length) {
+bool file_create_from_buffer(const char* path, const void* buffer, size_t length) {
   log_printf(level_trace, "%s: filename=%s buf_len=%u\n", __func__, path, static_cast<unsigned>(length));
   const unique_fd file = create(path);
   if (!file) {
-    return 0;
+    return false;
   }
   if (!write_whole(file, buffer, length)) {
     log_printf(level_error, "write(%s) error(%s)\n", path, strerror(errno));
-    return 0;
+    return false;
   }
-  return 1;
+  return true;
 }
 
-int file_create_from_fd(const char* path, int fd, const uint8_t* header, uint32_t total, uint64_t* checksum) {
+bool file_create_from_fd(const char* path, int fd, const uint8_t* header, uint32_t total,
+                         uint64_t* checksum) {
   log_printf(level_trace, "%s: filename=%s buf_len=%u\n", __func__, path, total);
   const unique_fd file = create(path);
   if (!file) {
-    return 0;
+    return false;
   }
   if (header != nullptr && !write_whole(file, header, image_header_size)) {
     log_printf(level_error, "write(%s) error(%s)\n", path, strerror(errno));
-    return 0;
+    return false;
   }
   const auto store = [&file](const uint8_t* piece, size_t size) { return write_whole(file, piece, size); };
   switch (stream_receive({.fd = fd, .total = total}, checksum, store)) {
@@ -63,41 +62,11 @@ int file_create_from_fd(const char* path, int fd, const uint8_t* header, uint32_
       break;
     case stream_status::sink_failed:
       log_printf(level_error, "Failed to write firmware image\n");
-      return 0;
+      return false;
     default:
       log_printf(level_error, "Failed to read firmware image [%s]\n", strerror(errno));
-      return 0;
+      return false;
   }
   log_printf(level_verbose, "file_create_from_fd received %d bytes\n", static_cast<int>(total));
-  return 1;
-}
-
-int file_wait_until_present(const char* path, int seconds) {
-  log_printf(level_trace, "%s: file=%s seconds=%d\n", __func__, path, seconds);
-  for (int left = seconds; left >= 0; --left) {
-    struct stat status;
-    if (stat(path, &status) == 0) {
-      return 1;
-    }
-    sleep(1);
-  }
-  return 0;
-}
-
-int filename_copy_and_maybe_add_path(char* out, size_t size, const char* directory, const char* name) {
-  if (name == nullptr) {
-    return 0;
-  }
-  if (name[0] == '/') {
-    if (strlen(name) >= size) {
-      return 0;
-    }
-    snprintf(out, size, "%s", name);
-    return 1;
-  }
-  if (directory == nullptr || strlen(directory) + strlen(name) + 1 >= size) {
-    return 0;
-  }
-  snprintf(out, size, "%s/%s", directory, name);
-  return 1;
+  return true;
 }
