@@ -11,6 +11,7 @@
 constexpr size_t stream_piece_size = 4096;
 /// A sender that is silent for this many seconds in the middle of a transfer has stopped.
 constexpr unsigned stream_idle_seconds = 3;
+
 /// Every part of a firmware image begins with a header of this many bytes (docs/image-format.md). It is known
 /// here because whatever stores a stream can be given the header to store in front of it.
 constexpr uint32_t image_header_size = 256;
