@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 
 #include "commands/affirm.h"
 #include "commands/command.h"
@@ -48,15 +47,20 @@ void take_speed(tty_port& settings) {
   }
 }
 
+bool take_word(const char* wanted) {
+  const char* word = token_first();
+  const bool is_next = word != nullptr && strcmp(word, wanted) == 0;
+  if (is_next) {
+    token_shift();
+  }
+  return is_next;
+}
+
 // Takes a word that is one of `names`. Result: its index, `count` when it is none of them.
 uint32_t take_name(const char* const* names, uint32_t count) {
-  const char* word = token_first();
-  uint32_t index = word != nullptr ? 0 : count;
-  while (index < count && strcmp(word, names[index]) != 0) {
+  uint32_t index = 0;
+  while (index < count && !take_word(names[index])) {
     ++index;
-  }
-  if (index < count) {
-    token_shift();
   }
   return index;
 }
@@ -83,16 +87,15 @@ void take_flow(tty_port& settings) {
 
 // Result: false after an error.
 bool take_termination(tty_port& settings) {
-  constexpr const char* names[] = {"noterm", "term"};
-  const uint32_t wanted = take_name(names, std::size(names));
-  if (wanted == std::size(names)) {
-    return true;
+  if (take_word("noterm")) {
+    settings.termination = false;
+  } else if (take_word("term")) {
+    if (settings.mode == tty_mode_rs232) {
+      log_printf(level_error, "Termination not valid in rs232 mode\n");
+      return false;
+    }
+    settings.termination = true;
   }
-  if (wanted == 1 && settings.mode == tty_mode_rs232) {
-    log_printf(level_error, "Termination not valid in rs232 mode\n");
-    return false;
-  }
-  settings.termination = wanted == 1;
   return true;
 }
 

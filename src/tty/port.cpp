@@ -87,8 +87,7 @@ bool receive_file(tty_port* port, const char* path, unique_file& file, uint32_t&
     error.format_cut("tty_open_raw() error(%s)\n", strerror(errno));
     return false;
   }
-  file = unique_file(path, "wbe");
-  if (!file) {
+  if (!file.open(path, "wbe")) {
     error.format_cut("fopen(%s) error(%s)\n", path, strerror(errno));
     return false;
   }
