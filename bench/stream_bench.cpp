@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "flash/raw_io.h"
-#include "image/stream_form.h"
+#include "image/stream_installation.h"
 #include "mtd/partition_table.h"
 
 namespace {

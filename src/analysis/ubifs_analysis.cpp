@@ -9,7 +9,7 @@
 
 #include "flash/clean_check.h"
 #include "mtd/partition_table.h"
-#include "ubi/frame.h"
+#include "ubi/attachment.h"
 #include "ubi/volume.h"
 #include "util/log.h"
 #include "util/text_buffer.h"
@@ -54,7 +54,7 @@ void read_product_info(flash_analysis* record) {
 }
 
 // Mounts the volume of a row on the device that its type names.
-bool mount_volume(ubi_frame& frame, const mtd_partition& row) {
+bool mount_volume(ubi_attachment& frame, const mtd_partition& row) {
   return frame.attached() && frame.mount(mtd_type_string[row.type], row);
 }
 
@@ -69,7 +69,7 @@ int ubi_ubifs_analyze(const char* dev_name, flash_analysis* record) {
     log_printf(level_error, "No entry in mtd table for %s\n", dev_name);
     return 0;
   }
-  ubi_frame frame(mtd_type_string[row->type], ubi_frame::on_exit::unmount_and_detach);
+  ubi_attachment frame(mtd_type_string[row->type], ubi_attachment::on_exit::unmount_and_detach);
   if (!mount_volume(frame, *row)) {
     return 0;
   }
@@ -93,7 +93,7 @@ int ubi_ubifs_analyze_file_within(const char* part_name, const char* directory, 
   if (ubi_is_clean("ubi0") != 0) {
     return 0;
   }
-  ubi_frame frame(mtd_type_string[row->type], ubi_frame::on_exit::unmount_and_detach);
+  ubi_attachment frame(mtd_type_string[row->type], ubi_attachment::on_exit::unmount_and_detach);
   text_buffer<256> path;
   struct stat status;
   if (!mount_volume(frame, *row) || !path.format("%s%s%s", ubi_mount_point, directory, filename) ||

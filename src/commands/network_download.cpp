@@ -9,8 +9,8 @@
 
 #include "commands/command.h"
 #include "commands/download.h"
-#include "image/stream_form.h"
-#include "image/system.h"
+#include "image/preparation.h"
+#include "image/stream_installation.h"
 #include "mtd/partition_table.h"
 #include "net/address.h"
 #include "net/transfer.h"

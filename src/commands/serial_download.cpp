@@ -10,7 +10,7 @@
 #include "commands/command.h"
 #include "commands/download.h"
 #include "image/header.h"
-#include "image/stream_form.h"
+#include "image/stream_installation.h"
 #include "mtd/partition_table.h"
 #include "tty/port.h"
 #include "util/file_path.h"

@@ -6,7 +6,7 @@
 #include <initializer_list>
 
 #include "mtd/partition_table.h"
-#include "ubi/frame.h"
+#include "ubi/attachment.h"
 #include "util/exec.h"
 #include "util/log.h"
 
@@ -58,7 +58,7 @@ bool check_space_and_save_packages() {
   return true;
 }
 
-bool start_unpacking(ubi_frame& frame) {
+bool start_unpacking(ubi_attachment& frame) {
   command_line line;
   return compose_command(line, "tar -xmzaf - -C %s/python/", ubi_mount_point) && frame.start_tool(line);
 }
@@ -71,7 +71,7 @@ bool with_mounted_volume(const char* mtd_dev_name, const char* ubi_dev_name, Wor
     log_printf(level_error, "No entry in mtd table for %s\n", mtd_dev_name);
     return false;
   }
-  ubi_frame frame(ubi_dev_name, ubi_frame::on_exit::unmount_and_detach);
+  ubi_attachment frame(ubi_dev_name, ubi_attachment::on_exit::unmount_and_detach);
   if (!frame.attached()) {
     return false;
   }
@@ -88,7 +88,7 @@ int ubi_write_buffer_python_fs_tar_lzma(const char* mtd_dev_name, const char* ub
                                         const uint8_t* buffer, size_t size) {
   log_printf(level_trace, "%s: mtd_dev_name=%s ubi_dev_name=%s src_len=%u\n", __func__, mtd_dev_name,
              ubi_dev_name, static_cast<unsigned>(size));
-  const bool installed = with_mounted_volume(mtd_dev_name, ubi_dev_name, [=](ubi_frame& frame) {
+  const bool installed = with_mounted_volume(mtd_dev_name, ubi_dev_name, [=](ubi_attachment& frame) {
     if (!check_space_and_save_packages() || !start_unpacking(frame) || !frame.feed(buffer, size)) {
       return false;
     }
@@ -101,7 +101,7 @@ int ubi_write_buffer_python_fs_tar_lzma(const char* mtd_dev_name, const char* ub
 
 int ubi_python_fs_tar_lzma_fd_prepare(const char* mtd_dev_name, const char* ubi_dev_name) {
   log_printf(level_trace, "%s: mtd_dev_name=%s ubi_dev_name=%s\n", __func__, mtd_dev_name, ubi_dev_name);
-  const auto work = [](ubi_frame& /*frame*/) { return check_space_and_save_packages(); };
+  const auto work = [](ubi_attachment& /*frame*/) { return check_space_and_save_packages(); };
   return with_mounted_volume(mtd_dev_name, ubi_dev_name, work) ? 1 : 0;
 }
 
@@ -110,7 +110,7 @@ int ubi_write_buffer_python_fs_tar_lzma_fd(const char* mtd_dev_name, const char*
                                            int self_contained) {
   log_printf(level_trace, "%s: mtd_dev_name=%s ubi_dev_name=%s src_len=%u\n", __func__, mtd_dev_name,
              ubi_dev_name, length);
-  const bool installed = with_mounted_volume(mtd_dev_name, ubi_dev_name, [=](ubi_frame& frame) {
+  const bool installed = with_mounted_volume(mtd_dev_name, ubi_dev_name, [=](ubi_attachment& frame) {
     if (self_contained != 0 && !check_space_and_save_packages()) {
       return false;
     }
@@ -129,7 +129,7 @@ int ubi_write_buffer_python_fs_tar_lzma_fd(const char* mtd_dev_name, const char*
 
 int ubi_python_fs_tar_lzma_fd_finalize(const char* mtd_dev_name, const char* ubi_dev_name) {
   log_printf(level_trace, "%s: mtd_dev_name=%s ubi_dev_name=%s\n", __func__, mtd_dev_name, ubi_dev_name);
-  const auto work = [](ubi_frame& /*frame*/) {
+  const auto work = [](ubi_attachment& /*frame*/) {
     restore_packages();
     return true;
   };

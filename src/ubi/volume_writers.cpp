@@ -2,7 +2,7 @@
 #include "ubi/volume_writers.h"
 
 #include "mtd/partition_table.h"
-#include "ubi/frame.h"
+#include "ubi/attachment.h"
 #include "ubi/schema.h"
 #include "util/exec.h"
 #include "util/log.h"
@@ -25,7 +25,7 @@ const mtd_partition* find_volume(const char* mtd_dev_name) {
   return row;
 }
 
-bool start_update(ubi_frame& frame, const char* mtd_dev_name, size_t size) {
+bool start_update(ubi_attachment& frame, const char* mtd_dev_name, size_t size) {
   command_line line;
   return compose_command(line, "/usr/sbin/ubiupdatevol %s -s %u -", mtd_dev_name,
                          static_cast<unsigned>(size)) &&
@@ -39,7 +39,7 @@ bool unpack_rootfs(const char* mtd_dev_name, const char* ubi_dev_name, Feed feed
   if (row == nullptr) {
     return false;
   }
-  ubi_frame frame(ubi_dev_name, ubi_frame::on_exit::unmount_and_detach);
+  ubi_attachment frame(ubi_dev_name, ubi_attachment::on_exit::unmount_and_detach);
   command_line line;
   if (!frame.attached() || ubi_change_rootfs_schema_if_needed(mtd_dev_name) == 0 ||
       !compose_command(line, "/usr/sbin/ubiupdatevol %s -t", mtd_dev_name) ||
@@ -68,7 +68,7 @@ bool unpack_rootfs(const char* mtd_dev_name, const char* ubi_dev_name, Feed feed
 int ubi_write_buffer_ubifs(const char* mtd_dev_name, const char* ubi_dev_name, const uint8_t* buffer,
                            size_t size) {
   trace_writer(__func__, level_trace, mtd_dev_name, ubi_dev_name, size);
-  ubi_frame frame(ubi_dev_name, ubi_frame::on_exit::detach);
+  ubi_attachment frame(ubi_dev_name, ubi_attachment::on_exit::detach);
   if (!frame.attached() || ubi_change_rootfs_schema_if_needed(mtd_dev_name) == 0 ||
       !start_update(frame, mtd_dev_name, size) || !frame.feed(buffer, size)) {
     return 0;
@@ -81,7 +81,7 @@ int ubi_write_buffer_ubifs_fd(const char* mtd_dev_name, const char* ubi_dev_name
                               const uint8_t* header, uint32_t length, int change_schema, uint64_t* checksum) {
   trace_writer(__func__, level_verbose, mtd_dev_name, ubi_dev_name, length);
   log_printf(level_verbose, "ubi_write_buffer_ubifs_fd header:%s\n", header != nullptr ? "yes" : "no");
-  ubi_frame frame(ubi_dev_name, ubi_frame::on_exit::detach);
+  ubi_attachment frame(ubi_dev_name, ubi_attachment::on_exit::detach);
   if (!frame.attached() || (change_schema != 0 && ubi_change_rootfs_schema_if_needed(mtd_dev_name) == 0)) {
     return 0;
   }
@@ -97,7 +97,7 @@ int ubi_write_buffer_ubifs_fd(const char* mtd_dev_name, const char* ubi_dev_name
 int ubi_write_buffer_tar_lzma(const char* mtd_dev_name, const char* ubi_dev_name, const uint8_t* buffer,
                               size_t size) {
   trace_writer(__func__, level_trace, mtd_dev_name, ubi_dev_name, size);
-  const auto feed = [=](ubi_frame& frame) {
+  const auto feed = [=](ubi_attachment& frame) {
     if (!frame.feed(buffer, size)) {
       return false;
     }
@@ -110,7 +110,7 @@ int ubi_write_buffer_tar_lzma(const char* mtd_dev_name, const char* ubi_dev_name
 int ubi_write_buffer_tar_lzma_fd(const char* mtd_dev_name, const char* ubi_dev_name, int fd,
                                  const uint8_t* header, uint32_t length, uint64_t* checksum) {
   trace_writer(__func__, level_trace, mtd_dev_name, ubi_dev_name, length);
-  const auto feed = [=, writer = __func__](ubi_frame& frame) {
+  const auto feed = [=, writer = __func__](ubi_attachment& frame) {
     return frame.stream_to_tool(fd, header, length, checksum, {.writer = writer});
   };
   return unpack_rootfs(mtd_dev_name, ubi_dev_name, feed) ? 1 : 0;
@@ -125,7 +125,7 @@ int ubi_write_file_into_fs(const char* mtd_dev_name, const char* ubi_dev_name, c
   if (row == nullptr) {
     return 0;
   }
-  ubi_frame frame(ubi_dev_name, ubi_frame::on_exit::unmount_and_detach);
+  ubi_attachment frame(ubi_dev_name, ubi_attachment::on_exit::unmount_and_detach);
   if (!frame.attached()) {
     return 0;
   }
@@ -147,7 +147,7 @@ int ubi_write_file_into_fs(const char* mtd_dev_name, const char* ubi_dev_name, c
 int ubi_write_file(const char* mtd_dev_name, const char* ubi_dev_name, const char* filename) {
   log_printf(level_trace, "%s: mtd_dev_name=%s ubi_dev_name=%s filename=%s\n", __func__, mtd_dev_name,
              ubi_dev_name, filename);
-  ubi_frame frame(ubi_dev_name, ubi_frame::on_exit::detach);
+  ubi_attachment frame(ubi_dev_name, ubi_attachment::on_exit::detach);
   command_line line;
   return frame.attached() && ubi_change_rootfs_schema_if_needed(mtd_dev_name) != 0 &&
                  compose_command(line, "/usr/sbin/ubiupdatevol %s %s", mtd_dev_name, filename) &&

@@ -1,6 +1,6 @@
 // An image file, walked by length.
 #include "fuzz_image_input.h"
-#include "image/file_form.h"
+#include "image/file_installation.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   run_all_messages_silently();

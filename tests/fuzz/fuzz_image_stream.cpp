@@ -1,7 +1,7 @@
 // An image stream, checked part by part. Its end is at once an end of input, so that no time-out is waited
 // for.
 #include "fuzz_image_input.h"
-#include "image/stream_form.h"
+#include "image/stream_installation.h"
 #include "mtd/partition_table.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -1,5 +1,5 @@
 // Images in files: every fault that a check names, and installing the parts that go into raw flash.
-#include "image/file_form.h"
+#include "image/file_installation.h"
 
 #include "loader_test.h"
 

@@ -1,5 +1,5 @@
 // Images in streams: installed while they arrive, or looked at only.
-#include "image/stream_form.h"
+#include "image/stream_installation.h"
 
 #include <chrono>
 

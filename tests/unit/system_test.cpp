@@ -1,6 +1,6 @@
 // What a network installation does from the saved headers alone: part x state of the flash, every message,
 // every step failing.
-#include "image/system.h"
+#include "image/preparation.h"
 
 #include "ubi_test.h"
 

@@ -2,7 +2,7 @@
 // no command leads. How each writer does its work is in ubi_writers_test.cpp.
 #include "image/ubi_part.h"
 
-#include "image/file_form.h"
+#include "image/file_installation.h"
 #include "ubi_test.h"
 
 namespace {

@@ -1,5 +1,5 @@
-// See system.h.
-#include "image/system.h"
+// See preparation.h.
+#include "image/preparation.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -14,16 +14,16 @@
 /// Where volumes are mounted.
 constexpr const char* ubi_mount_point = "/mnt";
 
-class ubi_frame {
+class ubi_attachment {
  public:
   enum class on_exit { detach, unmount_and_detach };
 
   /// Attaches the UBI device. On destruction the volume is unmounted (as asked for, mounted or not) and the
   /// device detached, whatever came before. `ubi_dev_name` must outlive the frame.
-  ubi_frame(const char* ubi_dev_name, on_exit exit);
-  ubi_frame(const ubi_frame&) = delete;
-  ubi_frame& operator=(const ubi_frame&) = delete;
-  ~ubi_frame();
+  ubi_attachment(const char* ubi_dev_name, on_exit exit);
+  ubi_attachment(const ubi_attachment&) = delete;
+  ubi_attachment& operator=(const ubi_attachment&) = delete;
+  ~ubi_attachment();
 
   bool attached() const { return attached_; }
 

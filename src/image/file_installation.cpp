@@ -1,5 +1,5 @@
-// See file_form.h.
-#include "image/file_form.h"
+// See file_installation.h.
+#include "image/file_installation.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

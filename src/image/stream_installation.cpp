@@ -1,5 +1,5 @@
-// See stream_form.h.
-#include "image/stream_form.h"
+// See stream_installation.h.
+#include "image/stream_installation.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
-// See frame.h. Tools run: /bin/mount, /bin/umount, and those of ubi/volume.
-#include "ubi/frame.h"
+// See attachment.h. Tools run: /bin/mount, /bin/umount, and those of ubi/volume.
+#include "ubi/attachment.h"
 
 #include <unistd.h>
 
@@ -10,10 +10,10 @@
 #include "util/log.h"
 #include "util/stream.h"
 
-ubi_frame::ubi_frame(const char* ubi_dev_name, on_exit exit)
+ubi_attachment::ubi_attachment(const char* ubi_dev_name, on_exit exit)
     : ubi_dev_name_(ubi_dev_name), exit_(exit), attached_(ubi_attach(ubi_dev_name) != 0) {}
 
-ubi_frame::~ubi_frame() {
+ubi_attachment::~ubi_attachment() {
   survive_tool_.reset();
   const bool returned = give_back();
   if (tool_) {
@@ -27,7 +27,7 @@ ubi_frame::~ubi_frame() {
 
 // A key that ended one of these tools would leave the volume mounted, or the device attached, for good. It is
 // heard between the two: running the second one would forget it.
-bool ubi_frame::give_back() {
+bool ubi_attachment::give_back() {
   bool unmounted = true;
   if (exit_ == on_exit::unmount_and_detach) {
     const sigint_deferred until_unmounted;
@@ -39,14 +39,14 @@ bool ubi_frame::give_back() {
   return ubi_detach(ubi_dev_name_) != 0 && unmounted;
 }
 
-bool ubi_frame::mount(const char* ubi_device, const mtd_partition& row) {
+bool ubi_attachment::mount(const char* ubi_device, const mtd_partition& row) {
   command_line line;
   return compose_command(line, "/bin/mount -t ubifs -o sync,compr=zlib %s:%s %s &> /dev/null", ubi_device,
                          row.part_name, ubi_mount_point) &&
          exec_system_cmd_quiet(line.text()) == 0;
 }
 
-bool ubi_frame::start_tool(const command_line& line) {
+bool ubi_attachment::start_tool(const command_line& line) {
   log_printf(level_verbose, "popen(%s)\n", line.text());
   tool_.emplace(line.text(), "w");
   if (!*tool_) {
@@ -59,7 +59,7 @@ bool ubi_frame::start_tool(const command_line& line) {
   return true;
 }
 
-bool ubi_frame::write_all(const void* data, size_t size) {
+bool ubi_attachment::write_all(const void* data, size_t size) {
   const auto* next = static_cast<const uint8_t*>(data);
   while (size > 0) {
     const ssize_t written = write(tool_->fd(), next, size);
@@ -72,7 +72,7 @@ bool ubi_frame::write_all(const void* data, size_t size) {
   return true;
 }
 
-bool ubi_frame::feed(const void* data, size_t size) {
+bool ubi_attachment::feed(const void* data, size_t size) {
   if (write_all(data, size)) {
     return true;
   }
@@ -80,13 +80,13 @@ bool ubi_frame::feed(const void* data, size_t size) {
   return false;
 }
 
-void ubi_frame::finish_tool() {
+void ubi_attachment::finish_tool() {
   survive_tool_.reset();
   tool_.reset();
 }
 
-bool ubi_frame::stream_to_tool(int fd, const uint8_t* header, uint32_t length, uint64_t* checksum,
-                               stream_texts texts) {
+bool ubi_attachment::stream_to_tool(int fd, const uint8_t* header, uint32_t length, uint64_t* checksum,
+                                    stream_texts texts) {
   if (header != nullptr && !feed(header, image_header_size)) {
     return false;
   }
