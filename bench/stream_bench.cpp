@@ -36,7 +36,7 @@ int write_image(const char* row_name, const char* path) {
   row->dev_name = const_cast<char*>(path);
   row->protect = 0;
   const long idle = peak_kib();
-  image_write_fd(nullptr, 0, mtd_bank_1, 0x7D3E, 1);
+  image_write_fd(nullptr, 0, mtd_bank_1, 0x7D3E, true);
   fprintf(stderr, "%ld\n", peak_kib() - idle);
   return 0;
 }

@@ -51,7 +51,7 @@ bool image_file::take_header(image_part& part) const {
   if (count != static_cast<ssize_t>(sizeof part.header)) {
     return read_failed(count < 0 ? errno : ENODATA);
   }
-  return image_header_verify(part.header, sizeof part.header, 0) != 0 || fault(part, "bad header");
+  return image_header_verify(part.header, sizeof part.header, false) || fault(part, "bad header");
 }
 
 bool image_file::holds_contents(const image_part& part) const {

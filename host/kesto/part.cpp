@@ -86,7 +86,7 @@ bool part_product_code_from_text(const char* text, part_traits* traits) {
   char shown[4];
   const auto* code = reinterpret_cast<const uint8_t*>(text);
   if (strlen(text) != sizeof traits->product_code ||
-      image_get_product_code_string(code, shown, sizeof shown) == 0) {
+      !image_get_product_code_string(code, shown, sizeof shown)) {
     return false;
   }
   memcpy(traits->product_code, code, sizeof traits->product_code);
@@ -103,15 +103,14 @@ bool part_is_rootfs(uint32_t type) {
 }
 
 bool part_has_destination(uint32_t type) {
-  if (mtd_get_by_image_and_bank(nullptr, image_contents_type_to_mtd_image_type(type), mtd_bank_any) ==
-      nullptr) {
+  if (!image_contents_has_destination(type)) {
     return false;
   }
   // For these the device looks at the erase blocks of its UBI partition, which are not to be seen here.
   if (type == image_contents_rootfs_ubifs_16keb || type == image_contents_rootfs_ubifs_128keb) {
     return true;
   }
-  return image_validate_destination(type) != 0;
+  return image_validate_destination(type);
 }
 
 const char* part_type_name(uint32_t type) {

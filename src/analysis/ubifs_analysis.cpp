@@ -10,6 +10,7 @@
 #include "flash/clean_check.h"
 #include "mtd/partition_table.h"
 #include "ubi/attachment.h"
+#include "ubi/device.h"
 #include "ubi/volume.h"
 #include "util/log.h"
 #include "util/text_buffer.h"
@@ -53,11 +54,6 @@ void read_product_info(flash_analysis* record) {
   fclose(file);
 }
 
-// Mounts the volume of a row on the device that its type names.
-bool mount_volume(ubi_attachment& frame, const mtd_partition& row) {
-  return frame.attached() && frame.mount(mtd_type_string[row.type], row);
-}
-
 }  // namespace
 
 int ubi_ubifs_analyze(const char* dev_name, flash_analysis* record) {
@@ -69,8 +65,8 @@ int ubi_ubifs_analyze(const char* dev_name, flash_analysis* record) {
     log_printf(level_error, "No entry in mtd table for %s\n", dev_name);
     return 0;
   }
-  ubi_attachment frame(mtd_type_string[row->type], ubi_attachment::on_exit::unmount_and_detach);
-  if (!mount_volume(frame, *row)) {
+  ubi_attachment ubi(ubi_device_of(*row), ubi_attachment::on_exit::unmount_and_detach);
+  if (!ubi.attached() || !ubi.mount(*row)) {
     return 0;
   }
   read_product_info(record);
@@ -93,10 +89,10 @@ int ubi_ubifs_analyze_file_within(const char* part_name, const char* directory, 
   if (ubi_is_clean("ubi0") != 0) {
     return 0;
   }
-  ubi_attachment frame(mtd_type_string[row->type], ubi_attachment::on_exit::unmount_and_detach);
+  ubi_attachment ubi(ubi_device_of(*row), ubi_attachment::on_exit::unmount_and_detach);
   text_buffer<256> path;
   struct stat status;
-  if (!mount_volume(frame, *row) || !path.format("%s%s%s", ubi_mount_point, directory, filename) ||
+  if (!ubi.attached() || !ubi.mount(*row) || !path.format("%s%s%s", ubi_mount_point, directory, filename) ||
       stat(path.text(), &status) != 0) {
     return 0;
   }

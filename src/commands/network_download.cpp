@@ -1,5 +1,6 @@
-// See network_commands.h. Nothing is erased before the whole image was received and checked once; what is
-// written comes from a second transfer, each part of which is compared with the first by its header.
+// Nothing is erased before the whole image was received and checked once. What is written comes from a second
+// transfer, each part of which is compared with the first by its header. Tools run: tftp.
+// Paths: /tmp/image.rom.
 #include "commands/network_download.h"
 
 #include <unistd.h>
@@ -9,6 +10,7 @@
 
 #include "commands/command.h"
 #include "commands/download.h"
+#include "image/destination.h"
 #include "image/preparation.h"
 #include "image/stream_installation.h"
 #include "mtd/partition_table.h"
@@ -64,10 +66,10 @@ bool transfer(const long_command_line& command, Receive receive) {
                strerror(errno));
     return false;
   }
-  return receive(client.fd()) != 0;
+  return receive(client.fd());
 }
 
-bool check_image(const long_command_line& command, int bank) {
+bool check_image(const long_command_line& command, mtd_banks bank) {
   if (transfer(command,
                [bank](int fd) { return image_get_headers_fd(fd, bank, image_download_mask, header_path); })) {
     return true;
@@ -76,26 +78,27 @@ bool check_image(const long_command_line& command, int bank) {
   return false;
 }
 
-bool prepare_system(int bank) {
+bool prepare_system(mtd_banks bank) {
   log_printf(level_plain, "Preparing ...\n");
-  if (image_prepare_system(header_path, bank, image_download_mask) != 0) {
+  if (image_prepare_system(header_path, bank, image_download_mask)) {
     return true;
   }
   log_printf(level_error, "Failed to prepare system\n");
   return false;
 }
 
-bool install_image(const long_command_line& command, int bank) {
+bool install_image(const long_command_line& command, mtd_banks bank) {
   log_printf(level_plain, "Installing ...\n");
-  if (transfer(command,
-               [bank](int fd) { return image_write_fd(header_path, fd, bank, image_download_mask, 0); })) {
+  if (transfer(command, [bank](int fd) {
+        return image_write_fd(header_path, fd, bank, image_download_mask, false);
+      })) {
     return true;
   }
   log_printf(level_error, "Failed to write firmware image\n");
   return false;
 }
 
-bool install_from_server(const server_file& file, int bank) {
+bool install_from_server(const server_file& file, mtd_banks bank) {
   const header_file_removal removal;
   long_command_line command;
   if (!net_start_for_transfer() || !net_tftp_compose_stream(command, net_octets(file.server), file.name)) {
@@ -104,14 +107,14 @@ bool install_from_server(const server_file& file, int bank) {
   unlink(header_path);
   log_printf(level_plain, "Retrieving file '%s' via tftp ...\n", file.name);
   return check_image(command, bank) && prepare_system(bank) && install_image(command, bank) &&
-         image_finalize_system(header_path, bank, image_download_mask) != 0;
+         image_finalize_system(header_path, bank, image_download_mask);
 }
 
 }  // namespace
 
 void cmd_flash_download_network() {
   log_printf(level_trace, "%s:\n", __func__);
-  int bank = mtd_bank_1;
+  mtd_banks bank = mtd_bank_1;
   const char* word = token_shift();
   if (word != nullptr && mtd_bank_from_word(word) != mtd_bank_none) {
     bank = mtd_bank_from_word(word);

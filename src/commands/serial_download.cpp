@@ -9,7 +9,7 @@
 
 #include "commands/command.h"
 #include "commands/download.h"
-#include "image/header.h"
+#include "image/destination.h"
 #include "image/stream_installation.h"
 #include "mtd/partition_table.h"
 #include "tty/port.h"
@@ -42,10 +42,10 @@ bool take_port_and_rate(tty_port& port) {
 }
 
 int selected(image_contents type) {
-  return static_cast<int>((image_download_mask & image_contents_bit(type)) != 0);
+  return static_cast<int>(image_mask_selects(image_download_mask, type));
 }
 
-void log_download(const char* caller, const tty_port& port, int bank) {
+void log_download(const char* caller, const tty_port& port, mtd_banks bank) {
   const char* bank_name = mtd_bank_string[bank];
   const int speed = static_cast<int>(port.speed);
   log_printf(level_info, "%s: bank=%s dev=%s%i speed=%i\n", caller, bank_name, port.device, port.port, speed);
@@ -62,13 +62,13 @@ void log_download(const char* caller, const tty_port& port, int bank) {
 }
 
 // Installs what arrives at the port. Messages are held back meanwhile: the port may be the console.
-bool install_from_port(tty_port& port, int bank) {
+bool install_from_port(tty_port& port, mtd_banks bank) {
   log_suspend();
   bool installed = false;
   if (!tty_open_raw(&port)) {
     log_printf(level_error, "Failed to open serial port (%s)\n", strerror(errno));
   } else {
-    installed = image_write_fd(nullptr, port.fd, bank, image_download_mask, 1) != 0;
+    installed = image_write_fd(nullptr, port.fd, bank, image_download_mask, true);
     // On the console's line the rest of a refused image, or what follows a complete one, would be run as
     // commands. Its sender has the chance to stop; another line may go on for ever.
     if (port.port == tty_cli.port) {
@@ -86,7 +86,7 @@ bool install_from_port(tty_port& port, int bank) {
 void cmd_flash_download_serial() {
   log_printf(level_trace, "%s:\n", __func__);
   tty_port port = tty_cli;
-  int bank = mtd_bank_1;
+  mtd_banks bank = mtd_bank_1;
   if (const char* word = token_shift()) {
     bank = mtd_bank_from_word(word);
     if (bank == mtd_bank_none) {

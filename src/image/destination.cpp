@@ -1,9 +1,9 @@
-// See destination.h.
+// Checking and finding destinations.
 #include "image/destination.h"
 
 #include <cstring>
 
-#include "image/header.h"
+#include "flash/clean_check.h"
 #include "mtd/proc_mtd.h"
 #include "util/log.h"
 
@@ -32,12 +32,12 @@ bool takes_rootfs(const mtd_partition& rootfs, const char* node_part, const char
 
 }  // namespace
 
-int image_validate_destination(uint32_t contents_type) {
+bool image_validate_destination(uint32_t contents_type) {
   log_printf(level_trace, "%s: contents_type=%d\n", __func__, static_cast<int>(contents_type));
   const mtd_partition* rootfs = mtd_get_by_image_and_bank(nullptr, mtd_image_rootfs, mtd_bank_any);
   if (rootfs == nullptr) {
     log_printf(level_error, "No rootfs partition found!\n");
-    return 0;
+    return false;
   }
   log_printf(level_verbose, "%s: mtd_dev_name=%s\n", __func__, rootfs->dev_name);
   constexpr const char* no_ubi = "No UBI partition for rootfs image\n";
@@ -51,12 +51,12 @@ int image_validate_destination(uint32_t contents_type) {
     case image_contents_rootfs_jffs2_or_ext2:
       return takes_rootfs(*rootfs, "mtd", "No partition for rootfs image\n");
     default:
-      return 1;
+      return true;
   }
 }
 
-const mtd_partition* image_find_destination(const char* caller, uint32_t contents_type, int bank) {
-  const int image = image_contents_type_to_mtd_image_type(contents_type);
+const mtd_partition* image_find_destination(const char* caller, uint32_t contents_type, mtd_banks bank) {
+  const mtd_images image = image_contents_type_to_mtd_image_type(contents_type);
   const bool in_bank = image == mtd_image_kernel || image == mtd_image_rootfs;
   const mtd_partition* row = image == mtd_image_none
                                  ? nullptr
@@ -90,7 +90,6 @@ bool image_mask_skips(uint32_t mask, uint32_t contents_type) {
   return image_contents_has_destination(contents_type) && !image_mask_selects(mask, contents_type);
 }
 
-bool image_contents_has_destination(uint32_t contents_type) {
-  const int image = image_contents_type_to_mtd_image_type(contents_type);
-  return image != mtd_image_none && mtd_get_by_image_and_bank(nullptr, image, mtd_bank_any) != nullptr;
+bool image_skips_boot_env(uint32_t contents_type) {
+  return contents_type == image_contents_boot_env && !ubi_is_clean("ubi0");
 }

@@ -1,4 +1,4 @@
-// See file_installation.h.
+// Walking the parts of a file.
 #include "image/file_installation.h"
 
 #include <fcntl.h>
@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "flash/clean_check.h"
 #include "flash/raw_io.h"
 #include "image/destination.h"
 #include "image/header.h"
@@ -59,13 +58,13 @@ bool take_header(const mapped_file& image, uint64_t offset, image_part& part) {
 
 bool validate_part(const mapped_file& image, image_part& part) {
   const auto offset = static_cast<int>(part.offset);
-  if (image_header_verify(part.header, image_header_size, 0) == 0) {
+  if (!image_header_verify(part.header, image_header_size, false)) {
     log_printf(level_error, "Bad image header: offset=%i\n", offset);
     return false;
   }
   log_printf(level_verbose, "Found good image header: offset=%i type=%i\n", offset,
              static_cast<int>(part.type));
-  if (image_validate_destination(part.type) == 0 || !contents_fit(part, image.size())) {
+  if (!image_validate_destination(part.type) || !contents_fit(part, image.size())) {
     return false;
   }
   if (image_checksum(part.contents(), part.length) !=
@@ -80,9 +79,9 @@ bool validate_part(const mapped_file& image, image_part& part) {
 bool write_raw(const mtd_partition& row, const image_part& part) {
   if (image_contents_keep_header(part.type)) {
     return flash_write_buffer(row.dev_name, row.protect, row.type, part.start,
-                              size_t{image_header_size} + part.length) != 0;
+                              size_t{image_header_size} + part.length);
   }
-  return flash_write_buffer(row.dev_name, row.protect, row.type, part.contents(), part.length) != 0;
+  return flash_write_buffer(row.dev_name, row.protect, row.type, part.contents(), part.length);
 }
 
 bool write_part(const image_part& part, installation& state) {
@@ -92,7 +91,7 @@ bool write_part(const image_part& part, installation& state) {
     ++state.skipped;
     return true;
   }
-  if (part.type == image_contents_boot_env && ubi_is_clean("ubi0") == 0) {
+  if (image_skips_boot_env(part.type)) {
     log_printf(level_note, "Skipping boot_env image because flash is not clean\n");
     ++state.skipped;
     return true;
@@ -101,13 +100,10 @@ bool write_part(const image_part& part, installation& state) {
   if (row == nullptr) {
     return false;
   }
-  if (part.type == image_contents_kernel) {
-    state.kernel_length = part.length;
-  }
   const bool written = image_destination_is_ubi(*row) ? ubi_part_write(*row, part.header, part.contents())
                                                       : write_raw(*row, part);
   if (written) {
-    installation_count_part(state, part.type);
+    installation_count_part(state, part.type, part.length);
   }
   return written;
 }
@@ -150,12 +146,12 @@ bool for_each_part(const char* path, uint64_t smallest, Act act) {
 
 }  // namespace
 
-int image_validate(const char* path) {
+bool image_validate(const char* path) {
   log_printf(level_info, "%s: file=%s\n", __func__, path);
-  return for_each_part(path, image_header_size, validate_part) ? 1 : 0;
+  return for_each_part(path, image_header_size, validate_part);
 }
 
-int image_write(const char* path, int bank, uint32_t mask) {
+bool image_write(const char* path, mtd_banks bank, uint32_t mask) {
   log_printf(level_info, "%s: file=%s bank=%s\n", __func__, path, mtd_bank_string[bank]);
   installation state = {.bank = bank, .mask = mask};
   const bool written = for_each_part(path, 1, [&state](const mapped_file& image, image_part& part) {
@@ -164,7 +160,7 @@ int image_write(const char* path, int bank, uint32_t mask) {
   });
   if (!written) {
     log_printf(level_info, "Wrote %i image parts, skipped %i\n", state.written, state.skipped);
-    return 0;
+    return false;
   }
-  return installation_finish(state) ? 1 : 0;
+  return installation_finish(state);
 }

@@ -1,10 +1,9 @@
-// See header.h.
+// Reading and checking headers.
 #include "image/header.h"
 
 #include <cstdio>
 #include <cstring>
 
-#include "mtd/partition_table.h"
 #include "util/checksum.h"
 #include "util/log.h"
 
@@ -29,7 +28,7 @@ const char* const contents_type_names[image_contents_count] = {
 namespace {
 
 // Where each contents type goes, indexed by contents type.
-constexpr int destinations[image_contents_count] = {
+constexpr mtd_images destinations[image_contents_count] = {
     mtd_image_none,           // invalid
     mtd_image_bootstrap,      // bootstrap
     mtd_image_bootloader,     // bootloader
@@ -72,6 +71,10 @@ bool is_printable(uint8_t byte) {
 
 }  // namespace
 
+const char* image_contents_name(uint32_t contents_type) {
+  return contents_type < image_contents_count ? contents_type_names[contents_type] : "unknown";
+}
+
 uint32_t image_header_get(const uint8_t* header, image_header_fields field) {
   const uint8_t* bytes = header + field;
   return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
@@ -92,15 +95,15 @@ uint32_t image_header_checksum(uint8_t* header) {
   return checksum;
 }
 
-int image_header_verify(uint8_t* header, uint32_t length, int quiet) {
-  const bool show = quiet == 0 || log_level >= level_verbose;
+bool image_header_verify(uint8_t* header, uint32_t length, bool quiet) {
+  const bool show = !quiet || log_level >= level_verbose;
   const char* fault = length < image_header_size ? "The size of the header buffer is too small to be valid!\n"
                                                  : find_fault(header);
   if (fault != nullptr) {
     if (show) {
       log_printf(level_error, "%s", fault);
     }
-    return 0;
+    return false;
   }
   const uint32_t stored = image_header_get(header, image_field_header_checksum);
   const uint32_t calculated = image_header_checksum(header);
@@ -110,52 +113,48 @@ int image_header_verify(uint8_t* header, uint32_t length, int quiet) {
       log_printf(level_error, "Header Checksum failed! Expected 0x%x and calculated 0x%x\n",
                  __builtin_bswap32(stored), calculated);
     }
-    return 0;
+    return false;
   }
-  return 1;
+  return true;
 }
 
-int image_print_info(const uint8_t* header) {
+bool image_print_info(const uint8_t* header) {
   const uint32_t type = image_header_get(header, image_field_contents_type);
   const uint32_t length = image_header_get(header, image_field_contents_length);
   char version[32];
   char code[4];
   log_printf(level_plain, "Image info:\n");
-  log_printf(level_plain, "  Contents Type: %s (%i)\n",
-             type < image_contents_count ? contents_type_names[type] : "unknown", static_cast<int>(type));
+  log_printf(level_plain, "  Contents Type: %s (%i)\n", image_contents_name(type), static_cast<int>(type));
   log_printf(level_plain, "  Contents Length: 0x%X (%i)\n", length, static_cast<int>(length));
   log_printf(level_plain, "  Contents Checksum: 0x%08X\n",
              image_header_get(header, image_field_contents_checksum));
   const bool has_version =
-      image_get_version_string(header + image_field_contents_version, version, sizeof version) != 0;
+      image_get_version_string(header + image_field_contents_version, version, sizeof version);
   log_printf(level_plain, "  Contents Version: %s\n", has_version ? version : "none");
-  const bool has_code =
-      image_get_product_code_string(header + image_field_product_code, code, sizeof code) != 0;
+  const bool has_code = image_get_product_code_string(header + image_field_product_code, code, sizeof code);
   log_printf(level_plain, "  Product Code: %s\n", has_code ? code : "none");
-
-  const int image = image_contents_type_to_mtd_image_type(type);
-  if (image == mtd_image_none || mtd_get_by_image_and_bank(nullptr, image, mtd_bank_any) == nullptr) {
+  if (!image_contents_has_destination(type)) {
     log_printf(level_error, "Contents Type %i not supported\n", static_cast<int>(type));
-    return 0;
+    return false;
   }
-  return 1;
+  return true;
 }
 
-int image_get_product_code_string(const uint8_t* field, char* buffer, size_t size) {
+bool image_get_product_code_string(const uint8_t* field, char* buffer, size_t size) {
   if (!is_printable(field[0]) || !is_printable(field[1])) {
-    return 0;
+    return false;
   }
   snprintf(buffer, size, "%c%c", field[0], field[1]);
-  return 1;
+  return true;
 }
 
-int image_get_version_string(const uint8_t* field, char* buffer, size_t size) {
+bool image_get_version_string(const uint8_t* field, char* buffer, size_t size) {
   constexpr uint8_t none[6] = {};
   if (memcmp(field, none, sizeof none) == 0) {
-    return 0;
+    return false;
   }
   snprintf(buffer, size, "%d.%d.%d.%d%c%d", field[0], field[1], field[2], field[3], field[4], field[5]);
-  return 1;
+  return true;
 }
 
 uint32_t mtd_image_type_to_image_contents_type(int image) {
@@ -177,6 +176,11 @@ uint32_t mtd_image_type_to_image_contents_type(int image) {
   }
 }
 
-int image_contents_type_to_mtd_image_type(uint32_t contents_type) {
+mtd_images image_contents_type_to_mtd_image_type(uint32_t contents_type) {
   return contents_type < image_contents_count ? destinations[contents_type] : mtd_image_none;
+}
+
+bool image_contents_has_destination(uint32_t contents_type) {
+  const mtd_images image = image_contents_type_to_mtd_image_type(contents_type);
+  return image != mtd_image_none && mtd_get_by_image_and_bank(nullptr, image, mtd_bank_any) != nullptr;
 }

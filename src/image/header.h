@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "mtd/partition_table.h"
 #include "util/stream.h"
 
 constexpr const char image_header_id[8] = "KESTO-1";
@@ -51,6 +52,9 @@ enum image_contents : uint32_t {
 /// Names indexed by contents type.
 extern const char* const contents_type_names[image_contents_count];
 
+/// Result: the name of a contents type, "unknown" for one that has none.
+const char* image_contents_name(uint32_t contents_type);
+
 /// Reads or writes the number at a field.
 uint32_t image_header_get(const uint8_t* header, image_header_fields field);
 void image_header_set(uint8_t* header, image_header_fields field, uint32_t value);
@@ -59,25 +63,28 @@ void image_header_set(uint8_t* header, image_header_fields field, uint32_t value
 /// during the computation and restored.
 uint32_t image_header_checksum(uint8_t* header);
 
-/// Checks a header of `length` available bytes. Result: 1, or 0 after the first fault's error, which is held
-/// back when `quiet` is non-zero and the verbosity below VERBOSE. The checksum of the contents is not looked
+/// Checks a header of `length` available bytes. Result: true, or false after the first fault's error, which
+/// is held back when `quiet` and the verbosity is below VERBOSE. The checksum of the contents is not looked
 /// at. `header` must be writable and is left as it was.
-int image_header_verify(uint8_t* header, uint32_t length, int quiet);
+bool image_header_verify(uint8_t* header, uint32_t length, bool quiet);
 
-/// Prints the header's summary. Result: 1 when its contents have a destination on this device, else 0 after
-/// an error.
-int image_print_info(const uint8_t* header);
+/// Prints the header's summary. Result: true when its contents have a destination on this device, else false
+/// after an error.
+bool image_print_info(const uint8_t* header);
 
-/// `field`: the two bytes of the product code. Result: 1 with the text in `buffer` of `size` bytes, or 0 when
-/// a byte is not printable.
-int image_get_product_code_string(const uint8_t* field, char* buffer, size_t size);
+/// `field`: the two bytes of the product code. Result: true with the text in `buffer` of `size` bytes, or
+/// false when a byte is not printable.
+bool image_get_product_code_string(const uint8_t* field, char* buffer, size_t size);
 
-/// `field`: the six bytes of the version. Result: 1 with the text ("3.1.0.0R1") in `buffer` of `size` bytes,
-/// or 0 when all bytes are zero.
-int image_get_version_string(const uint8_t* field, char* buffer, size_t size);
+/// `field`: the six bytes of the version. Result: true with the text ("3.1.0.0R1") in `buffer` of `size`
+/// bytes, or false when all bytes are zero.
+bool image_get_version_string(const uint8_t* field, char* buffer, size_t size);
 
 /// Result: the contents type that belongs to a kind of partition (mtd_images), 0 when none does.
 uint32_t mtd_image_type_to_image_contents_type(int image);
 
 /// Result: the kind of partition (mtd_images) that a contents type goes to, mtd_image_none when none does.
-int image_contents_type_to_mtd_image_type(uint32_t contents_type);
+mtd_images image_contents_type_to_mtd_image_type(uint32_t contents_type);
+
+/// Result: true when there are partitions for contents of this type on this device, in whatever bank.
+bool image_contents_has_destination(uint32_t contents_type);

@@ -1,9 +1,8 @@
-// See installation.h.
+// The last act. Environment variables set: kernel_size_1, kernel_size_2, kernel_size_single, bootbank.
 #include "image/installation.h"
 
 #include "bootenv/environment.h"
 #include "image/destination.h"
-#include "mtd/partition_table.h"
 #include "util/log.h"
 #include "util/text_buffer.h"
 
@@ -15,7 +14,7 @@ bool set_kernel_size(const installation& state) {
   name.format("kernel_size_%s", mtd_bank_string[state.bank]);
   value.format("%X", state.kernel_length);
   log_printf(level_progress, "Setting '%s=%s' in the boot environment\n", name.text(), value.text());
-  if (uboot_env_set_val(name.text(), value.text()) != 0) {
+  if (uboot_env_set_val(name.text(), value.text())) {
     return true;
   }
   log_printf(level_error, "Failed to set %s=%s in the boot environment\n", name.text(), value.text());
@@ -25,7 +24,7 @@ bool set_kernel_size(const installation& state) {
 bool set_bootbank(const installation& state) {
   const char* bank = mtd_bank_string[state.bank];
   log_printf(level_progress, "Setting 'bootbank=%s' in the boot environment\n", bank);
-  if (uboot_env_set_val("bootbank", bank) != 0) {
+  if (uboot_env_set_val("bootbank", bank)) {
     return true;
   }
   log_printf(level_error, "Failed to set bootbank=%s in the boot environment\n", bank);
@@ -34,8 +33,11 @@ bool set_bootbank(const installation& state) {
 
 }  // namespace
 
-void installation_count_part(installation& state, uint32_t contents_type) {
+void installation_count_part(installation& state, uint32_t contents_type, uint32_t length) {
   ++state.written;
+  if (contents_type == image_contents_kernel) {
+    state.kernel_length = length;
+  }
   state.switches_bank = state.switches_bank || image_contents_switch_bank(contents_type);
 }
 

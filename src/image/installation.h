@@ -3,17 +3,19 @@
 
 #include <cstdint>
 
+#include "mtd/partition_table.h"
+
 struct installation {
-  int bank;       // mtd_bank_1, mtd_bank_2 or mtd_bank_single
-  uint32_t mask;  // contents types to install, one bit each
+  mtd_banks bank;  // 1, 2 or single
+  uint32_t mask;   // contents types to install, one bit each
   int written = 0;
   int skipped = 0;
   uint32_t kernel_length = 0;  // bytes of kernel contents, 0 without a kernel part
   bool switches_bank = false;  // a kernel or root file system was written
 };
 
-/// Counts a part that was handed to its destination.
-void installation_count_part(installation& state, uint32_t contents_type);
+/// Counts a part of `length` bytes of contents that was handed to its destination.
+void installation_count_part(installation& state, uint32_t contents_type, uint32_t length);
 
 /// Ends an installation whose parts all succeeded: reports the counts and, when a kernel or root file system
 /// was written, sets "kernel_size_BANK" and then "bootbank" in the boot environment, so that the switch of

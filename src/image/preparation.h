@@ -1,11 +1,14 @@
 // What a network installation does before and after its second transfer, from the headers that the first one
-// has saved in `header_path`. Results: 1, or 0 after an error.
+// has saved in `header_path`. Only parts that `mask` selects (one bit per contents type) are looked at.
+// Results: true, or false after the first error.
 #pragma once
 
 #include <cstdint>
 
-/// Erases and formats what the image will replace, and makes the bank schema suit it.
-int image_prepare_system(const char* header_path, int bank, uint32_t mask);
+#include "mtd/partition_table.h"
 
-/// Completes what needs a last step.
-int image_finalize_system(const char* header_path, int bank, uint32_t mask);
+/// Erases and formats what the image will replace, and makes the bank schema suit it.
+bool image_prepare_system(const char* header_path, mtd_banks bank, uint32_t mask);
+
+/// Completes what needs a last step: puts the saved Python packages back.
+bool image_finalize_system(const char* header_path, mtd_banks bank, uint32_t mask);

@@ -1,4 +1,4 @@
-// See stream_installation.h.
+// Taking headers and contents off a stream.
 #include "image/stream_installation.h"
 
 #include <fcntl.h>
@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "flash/clean_check.h"
 #include "flash/raw_io.h"
 #include "image/destination.h"
 #include "image/header.h"
@@ -57,14 +56,14 @@ bool accept_header(int fd, const unique_fd& saved_headers, int number, header_re
     log_printf(level_error, "Failed to write firmware image [%s]\n", strerror(errno));
     return false;
   }
-  if (image_header_verify(header.bytes, image_header_size, 1) == 0) {
+  if (!image_header_verify(header.bytes, image_header_size, true)) {
     image_print_info(header.bytes);
     log_printf(level_error, "Bad image header %d\n", number);
     return false;
   }
   const uint32_t type = header.get(image_field_contents_type);
   log_printf(level_verbose, "Found good image header: type=%i\n", static_cast<int>(type));
-  if (image_validate_destination(type) == 0) {
+  if (!image_validate_destination(type)) {
     log_printf(level_error, "Bad image destination\n");
     return false;
   }
@@ -103,7 +102,7 @@ bool write_contents(const mtd_partition& row, const header_reader& header, int f
   }
   const bool keep_header = image_contents_keep_header(header.get(image_field_contents_type));
   return flash_write_buffer_fd(row.dev_name, row.protect, row.type, fd, keep_header ? header.bytes : nullptr,
-                               header.get(image_field_contents_length), 0, checksum) != 0;
+                               header.get(image_field_contents_length), 0, checksum);
 }
 
 bool write_part(const header_reader& header, int fd, bool format_allowed, installation& state) {
@@ -115,7 +114,7 @@ bool write_part(const header_reader& header, int fd, bool format_allowed, instal
     ++state.skipped;
     return true;
   }
-  if (type == image_contents_boot_env && ubi_is_clean("ubi0") == 0) {
+  if (image_skips_boot_env(type)) {
     ++state.skipped;
     return skip_boot_env(fd, length);
   }
@@ -123,20 +122,17 @@ bool write_part(const header_reader& header, int fd, bool format_allowed, instal
   if (row == nullptr) {
     return false;
   }
-  if (type == image_contents_kernel) {
-    state.kernel_length = length;
-  }
   uint64_t checksum = 0;
   if (!write_contents(*row, header, fd, format_allowed, &checksum)) {
     log_printf(level_error, "Failed to write firmware image\n");
     return false;
   }
-  installation_count_part(state, type);
+  installation_count_part(state, type, length);
   return checksum_matches(checksum, header.get(image_field_contents_checksum), "");
 }
 
 // Receives one part completely and checks it.
-bool check_part(int fd, int bank, header_reader& header) {
+bool check_part(int fd, mtd_banks bank, header_reader& header) {
   switch (header.receive(fd)) {
     case stream_status::complete:
       break;
@@ -156,13 +152,13 @@ bool check_part(int fd, int bank, header_reader& header) {
     log_printf(level_error, "Failed to read firmware data [%s]\n", strerror(errno));
     return false;
   }
-  if (image_header_verify(header.bytes, image_header_size, 1) == 0) {
+  if (!image_header_verify(header.bytes, image_header_size, true)) {
     log_printf(level_error, "Bad image header\n");
     return false;
   }
   // Nothing must be erased for an image that holds a part for no partition at all.
   const uint32_t type = header.get(image_field_contents_type);
-  if (image_validate_destination(type) == 0 ||
+  if (!image_validate_destination(type) ||
       image_find_destination("image_get_headers_fd", type, bank) == nullptr) {
     log_printf(level_error, "Bad image destination\n");
     return false;
@@ -172,45 +168,44 @@ bool check_part(int fd, int bank, header_reader& header) {
 
 }  // namespace
 
-int image_write_fd(const char* header_path, int fd, int bank, uint32_t mask, int format_allowed) {
+bool image_write_fd(const char* header_path, int fd, mtd_banks bank, uint32_t mask, bool format_allowed) {
   log_printf(level_trace, "%s:\n", __func__);
   unique_fd saved_headers;
   if (header_path != nullptr) {
     saved_headers.reset(open(header_path, O_RDONLY | O_CLOEXEC));
     if (!saved_headers) {
       log_printf(level_error, "open(%s) error(%s)\n", header_path, strerror(errno));
-      return 0;
+      return false;
     }
   }
   installation state = {.bank = bank, .mask = mask};
   header_reader header;
   int number = 0;
   do {
-    if (!accept_header(fd, saved_headers, number, header) ||
-        !write_part(header, fd, format_allowed != 0, state)) {
-      return 0;
+    if (!accept_header(fd, saved_headers, number, header) || !write_part(header, fd, format_allowed, state)) {
+      return false;
     }
     ++number;
   } while (header.get(image_field_next_header_flag) != 0);
-  return installation_finish(state) ? 1 : 0;
+  return installation_finish(state);
 }
 
-int image_get_headers_fd(int fd, int bank, uint32_t /*mask*/, const char* header_path) {
+bool image_get_headers_fd(int fd, mtd_banks bank, uint32_t /*mask*/, const char* header_path) {
   log_printf(level_trace, "%s:\n", __func__);
   const unique_fd headers(open(header_path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
   if (!headers) {
     log_printf(level_error, "Failed to save image information\n");
-    return 0;
+    return false;
   }
   header_reader header;
   do {
     if (!check_part(fd, bank, header)) {
-      return 0;
+      return false;
     }
     if (write(headers.get(), header.bytes, image_header_size) != static_cast<ssize_t>(image_header_size)) {
       log_printf(level_error, "Failed to save image information\n");
-      return 0;
+      return false;
     }
   } while (header.get(image_field_next_header_flag) != 0);
-  return 1;
+  return true;
 }

@@ -1,4 +1,4 @@
-// See attachment.h. Tools run: /bin/mount, /bin/umount, and those of ubi/volume.
+// Mounting, feeding a tool, and giving back. Tools run: /bin/mount, /bin/umount, and those of ubi/device.
 #include "ubi/attachment.h"
 
 #include <unistd.h>
@@ -6,12 +6,12 @@
 #include <cerrno>
 #include <cstring>
 
-#include "ubi/volume.h"
+#include "ubi/device.h"
 #include "util/log.h"
 #include "util/stream.h"
 
 ubi_attachment::ubi_attachment(const char* ubi_dev_name, on_exit exit)
-    : ubi_dev_name_(ubi_dev_name), exit_(exit), attached_(ubi_attach(ubi_dev_name) != 0) {}
+    : ubi_dev_name_(ubi_dev_name), exit_(exit), attached_(ubi_attach(ubi_dev_name)) {}
 
 ubi_attachment::~ubi_attachment() {
   survive_tool_.reset();
@@ -25,25 +25,33 @@ ubi_attachment::~ubi_attachment() {
   }
 }
 
-// A key that ended one of these tools would leave the volume mounted, or the device attached, for good. It is
-// heard between the two: running the second one would forget it.
+// Ctrl-C must not end one of these tools: the volume would stay mounted, or the device attached, for good. It
+// is let through between the two, or running the second tool would lose it.
 bool ubi_attachment::give_back() {
   bool unmounted = true;
   if (exit_ == on_exit::unmount_and_detach) {
     const sigint_deferred until_unmounted;
     command_line line;
     unmounted = compose_command(line, "/bin/umount %s &> /dev/null", ubi_mount_point) &&
-                exec_system_cmd_quiet(line.text()) == 0;
+                run_command_quiet(line.text());
   }
   const sigint_deferred until_detached;
-  return ubi_detach(ubi_dev_name_) != 0 && unmounted;
+  return ubi_detach(ubi_dev_name_) && unmounted;
 }
 
-bool ubi_attachment::mount(const char* ubi_device, const mtd_partition& row) {
+bool ubi_attachment::mount(const mtd_partition& volume) {
   command_line line;
-  return compose_command(line, "/bin/mount -t ubifs -o sync,compr=zlib %s:%s %s &> /dev/null", ubi_device,
-                         row.part_name, ubi_mount_point) &&
-         exec_system_cmd_quiet(line.text()) == 0;
+  return compose_command(line, "/bin/mount -t ubifs -o sync,compr=zlib %s:%s %s &> /dev/null",
+                         ubi_device_of(volume), volume.part_name, ubi_mount_point) &&
+         run_command_quiet(line.text());
+}
+
+bool ubi_attachment::mount_for_update(const mtd_partition& volume) {
+  if (mount(volume)) {
+    return true;
+  }
+  log_printf(level_error, "Failed to mount rootfs for update\n");
+  return false;
 }
 
 bool ubi_attachment::start_tool(const command_line& line) {
@@ -59,20 +67,19 @@ bool ubi_attachment::start_tool(const command_line& line) {
   return true;
 }
 
-bool ubi_attachment::write_all(const void* data, size_t size) {
-  const auto* next = static_cast<const uint8_t*>(data);
+bool ubi_attachment::write_all(const uint8_t* data, size_t size) {
   while (size > 0) {
-    const ssize_t written = write(tool_->fd(), next, size);
+    const ssize_t written = write(tool_->fd(), data, size);
     if (written <= 0) {
       return false;
     }
-    next += written;
+    data += written;
     size -= static_cast<size_t>(written);
   }
   return true;
 }
 
-bool ubi_attachment::feed(const void* data, size_t size) {
+bool ubi_attachment::feed(const uint8_t* data, size_t size) {
   if (write_all(data, size)) {
     return true;
   }
@@ -83,6 +90,14 @@ bool ubi_attachment::feed(const void* data, size_t size) {
 void ubi_attachment::finish_tool() {
   survive_tool_.reset();
   tool_.reset();
+}
+
+bool ubi_attachment::feed_all(const uint8_t* data, size_t size) {
+  if (!feed(data, size)) {
+    return false;
+  }
+  finish_tool();
+  return true;
 }
 
 bool ubi_attachment::stream_to_tool(int fd, const uint8_t* header, uint32_t length, uint64_t* checksum,

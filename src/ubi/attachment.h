@@ -1,5 +1,5 @@
-// The frame of every operation inside the UBI device: attached, perhaps mounted, perhaps feeding a tool, and
-// given back on every way out.
+// The UBI device attached for one operation: perhaps with a volume mounted, perhaps with a tool that is fed
+// with contents, and all of it given back on every way out.
 #pragma once
 
 #include <cstddef>
@@ -19,25 +19,27 @@ class ubi_attachment {
   enum class on_exit { detach, unmount_and_detach };
 
   /// Attaches the UBI device. On destruction the volume is unmounted (as asked for, mounted or not) and the
-  /// device detached, whatever came before. `ubi_dev_name` must outlive the frame.
+  /// device detached, whatever came before. `ubi_dev_name` must outlive the object.
   ubi_attachment(const char* ubi_dev_name, on_exit exit);
   ubi_attachment(const ubi_attachment&) = delete;
   ubi_attachment& operator=(const ubi_attachment&) = delete;
   ~ubi_attachment();
 
+  /// False when the device could not be attached, after an error.
   bool attached() const { return attached_; }
 
-  /// Mounts the volume of `row`, of UBI device `ubi_device`, on /mnt. Logs nothing. Result: true when
-  /// mounted.
-  bool mount(const char* ubi_device, const mtd_partition& row);
+  /// Mounts a volume on /mnt. Logs nothing. Result: true when mounted.
+  bool mount(const mtd_partition& volume);
+  /// The same with an error when it cannot be mounted.
+  bool mount_for_update(const mtd_partition& volume);
 
-  /// Starts a tool that reads its standard input from feed(). Result: true, or false after an error.
+  /// Starts a tool that reads what it is fed with from its standard input. Result: true, or false after an
+  /// error.
   bool start_tool(const command_line& line);
-  /// Writes all of the data to the tool. Result: true, or false after an error.
-  bool feed(const void* data, size_t size);
-  /// Ends the tool's input and waits for it. Its exit status is not looked at: tools have long complained
-  /// about images that are good.
-  void finish_tool();
+
+  /// Feeds the tool with all of the data, ends its input and waits for it. Result: true, or false after an
+  /// error. The tool's exit status is not looked at: tools have long complained about images that are good.
+  bool feed_all(const uint8_t* data, size_t size);
 
   struct stream_texts {
     const char* writer;                // begins the end message
@@ -45,12 +47,15 @@ class ubi_attachment {
   };
   /// Feeds the tool with `header` (256 bytes, unless null) and `length` bytes received from `fd`, and ends
   /// its input. `*checksum` (unless null) gets the image checksum without the header. Result: true, or false
-  /// after an error. After a time-out or a failed write the tool's input stays open until the frame ends.
+  /// after an error. After a time-out or a failed write the tool's input stays open until the object is
+  /// destroyed.
   bool stream_to_tool(int fd, const uint8_t* header, uint32_t length, uint64_t* checksum, stream_texts texts);
 
  private:
   bool give_back();
-  bool write_all(const void* data, size_t size);
+  bool write_all(const uint8_t* data, size_t size);
+  bool feed(const uint8_t* data, size_t size);
+  void finish_tool();
 
   const char* ubi_dev_name_;
   on_exit exit_;

@@ -1,4 +1,5 @@
-// See format.h. Tools run: /usr/sbin/ubiformat, and those of ubi/volume, flash/raw_io and mtd/mtdparts.
+// The steps of a format. Tools run: /usr/sbin/ubiformat, and those of ubi/device, ubi/volume, flash/raw_io,
+// mtd/mtdparts and mtd/repartition.
 #include "ubi/format.h"
 
 #include <cstring>
@@ -8,6 +9,8 @@
 #include "mtd/partition_table.h"
 #include "mtd/proc_mtd.h"
 #include "mtd/repartition.h"
+#include "ubi/attachment.h"
+#include "ubi/device.h"
 #include "ubi/volume.h"
 #include "util/exec.h"
 #include "util/log.h"
@@ -32,10 +35,10 @@ bool repartition(const char* ubi_dev_name, uint32_t current, uint32_t total, uin
   if (row == nullptr) {
     return false;
   }
-  const int changed = current > total ? mtd_partition_split(row->part_name, total, ubi0_mtd_size_max - total)
-                                      : mtd_partition_merge(row->part_name);
-  return changed != 0 && ubi_set_mtd_size_to_env(ubi_dev_name, total_kib) != 0 &&
-         flash_erase_whole_partition(row->dev_name, row->type, 0) != 0;
+  const bool changed = current > total ? mtd_partition_split(row->part_name, total, ubi0_mtd_size_max - total)
+                                       : mtd_partition_merge(row->part_name);
+  return changed && ubi_set_mtd_size_to_env(ubi_dev_name, total_kib) &&
+         flash_erase_whole_partition(row->dev_name, row->type, 0);
 }
 
 bool run_ubiformat() {
@@ -44,7 +47,7 @@ bool run_ubiformat() {
   return row != nullptr &&
          compose_command(line, "/usr/sbin/ubiformat %s -y%s", row->dev_name,
                          log_level <= level_info ? " -q" : "") &&
-         exec_system_cmd(line.text()) == 0;
+         run_command(line.text());
 }
 
 // The size of a volume in KiB, 0 for all that is left. Per cents are taken of the whole partition even when
@@ -63,7 +66,7 @@ bool make_volumes(const char* ubi_dev_name, uint32_t rootfs_size_kib) {
   const mtd_partition* row = nullptr;
   while ((row = mtd_get_by_type(row, mtd_type_any)) != nullptr) {
     if (strstr(row->dev_name, ubi_dev_name) != nullptr &&
-        ubi_mkvol(row->dev_name, volume_size_kib(*row, rootfs_size_kib), row->part_name) == 0) {
+        !ubi_mkvol(row->dev_name, volume_size_kib(*row, rootfs_size_kib), row->part_name)) {
       return false;
     }
   }
@@ -72,7 +75,7 @@ bool make_volumes(const char* ubi_dev_name, uint32_t rootfs_size_kib) {
 
 }  // namespace
 
-int ubi_format(const char* ubi_dev_name, uint32_t rootfs_size_kib, uint32_t total_size_kib) {
+bool ubi_format(const char* ubi_dev_name, uint32_t rootfs_size_kib, uint32_t total_size_kib) {
   log_printf(level_trace, "%s: ubi_dev_name=%s rootfs_size_kib=%u total_size_kib=%u\n", __func__,
              ubi_dev_name, rootfs_size_kib, total_size_kib);
   if (rootfs_size_kib == 0) {
@@ -87,12 +90,11 @@ int ubi_format(const char* ubi_dev_name, uint32_t rootfs_size_kib, uint32_t tota
   ubi_detach(ubi_dev_name);
   const uint32_t current = current_size(ubi_dev_name);
   if (current != total && !repartition(ubi_dev_name, current, total, total_size_kib)) {
-    return 0;
+    return false;
   }
   if (!run_ubiformat()) {
-    return 0;
+    return false;
   }
-  const bool made = ubi_attach(ubi_dev_name) != 0 && make_volumes(ubi_dev_name, rootfs_size_kib);
-  ubi_detach(ubi_dev_name);
-  return made ? 1 : 0;
+  const ubi_attachment ubi(ubi_dev_name, ubi_attachment::on_exit::detach);
+  return ubi.attached() && make_volumes(ubi_dev_name, rootfs_size_kib);
 }

@@ -1,12 +1,13 @@
-// See python_writer.h. Tools run: tar, rm, mv, cp, mkdir. Paths: /tmp/python, /tmp/site-packages.
+// Replacing the Python installation. Tools run: tar, rm, mv, cp, mkdir. Paths: /tmp/python,
+// /tmp/site-packages.
 #include "ubi/python_writer.h"
 
 #include <sys/vfs.h>
 
 #include <initializer_list>
 
-#include "mtd/partition_table.h"
 #include "ubi/attachment.h"
+#include "ubi/device.h"
 #include "util/exec.h"
 #include "util/log.h"
 
@@ -58,82 +59,62 @@ bool check_space_and_save_packages() {
   return true;
 }
 
-bool start_unpacking(ubi_attachment& frame) {
+bool start_unpacking(ubi_attachment& ubi) {
   command_line line;
-  return compose_command(line, "tar -xmzaf - -C %s/python/", ubi_mount_point) && frame.start_tool(line);
+  return compose_command(line, "tar -xmzaf - -C %s/python/", ubi_mount_point) && ubi.start_tool(line);
 }
 
 // Runs `work` with the volume mounted.
 template <typename Work>
-bool with_mounted_volume(const char* mtd_dev_name, const char* ubi_dev_name, Work work) {
-  const mtd_partition* row = mtd_get_by_dev_name(mtd_dev_name);
-  if (row == nullptr) {
-    log_printf(level_error, "No entry in mtd table for %s\n", mtd_dev_name);
-    return false;
-  }
-  ubi_attachment frame(ubi_dev_name, ubi_attachment::on_exit::unmount_and_detach);
-  if (!frame.attached()) {
-    return false;
-  }
-  if (!frame.mount(mtd_type_string[row->type], *row)) {
-    log_printf(level_error, "Failed to mount rootfs for update\n");
-    return false;
-  }
-  return work(frame);
+bool with_mounted_volume(const mtd_partition& volume, Work work) {
+  ubi_attachment ubi(ubi_device_of(volume), ubi_attachment::on_exit::unmount_and_detach);
+  return ubi.attached() && ubi.mount_for_update(volume) && work(ubi);
 }
 
 }  // namespace
 
-int ubi_write_buffer_python_fs_tar_lzma(const char* mtd_dev_name, const char* ubi_dev_name,
-                                        const uint8_t* buffer, size_t size) {
-  log_printf(level_trace, "%s: mtd_dev_name=%s ubi_dev_name=%s src_len=%u\n", __func__, mtd_dev_name,
-             ubi_dev_name, static_cast<unsigned>(size));
-  const bool installed = with_mounted_volume(mtd_dev_name, ubi_dev_name, [=](ubi_attachment& frame) {
-    if (!check_space_and_save_packages() || !start_unpacking(frame) || !frame.feed(buffer, size)) {
+bool ubi_write_buffer_python_fs_tar_lzma(const mtd_partition& volume, const uint8_t* buffer, size_t size) {
+  log_printf(level_trace, "%s: mtd_dev_name=%s ubi_dev_name=%s src_len=%u\n", __func__, volume.dev_name,
+             ubi_device_of(volume), static_cast<unsigned>(size));
+  return with_mounted_volume(volume, [=](ubi_attachment& ubi) {
+    if (!check_space_and_save_packages() || !start_unpacking(ubi) || !ubi.feed_all(buffer, size)) {
       return false;
     }
-    frame.finish_tool();
     restore_packages();
     return true;
   });
-  return installed ? 1 : 0;
 }
 
-int ubi_python_fs_tar_lzma_fd_prepare(const char* mtd_dev_name, const char* ubi_dev_name) {
-  log_printf(level_trace, "%s: mtd_dev_name=%s ubi_dev_name=%s\n", __func__, mtd_dev_name, ubi_dev_name);
-  const auto work = [](ubi_attachment& /*frame*/) { return check_space_and_save_packages(); };
-  return with_mounted_volume(mtd_dev_name, ubi_dev_name, work) ? 1 : 0;
+bool ubi_python_fs_tar_lzma_fd_prepare(const mtd_partition& volume) {
+  log_printf(level_trace, "%s: mtd_dev_name=%s ubi_dev_name=%s\n", __func__, volume.dev_name,
+             ubi_device_of(volume));
+  return with_mounted_volume(volume, [](ubi_attachment&) { return check_space_and_save_packages(); });
 }
 
-int ubi_write_buffer_python_fs_tar_lzma_fd(const char* mtd_dev_name, const char* ubi_dev_name, int fd,
-                                           const uint8_t* header, uint32_t length, uint64_t* checksum,
-                                           int self_contained) {
-  log_printf(level_trace, "%s: mtd_dev_name=%s ubi_dev_name=%s src_len=%u\n", __func__, mtd_dev_name,
-             ubi_dev_name, length);
-  const bool installed = with_mounted_volume(mtd_dev_name, ubi_dev_name, [=](ubi_attachment& frame) {
-    if (self_contained != 0 && !check_space_and_save_packages()) {
+bool ubi_write_buffer_python_fs_tar_lzma_fd(const mtd_partition& volume, int fd, const uint8_t* header,
+                                            uint32_t length, uint64_t* checksum, bool self_contained) {
+  log_printf(level_trace, "%s: mtd_dev_name=%s ubi_dev_name=%s src_len=%u\n", __func__, volume.dev_name,
+             ubi_device_of(volume), length);
+  return with_mounted_volume(volume, [=](ubi_attachment& ubi) {
+    if ((self_contained && !check_space_and_save_packages()) || !start_unpacking(ubi) ||
+        !ubi.stream_to_tool(fd, header, length, checksum,
+                            {.writer = "ubi_write_buffer_python_fs_tar_lzma_fd total"})) {
       return false;
     }
-    if (!start_unpacking(frame) ||
-        !frame.stream_to_tool(fd, header, length, checksum,
-                              {.writer = "ubi_write_buffer_python_fs_tar_lzma_fd total"})) {
-      return false;
-    }
-    if (self_contained != 0) {
+    if (self_contained) {
       restore_packages();
     }
     return true;
   });
-  return installed ? 1 : 0;
 }
 
-int ubi_python_fs_tar_lzma_fd_finalize(const char* mtd_dev_name, const char* ubi_dev_name) {
-  log_printf(level_trace, "%s: mtd_dev_name=%s ubi_dev_name=%s\n", __func__, mtd_dev_name, ubi_dev_name);
-  const auto work = [](ubi_attachment& /*frame*/) {
+bool ubi_python_fs_tar_lzma_fd_finalize(const mtd_partition& volume) {
+  log_printf(level_trace, "%s: mtd_dev_name=%s ubi_dev_name=%s\n", __func__, volume.dev_name,
+             ubi_device_of(volume));
+  return with_mounted_volume(volume, [](ubi_attachment&) {
     restore_packages();
     return true;
-  };
-  return with_mounted_volume(mtd_dev_name, ubi_dev_name, work) ? 1 : 0;
+  });
 }
 
 uint32_t getAvailableSpace(const char* path) {

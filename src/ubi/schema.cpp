@@ -1,8 +1,10 @@
-// See schema.h.
+// Reading the schema off the volumes, and changing it. Tools run: those of ubi/volume and
+// bootenv/environment.
 #include "ubi/schema.h"
 
 #include "bootenv/environment.h"
 #include "mtd/partition_table.h"
+#include "ubi/device.h"
 #include "ubi/volume.h"
 #include "util/log.h"
 
@@ -63,7 +65,7 @@ bool mismatch(schema expected, schema detected) {
 // Result: true when the volumes agree with the bank that the device boots.
 bool layout_is_consistent() {
   log_printf(level_trace, "%s:\n", "ubi_check_rootfs_schema_consistency");
-  const int active = uboot_env_get_active_bank();
+  const mtd_banks active = uboot_env_get_active_bank();
   const layout lebs = read_layout();
   if (!lebs.complete()) {
     log_printf(level_error, "Failed to discover all current rootfs volume sizes\n");
@@ -78,13 +80,14 @@ bool layout_is_consistent() {
   return true;
 }
 
-const mtd_partition* rootfs_row(int type, int bank) {
+// Result: the root file system of `bank` on the UBI device of `target`, or null.
+const mtd_partition* rootfs_beside(const mtd_partition& target, mtd_banks bank) {
   const mtd_partition* row = mtd_get_by_image_and_bank(nullptr, mtd_image_rootfs, bank);
-  return row != nullptr && row->type == type ? row : nullptr;
+  return row != nullptr && row->type == target.type ? row : nullptr;
 }
 
 bool resize(const mtd_partition& row, int lebs) {
-  if (ubi_rsvol(row.dev_name, lebs) != 0) {
+  if (ubi_rsvol(row.dev_name, lebs)) {
     return true;
   }
   log_printf(level_error, "Failed to resize volume %s to %i LEBs\n", row.part_name, lebs);
@@ -92,10 +95,10 @@ bool resize(const mtd_partition& row, int lebs) {
 }
 
 // Shrinks before it grows, so that the space is free when it is claimed.
-bool change_to(schema wanted, int type) {
-  const mtd_partition* bank_1 = rootfs_row(type, mtd_bank_1);
-  const mtd_partition* bank_2 = rootfs_row(type, mtd_bank_2);
-  const mtd_partition* single = rootfs_row(type, mtd_bank_single);
+bool change_to(schema wanted, const mtd_partition& target) {
+  const mtd_partition* bank_1 = rootfs_beside(target, mtd_bank_1);
+  const mtd_partition* bank_2 = rootfs_beside(target, mtd_bank_2);
+  const mtd_partition* single = rootfs_beside(target, mtd_bank_single);
   if (bank_1 == nullptr || bank_2 == nullptr || single == nullptr) {
     return false;
   }
@@ -109,26 +112,30 @@ bool change_to(schema wanted, int type) {
 
 }  // namespace
 
-int ubi_change_rootfs_schema_if_needed(const char* dev_name) {
-  log_printf(level_trace, "%s: mtd_dev_name=%s\n", __func__, dev_name);
+bool ubi_change_rootfs_schema_if_needed(const mtd_partition& target) {
+  log_printf(level_trace, "%s: mtd_dev_name=%s\n", __func__, target.dev_name);
   if (!layout_is_consistent()) {
-    return 0;
+    return false;
   }
-  const int active = uboot_env_get_active_bank();
-  const mtd_partition* target = mtd_get_by_dev_name(dev_name);
-  if (target == nullptr) {
-    log_printf(level_error, "No entry in mtd table for %s\n", dev_name);
-    return 0;
-  }
-  const bool to_dual = active == mtd_bank_single && is_dual_bank(target->bank);
-  const bool to_single = is_dual_bank(active) && target->bank == mtd_bank_single;
+  const mtd_banks active = uboot_env_get_active_bank();
+  const bool to_dual = active == mtd_bank_single && is_dual_bank(target.bank);
+  const bool to_single = is_dual_bank(active) && target.bank == mtd_bank_single;
   if (!to_dual && !to_single) {
     log_printf(level_verbose, "No rootfs bank schema change needed. Still '%s'\n",
                schema_name(active == mtd_bank_single ? schema::single : schema::dual));
-    return 1;
+    return true;
   }
   const schema wanted = to_single ? schema::single : schema::dual;
-  log_printf(level_note, "Changing rootfs bank schema for %s to '%s'\n", mtd_type_string[target->type],
+  log_printf(level_note, "Changing rootfs bank schema for %s to '%s'\n", ubi_device_of(target),
              schema_name(wanted));
-  return change_to(wanted, target->type) ? 1 : 0;
+  return change_to(wanted, target);
+}
+
+bool ubi_change_rootfs_schema_if_needed(const char* dev_name) {
+  if (const mtd_partition* target = mtd_get_by_dev_name(dev_name)) {
+    return ubi_change_rootfs_schema_if_needed(*target);
+  }
+  log_printf(level_trace, "%s: mtd_dev_name=%s\n", __func__, dev_name);
+  log_printf(level_error, "No entry in mtd table for %s\n", dev_name);
+  return false;
 }

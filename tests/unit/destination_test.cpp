@@ -99,7 +99,7 @@ TEST_F(image_destination_test, every_type_finds_its_row_for_every_bank) {
       {14, {"vexo_user", "vexo_user", "vexo_user"}, true, false, false},
   };
   for (const auto& c : cases) {
-    for (int bank = mtd_bank_1; bank <= mtd_bank_single; bank++) {
+    for (const mtd_banks bank : {mtd_bank_1, mtd_bank_2, mtd_bank_single}) {
       const mtd_partition* row = image_find_destination("caller", c.type, bank);
       ASSERT_NE(row, nullptr) << c.type << " " << bank;
       EXPECT_STREQ(row->part_name, c.rows[bank - 1]);

@@ -195,7 +195,7 @@ TEST_F(image_write_test, raw_parts_go_to_their_partitions_and_the_bank_is_switch
 TEST_F(image_write_test, each_bank_has_its_kernel) {
   constexpr const char* nodes[] = {"/dev/mtd5", "/dev/mtd6", "/dev/mtd7"};
   put(kernel.whole());
-  for (int bank = mtd_bank_1; bank <= mtd_bank_single; bank++) {
+  for (const mtd_banks bank : {mtd_bank_1, mtd_bank_2, mtd_bank_single}) {
     EXPECT_EQ(image_write(path, bank, all_types), 1);
     EXPECT_EQ(flash(nodes[bank - 1], 256 + 0x1ABC), kernel.whole());
     EXPECT_EQ(root.env()["bootbank"], mtd_bank_string[bank]);

@@ -9,7 +9,7 @@ class installation_test : public loader_test {};
 
 TEST_F(installation_test, kernel_size_is_set_first_and_the_bank_last) {
   const installation state = {
-      .bank = 2, .mask = 0, .written = 2, .kernel_length = 0x1ABCD, .switches_bank = true};
+      .bank = mtd_bank_2, .mask = 0, .written = 2, .kernel_length = 0x1ABCD, .switches_bank = true};
   EXPECT_TRUE(installation_finish(state));
   EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/fw_setenv kernel_size_2 1ABCD > /dev/null 2>&1",
                                        "/usr/sbin/fw_setenv bootbank 2 > /dev/null 2>&1"}));
@@ -18,7 +18,7 @@ TEST_F(installation_test, kernel_size_is_set_first_and_the_bank_last) {
 
 TEST_F(installation_test, every_bank_has_its_variable_and_name) {
   constexpr const char* names[] = {"1", "2", "single"};
-  for (int bank = mtd_bank_1; bank <= mtd_bank_single; bank++) {
+  for (const mtd_banks bank : {mtd_bank_1, mtd_bank_2, mtd_bank_single}) {
     EXPECT_TRUE(
         installation_finish({.bank = bank, .mask = 0, .kernel_length = 0xFFFFFFFF, .switches_bank = true}));
     EXPECT_EQ(root.env()["bootbank"], names[bank - 1]);
@@ -27,8 +27,8 @@ TEST_F(installation_test, every_bank_has_its_variable_and_name) {
 }
 
 TEST_F(installation_test, a_root_file_system_without_a_kernel_sets_the_size_to_zero) {
-  installation state = {.bank = 1, .mask = 0};
-  installation_count_part(state, 12);
+  installation state = {.bank = mtd_bank_1, .mask = 0};
+  installation_count_part(state, 12, 0);
   EXPECT_TRUE(installation_finish(state));
   EXPECT_EQ(root.env()["kernel_size_1"], "0");
   EXPECT_EQ(root.env()["bootbank"], "1");
@@ -36,24 +36,28 @@ TEST_F(installation_test, a_root_file_system_without_a_kernel_sets_the_size_to_z
 
 TEST_F(installation_test, only_kernels_and_root_file_systems_switch_the_bank) {
   for (uint32_t type = 0; type <= 15; type++) {
-    installation state = {.bank = 2, .mask = 0};
-    installation_count_part(state, type);
+    installation state = {.bank = mtd_bank_2, .mask = 0};
+    installation_count_part(state, type, 0);
     EXPECT_EQ(state.written, 1);
     EXPECT_EQ(state.switches_bank, type == 4 || type == 5 || type == 10 || type == 12 || type == 13) << type;
   }
 }
 
 TEST_F(installation_test, other_parts_leave_the_environment_alone) {
-  installation state = {.bank = 2, .mask = 0};
-  installation_count_part(state, 2);
-  installation_count_part(state, 8);
+  installation state = {.bank = mtd_bank_2, .mask = 0};
+  installation_count_part(state, 2, 0);
+  installation_count_part(state, 8, 0);
   EXPECT_TRUE(installation_finish(state));
   EXPECT_EQ(root.shell_lines(), lines());
 }
 
 TEST_F(installation_test, counts_and_settings_are_told) {
-  const installation state = {
-      .bank = 3, .mask = 0, .written = 3, .skipped = 1, .kernel_length = 16, .switches_bank = true};
+  const installation state = {.bank = mtd_bank_single,
+                              .mask = 0,
+                              .written = 3,
+                              .skipped = 1,
+                              .kernel_length = 16,
+                              .switches_bank = true};
   log_level = 4;
   EXPECT_TRUE(installation_finish(state));
   EXPECT_EQ(root.printed(), "INFO: Wrote 3 image parts, skipped 1\n");
@@ -66,7 +70,7 @@ TEST_F(installation_test, counts_and_settings_are_told) {
 }
 
 TEST_F(installation_test, either_setting_failing_fails_the_installation) {
-  const installation state = {.bank = 2, .mask = 0, .kernel_length = 16, .switches_bank = true};
+  const installation state = {.bank = mtd_bank_2, .mask = 0, .kernel_length = 16, .switches_bank = true};
   root.answer("fw_setenv", {.when = "kernel_size", .status = 1});
   EXPECT_FALSE(installation_finish(state));
   EXPECT_TRUE(root.printed().ends_with("\nERROR: Failed to set kernel_size_2=10 in the boot environment\n"));

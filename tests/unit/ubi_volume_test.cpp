@@ -1,6 +1,8 @@
 // UBI volumes: command lines to the byte at every verbosity, sizes from sysfs, every refusal.
 #include "ubi/volume.h"
 
+#include "ubi/device.h"
+
 #include "ubi_test.h"
 
 namespace {

@@ -5,6 +5,7 @@
 
 #include <csignal>
 
+#include "ubi/by_path.h"
 #include "ubi/python_writer.h"
 #include "ubi/volume_writers.h"
 #include "ubi_test.h"
@@ -63,21 +64,21 @@ TEST_F(ubi_writer_test, every_writer_traces_its_arguments_first) {
   } constexpr cases[] = {
       {"ubi_write_buffer_ubifs: mtd_dev_name=/dev/ubi0_1 ubi_dev_name=ubi0 src_len=0",
        [] { ubi_write_buffer_ubifs("/dev/ubi0_1", "ubi0", nullptr, 0); }},
-      {"ubi_write_buffer_tar_lzma: mtd_dev_name=/dev/ubi0_9 ubi_dev_name=ubi0 src_len=5",
-       [] { ubi_write_buffer_tar_lzma("/dev/ubi0_9", "ubi0", nullptr, 5); }},
-      {"ubi_write_buffer_tar_lzma_fd: mtd_dev_name=/dev/ubi0_9 ubi_dev_name=ubi0 src_len=4294967295",
-       [] { ubi_write_buffer_tar_lzma_fd("/dev/ubi0_9", "ubi0", -1, nullptr, UINT32_MAX, nullptr); }},
-      {"ubi_write_buffer_python_fs_tar_lzma: mtd_dev_name=/dev/ubi0_9 ubi_dev_name=ubi0 src_len=5",
-       [] { ubi_write_buffer_python_fs_tar_lzma("/dev/ubi0_9", "ubi0", nullptr, 5); }},
-      {"ubi_write_buffer_python_fs_tar_lzma_fd: mtd_dev_name=/dev/ubi0_9 ubi_dev_name=ubi0 src_len=5",
-       [] { ubi_write_buffer_python_fs_tar_lzma_fd("/dev/ubi0_9", "ubi0", -1, nullptr, 5, nullptr, 1); }},
-      {"ubi_python_fs_tar_lzma_fd_prepare: mtd_dev_name=/dev/ubi0_9 ubi_dev_name=ubi0",
-       [] { ubi_python_fs_tar_lzma_fd_prepare("/dev/ubi0_9", "ubi0"); }},
-      {"ubi_python_fs_tar_lzma_fd_finalize: mtd_dev_name=/dev/ubi0_9 ubi_dev_name=ubi0",
-       [] { ubi_python_fs_tar_lzma_fd_finalize("/dev/ubi0_9", "ubi0"); }},
-      {"ubi_write_file_into_fs: mtd_dev_name=/dev/ubi0_9 ubi_dev_name=ubi0 src_file=/tmp/a dst_dir=/cfg/ "
+      {"ubi_write_buffer_tar_lzma: mtd_dev_name=/dev/ubi0_1 ubi_dev_name=ubi0 src_len=5",
+       [] { ubi_write_buffer_tar_lzma("/dev/ubi0_1", "ubi0", nullptr, 5); }},
+      {"ubi_write_buffer_tar_lzma_fd: mtd_dev_name=/dev/ubi0_1 ubi_dev_name=ubi0 src_len=4294967295",
+       [] { ubi_write_buffer_tar_lzma_fd("/dev/ubi0_1", "ubi0", -1, nullptr, UINT32_MAX, nullptr); }},
+      {"ubi_write_buffer_python_fs_tar_lzma: mtd_dev_name=/dev/ubi0_1 ubi_dev_name=ubi0 src_len=5",
+       [] { ubi_write_buffer_python_fs_tar_lzma("/dev/ubi0_1", "ubi0", nullptr, 5); }},
+      {"ubi_write_buffer_python_fs_tar_lzma_fd: mtd_dev_name=/dev/ubi0_1 ubi_dev_name=ubi0 src_len=5",
+       [] { ubi_write_buffer_python_fs_tar_lzma_fd("/dev/ubi0_1", "ubi0", -1, nullptr, 5, nullptr, true); }},
+      {"ubi_python_fs_tar_lzma_fd_prepare: mtd_dev_name=/dev/ubi0_1 ubi_dev_name=ubi0",
+       [] { ubi_python_fs_tar_lzma_fd_prepare("/dev/ubi0_1", "ubi0"); }},
+      {"ubi_python_fs_tar_lzma_fd_finalize: mtd_dev_name=/dev/ubi0_1 ubi_dev_name=ubi0",
+       [] { ubi_python_fs_tar_lzma_fd_finalize("/dev/ubi0_1", "ubi0"); }},
+      {"ubi_write_file_into_fs: mtd_dev_name=/dev/ubi0_1 ubi_dev_name=ubi0 src_file=/tmp/a dst_dir=/cfg/ "
        "dst_file=b dst_perm=644",
-       [] { ubi_write_file_into_fs("/dev/ubi0_9", "ubi0", "/tmp/a", "/cfg/", "b", "644"); }},
+       [] { ubi_write_file_into_fs("/dev/ubi0_1", "ubi0", "/tmp/a", "/cfg/", "b", "644"); }},
       {"ubi_write_file: mtd_dev_name=/dev/ubi0_1 ubi_dev_name=ubi0 filename=/tmp/a",
        [] { ubi_write_file("/dev/ubi0_1", "ubi0", "/tmp/a"); }},
   };
@@ -89,6 +90,40 @@ TEST_F(ubi_writer_test, every_writer_traces_its_arguments_first) {
     each.writer();
     EXPECT_EQ(root.printed().find(each.first), std::string::npos) << each.first;
   }
+}
+
+TEST_F(ubi_writer_test, a_path_outside_the_table_or_of_another_device_touches_nothing) {
+  const sender line("x");
+  struct {
+    const char* path;
+    const char* device;
+    const char* error;
+  } constexpr cases[] = {
+      {"/dev/ubi0_9", "ubi0", "ERROR: No entry in mtd table for /dev/ubi0_9\n"},
+      {"/dev/ubi0_1", "ubi1", "ERROR: Invalid ubi device=ubi1\n"},
+  };
+  for (const auto& [path, device, error] : cases) {
+    const uint8_t* nothing = nullptr;
+    EXPECT_FALSE(ubi_write_buffer_ubifs(path, device, nothing, 0));
+    EXPECT_FALSE(ubi_write_buffer_ubifs_fd(path, device, line.fd(), nullptr, 1, true, nullptr));
+    EXPECT_FALSE(ubi_write_buffer_tar_lzma(path, device, nothing, 0));
+    EXPECT_FALSE(ubi_write_buffer_tar_lzma_fd(path, device, line.fd(), nullptr, 1, nullptr));
+    EXPECT_FALSE(ubi_write_buffer_python_fs_tar_lzma(path, device, nothing, 0));
+    EXPECT_FALSE(ubi_python_fs_tar_lzma_fd_prepare(path, device));
+    EXPECT_FALSE(ubi_write_buffer_python_fs_tar_lzma_fd(path, device, line.fd(), nullptr, 1, nullptr, true));
+    EXPECT_FALSE(ubi_python_fs_tar_lzma_fd_finalize(path, device));
+    EXPECT_FALSE(ubi_write_file_into_fs(path, device, "/tmp/a", "/cfg/", "b", "644"));
+    EXPECT_FALSE(ubi_write_file(path, device, "/tmp/a"));
+    std::string expected;
+    for (int i = 0; i < 10; i++)
+      expected += error;
+    EXPECT_EQ(root.printed(), expected);
+  }
+  EXPECT_EQ(root.shell_lines(), lines());
+  log_level = 7;
+  EXPECT_FALSE(ubi_python_fs_tar_lzma_fd_prepare("/dev/ubi0_9", "ubi0"));
+  EXPECT_TRUE(root.printed().starts_with(
+      "TRACE: ubi_python_fs_tar_lzma_fd_prepare: mtd_dev_name=/dev/ubi0_9 ubi_dev_name=ubi0\n"));
 }
 
 class ubifs_writer_test : public ubi_writer_test {};
@@ -285,19 +320,6 @@ TEST_F(archive_writer_test, a_header_that_cannot_be_sent_ends_it_before_the_stre
   EXPECT_EQ(line.rest(), "archive");
 }
 
-TEST_F(archive_writer_test, a_volume_outside_the_table_touches_nothing) {
-  const sender line("x");
-  EXPECT_EQ(ubi_write_buffer_tar_lzma_fd("/dev/ubi0_9", "ubi0", line.fd(), nullptr, 1, nullptr), 0);
-  EXPECT_EQ(ubi_write_buffer_tar_lzma("/dev/ubi0_9", "ubi0", octets(noise(1)), 1), 0);
-  EXPECT_EQ(ubi_write_file_into_fs("/dev/ubi0_9", "ubi0", "/tmp/a", "/cfg/", "b", "644"), 0);
-  EXPECT_EQ(ubi_python_fs_tar_lzma_fd_prepare("/dev/ubi0_9", "ubi0"), 0);
-  std::string expected;
-  for (int i = 0; i < 4; i++)
-    expected += "ERROR: No entry in mtd table for /dev/ubi0_9\n";
-  EXPECT_EQ(root.printed(), expected);
-  EXPECT_EQ(root.shell_lines(), lines());
-}
-
 TEST_F(archive_writer_test, every_step_that_fails_unmounts_and_detaches) {
   struct {
     const char* tool;
@@ -382,7 +404,7 @@ class python_writer_test : public ubi_writer_test {
   static inline const lines end = {unmount, detach};
 
   // Every form that there is, each with nothing to unpack.
-  static constexpr int (*forms[])() = {
+  static constexpr bool (*forms[])() = {
       [] { return ubi_write_buffer_python_fs_tar_lzma(volume.c_str(), "ubi0", nullptr, 0); },
       [] {
         return ubi_write_buffer_python_fs_tar_lzma_fd(volume.c_str(), "ubi0", -1, nullptr, 0, nullptr, 1);
