@@ -84,7 +84,7 @@ bool ubi_format(const char* ubi_dev_name, uint32_t rootfs_size_kib, uint32_t tot
   if (total_size_kib == 0) {
     total_size_kib = static_cast<uint32_t>(ubi0_mtd_size_max >> 10);
   }
-  const uint32_t total = total_size_kib * 1024;  // wraps, as the boards' images rely on
+  const uint32_t total = total_size_kib * 1024;  // wraps at 4 GiB, as the boards' images rely on
   log_printf(level_verbose, "%s: ubi_dev_name=%s rootfs_size=%llu total_size=%llu\n", __func__, ubi_dev_name,
              static_cast<unsigned long long>(rootfs_size_kib) * 1024, static_cast<unsigned long long>(total));
   ubi_detach(ubi_dev_name);
