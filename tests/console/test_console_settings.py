@@ -43,6 +43,7 @@ def test_the_kernel_command_line_names_the_console(dev, cmdline, port, speed):
     ("cli_console=ttyS2,", "parse cli_console= in kernel cmdline -- using defaults"),
     ("cli_console=ttyS2,fast", "parse cli_console= in kernel cmdline -- using defaults"),
     ("cli_console=ttyS,9600", "parse cli_console= in kernel cmdline -- using defaults"),
+    ("cli_console=tty2,115200", "parse cli_console= in kernel cmdline -- using defaults"),
     ("cli_console=ttyUSB0,9600", "parse cli_console= in kernel cmdline -- using defaults"),
     ("cli_console= ttyS2,9600", "parse cli_console= in kernel cmdline -- using defaults"),
 ])
@@ -83,19 +84,6 @@ def test_a_port_that_is_not_there_leaves_the_shell_where_it_was(dev, cmdline, po
     dev.console = dev.boot_console
     assert dev.boot().startswith(f"{MISSING}ERROR: Error in remapping stdio to /dev/ttyS{port}\n{BANNER}")
     assert BANNER.encode() in dev.screen_of(b"version")  # behind an echo: that port has other settings
-
-
-def test_kernel_messages_are_kept_off_port_0(dev):
-    dev.cmdline("cli_console=ttyS0,115200")
-    dev.boot()
-    assert dev.startup.ran[0] == "/bin/dmesg -n 1"
-
-
-def test_start_up_goes_on_when_kernel_messages_cannot_be_kept_off(dev):
-    dev.cmdline("cli_console=ttyS0,115200")
-    dev.answer("dmesg", status=1)
-    assert dev.boot().startswith(
-        block(0) + "ERROR: system(/bin/dmesg -n 1) sys_rc=256 exitstatus=1\n" + BANNER)
 
 
 # ---------------------------------------------------------------------- changing
@@ -189,13 +177,6 @@ def test_moving_to_another_port_and_back(dev, port):
     assert dev.command("show console") == block(port)
     assert dev.port(1).unread == b""
     assert dev.move("set console 1 9600", 1).endswith(block(1, 9600) + SUCCESS)
-
-
-def test_the_previous_port_keeps_its_settings(dev):
-    dev.boot()
-    dev.move("set console 2 9600 noflow", 2)
-    assert dev.terminal(1) == terminal_settings(signals=True)  # as during the command that left it
-    assert dev.terminal(2) == terminal_settings(9600, False)
 
 
 def test_a_delay_lies_between_the_change_and_the_settings(dev):

@@ -250,9 +250,9 @@ def test_write_that_fails(dev):
     dev.boot()
     dev.command("verbose 4")
     dev.fail_call("fwrite", "/tmp/firmware", error="ENOSPC", result=0)
-    shown = dev.install(b"contents", "file download serial firmware 2", port=2)
+    shown = dev.install(b"12345", "file download serial firmware 2", port=2)
     assert shown.endswith(
-        BEGIN + "INFO: Downloaded 0 bytes\nERROR: fwrite(8) error(No space left on device)\n" + FAILED)
+        BEGIN + "INFO: Downloaded 0 bytes\nERROR: fwrite(5) error(No space left on device)\n" + FAILED)
     assert not dev.path("/tmp/firmware").exists()
     expect_at_rest(dev)
 

@@ -474,41 +474,6 @@ def test_bad_block_does_not_count_for_clean_flash(dev):
     dev.expect_ran_exactly(WRITE_BOOT_ENV)
 
 
-@pytest.mark.parametrize("byte, tools", [(b"\xff", WRITE_BOOT_ENV), (b"\0", [])], ids=["clean", "in use"])
-def test_block_that_cannot_be_asked_about_is_read(dev, byte, tools):
-    ubi = make_ubi_small(dev)
-    ubi.fill()
-    ubi.write(byte, 0x20000)
-    dev.answer_ioctl(0x40084D0B, "/dev/mtd10", error="EOPNOTSUPP")
-    dev.boot()
-    assert dev.install(BOOT_ENV).endswith(SUCCESS)
-    dev.expect_ran_exactly(tools)
-
-
-@pytest.mark.parametrize("spot", [0, 1023, 0x20000, 0x3FFFC, 0x3FFFF])
-def test_one_bit_makes_flash_unclean(dev, spot):
-    ubi = make_ubi_small(dev)
-    ubi.fill()
-    ubi.write(b"\xfe", spot)
-    dev.boot()
-    assert dev.install(BOOT_ENV).endswith(SUCCESS)
-    dev.expect_ran_exactly([])
-
-
-@pytest.mark.parametrize("spoil", [
-    lambda dev: dev.remove("/dev/mtd10"),
-    lambda dev: dev.answer_ioctl(0x80204D01, "/dev/mtd10", error="ENODEV"),
-    lambda dev: dev.fail_call("read", "/dev/mtd10", error="EIO", after=255),
-    lambda dev: dev.fail_call("read", "/dev/mtd10", error=None, result=1020, after=255),
-], ids=["no node", "no answer to the size", "read error in the last chunk", "short last chunk"])
-def test_flash_that_cannot_be_read_is_not_clean(dev, spoil):
-    make_ubi_small(dev).fill()
-    spoil(dev)
-    dev.boot()
-    assert dev.install(BOOT_ENV) == images.info(BOOT_ENV) + SUCCESS
-    dev.expect_ran_exactly([])
-
-
 # ---------------------------------------------------------------------- flash and environment that do not take it
 
 
@@ -573,16 +538,6 @@ def test_nothing_can_be_set(dev):
 
 
 # ---------------------------------------------------------------------- ports the device does not have
-
-
-def test_port_that_the_device_does_not_have(dev):
-    dev.remove_port(2)
-    dev.boot()
-    begin = dev.begin("flash download serial 1 2")
-    assert begin + dev.text_until_prompt() == (
-        "tty_open_raw: open(): No such file or directory\n"
-        "ERROR: Failed to open serial port (No such file or directory)\n" + NOT_INSTALLED)
-    expect_at_rest(dev)
 
 
 def test_console_at_a_speed_that_no_transfer_has(dev):

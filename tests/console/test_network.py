@@ -87,6 +87,7 @@ def test_the_mac_address_of_the_product_record_is_set(dev):
     dev.boot()
     assert command(dev, "network ethernet start") == DHCP + "NOTE: Reconfiguring eth0 mac address\n" + SUCCESS
     assert steps(dev) == [*DOWN, *set_mac(OTHER_MAC), *STARTED_BY_DHCP]
+    assert Ethernet(dev).state()["hwaddr"] == OTHER_MAC.upper()
     dev.command("network ethernet stop")
     assert command(dev, "network ethernet start") == DHCP + SUCCESS, "it is set already"
     assert steps(dev) == STARTED_BY_DHCP

@@ -175,13 +175,6 @@ TEST_F(prodcfg_test, unknown_types_are_skipped_with_an_info) {
             "INFO: tlv_parse_buffer: skipping unrecognized tlv type=255 length=300\n");
 }
 
-TEST_F(prodcfg_test, empty_items_are_present) {
-  init_with(record_of(item(4, "") + item(5, "") + item(11, "")));
-  EXPECT_EQ(g_product_config.value_length, 0);
-  EXPECT_EQ(g_product_config.hwcfg_length, 0);
-  EXPECT_EQ(g_product_config.product_id_length, 0);
-}
-
 TEST_F(prodcfg_test, full_fields_have_their_length) {
   init_with(record_of(item(5, std::string(64, 'h')) + item(11, "PROD")));
   product_text text;
@@ -310,13 +303,6 @@ TEST_F(prodcfg_test, noise_with_a_good_checksum) {
   EXPECT_GT(accepted, 20) << "else this tests nothing but refusals";
 }
 
-TEST_F(prodcfg_test, record_that_vanishes_leaves_nothing) {
-  init_with(record_of(item(11, "P2")));
-  EXPECT_EQ(g_product_config_avail, 1);
-  init_with(std::string(4, '\xFF'));
-  expect_nothing_kept();
-}
-
 // ---------------------------------------------------------------------------------------------- flash
 
 TEST_F(prodcfg_test, first_partition_of_the_kind_is_read_at_once) {
@@ -341,27 +327,6 @@ TEST_F(prodcfg_test, no_memory) {
   root.fail_call("malloc", {.match = "1024", .error = ENOMEM, .result = 0});
   prodcfg_init();
   EXPECT_EQ(root.printed(), "ERROR: prodcfg_read: malloc(1024) error(Cannot allocate memory)\n");
-  expect_nothing_kept();
-}
-
-TEST_F(prodcfg_test, node_missing) {
-  root.remove("/dev/mtd1");
-  prodcfg_init();
-  EXPECT_EQ(root.printed(), "ERROR: prodcfg_read: open(/dev/mtd1) error(No such file or directory)\n");
-  expect_nothing_kept();
-}
-
-TEST_F(prodcfg_test, read_fails) {
-  root.fail_call("read", {.match = "/dev/mtd1"});
-  prodcfg_init();
-  EXPECT_EQ(root.printed(), "ERROR: prodcfg_read: read(1024) error(Input/output error)\n");
-  expect_nothing_kept();
-}
-
-TEST_F(prodcfg_test, partition_too_short) {
-  root.write_file("/dev/mtd1", std::string(1023, '\0'));
-  prodcfg_init();
-  EXPECT_EQ(root.printed(), "ERROR: prodcfg_read: only 1023/1024 bytes read, error(Success)\n");
   expect_nothing_kept();
 }
 
