@@ -76,7 +76,7 @@ def test_without_a_network(dev):
 @pytest.mark.parametrize("status, stdout, stderr, shown", [
     (0, "", "", SUCCESS),
     (0, "file\n", "", "file\n" + SUCCESS),
-    (0, "100% done\n", "", "NOTE: 100% done\n" + SUCCESS),
+    (0, "100% done\nfile 100% done\n", "", "NOTE: 100% done\nNOTE: file 100% done\n" + SUCCESS),
     (1, "", "tftp: server error: (1) File not found\n",
      "NOTE: tftp: server error: (1) File not found\nERROR: Child exit status=1\nERROR: Exit status=255\n"
      + GET_FAILED + FAILURE),

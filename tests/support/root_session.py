@@ -208,6 +208,25 @@ class RootSession(Session, DeviceRoot):
             (line / "value").write_text("0\n")
         self.trace("/sys/class/gpio")
 
+    def expect_flash(self, **partitions: bytes) -> None:
+        """The serial flash holds these bytes at the start of these partitions, and what a fresh root has everywhere else."""
+        for partition in self.partitions:
+            if partition.name != "ubi0":
+                expected, found = partitions.get(partition.name, b""), partition.read()
+                assert found[:len(expected)] == expected, f"{partition} does not hold what was sent"
+                assert not found[len(expected):].strip(b"\0"), f"{partition} holds more than was sent"
+
+    def expect_locked(self) -> None:
+        """Whatever was unlocked was locked again."""
+        unlocked = set()
+        for line in self.all_events.ran:
+            tool, node, *_ = line.split() + [""]
+            if tool.endswith("flash_unlock"):
+                unlocked.add(node)
+            elif tool.endswith("flash_lock"):
+                unlocked.discard(node)
+        assert not unlocked
+
     @contextlib.contextmanager
     def only_changed(self, *numbers: int):
         """What happens inside touches each of these GPIO lines and no other."""

@@ -49,18 +49,6 @@ TEST_F(gpiolib_test, only_exported_lines_are_given_back) {
   EXPECT_EQ(gpio_writes(), lines({"unexport 32", "unexport 100", "unexport 159"}));
 }
 
-TEST_F(gpiolib_test, console_input_is_discarded_at_the_end) {
-  const serial_port port(1);
-  tty_cli.fd = fcntl(port.device_fd(), F_DUPFD_CLOEXEC, 3);
-  make_whole_gpio_tree();
-  g_opmode_board = opmode_board_tk20;
-  gpiolib_init();
-  const device_event last = root.events().back();
-  EXPECT_EQ(last.kind, "tcflush");
-  EXPECT_EQ(last.fields[1], "input");
-  close(tty_cli.fd);
-}
-
 TEST_F(gpiolib_test, every_signal_of_a_board_without_gpio_fails_alone) {
   g_opmode_board = opmode_board_tk20;
   EXPECT_EQ(gpiolib_init(), 1);
@@ -90,12 +78,6 @@ TEST_F(gpiolib_test, inactive_signals_are_found_nowhere) {
   g_opmode_io = opmode_io_dio2x1r;
   EXPECT_EQ(signal("RELAY"), gpiolib_lookup_num_int32(151));
   EXPECT_EQ(signal("RELAY")->gpio, 151);
-}
-
-TEST_F(gpiolib_test, lookup_by_number) {
-  EXPECT_STREQ(gpiolib_lookup_num_int32(158)->name, "SIGPWR_LED1");
-  EXPECT_EQ(gpiolib_lookup_num_int32(159), nullptr);
-  EXPECT_EQ(gpiolib_lookup_num_int32(-1), nullptr);
 }
 
 TEST_F(gpiolib_test, next_passes_over_inactive_signals) {
