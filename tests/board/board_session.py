@@ -24,9 +24,6 @@ BUILD = Path(os.environ.get("BUILD", ROOT / "build" / "arm")).resolve()
 
 # The cores may be busy with other boards and builds: nothing that is expected to come fails for being slow.
 PATIENCE = 120.0
-# Longest the shell waits for a sender to start, and its settling before and after.
-START_SECONDS = 30
-IDLE_SECONDS = 3
 
 PARTITIONS = layout.PARTITIONS
 NOR = [name for name, row in PARTITIONS.items() if row.chip == "nor"]

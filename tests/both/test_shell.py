@@ -69,19 +69,6 @@ def leaves(listing):
     return re.findall(r"^  (\S.*)$", listing, re.M)
 
 
-def test_help_lists_all_commands(dev):
-    brief, verbose = dev.command("help"), dev.command("help -v")
-    assert brief.startswith(BRIEF) and brief.endswith("\n\n")
-    assert verbose.startswith(VERBOSE) and not verbose.endswith("\n\n\n")
-    assert leaves(brief) == leaves(verbose)
-    assert {leaf.split()[0] for leaf in leaves(brief)} == {
-        "affirm", "file", "flash", "gpiolib", "help", "history", "network", "quit", "reset", "set", "show", "verbose",
-        "version"}
-    assert VERSION + VERSION_TEXT in verbose
-    assert dev.command("?") == dev.command("HELP") == brief
-    assert dev.command("? -v") == verbose
-
-
 @pytest.mark.parametrize("words, brief, verbose", [
     ("version", VERSION + "\n", VERSION + VERSION_TEXT),
     ("nothing", invalid("nothing") + "\n", invalid("nothing") + "\n"),

@@ -2,9 +2,9 @@
 
 import pytest
 
-from network import (DHCP, NO_PRODUCT, STARTED_BY_DHCP, UNABLE_TO_CONFIGURE, UNABLE_TO_START, USING_ETH0, command,
-                     start, steps, without_card)
-from texts import FAILURE, INCOMPLETE, SUCCESS
+from network import (NO_PRODUCT, STARTED_BY_DHCP, UNABLE_TO_CONFIGURE, UNABLE_TO_START, command, start, steps,
+                     without_card)
+from texts import DHCP, FAILURE, INCOMPLETE, SUCCESS, USING_ETH0
 
 GET_FAILED = "ERROR: TFTP get failed\n"
 

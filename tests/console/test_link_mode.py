@@ -77,6 +77,7 @@ def test_the_link_is_asked_for_before_the_settings(dev):
     (" 10", "ERROR: Invalid parameter '10'\n"),
     (" 1000f", "ERROR: Invalid parameter '1000f'\n"),
     (" eth1 auto", "ERROR: Invalid parameter 'eth1'\n"),
+    (" eth1 10h", "ERROR: Invalid parameter 'eth1'\n"),
     (" eth0 eth0", "ERROR: Invalid parameter 'eth0'\n"),
 ])
 def test_words_that_are_refused(dev, words, output):

@@ -10,15 +10,10 @@ import pytest
 
 from console_port import block
 from product import mode_block
-from texts import BANNER, PROMPT
+from texts import BANNER, PROMPT, errors
 
 READ_MTDPARTS = "/usr/sbin/fw_printenv -n mtdparts"
 MIB = 1 << 20
-CBAUD = 0o10017  # the speed among the control flags; Python does not name it
-
-
-def errors(text):
-    return [line for line in text.splitlines() if line.startswith("ERROR: ")]
 
 
 # ---------------------------------------------------------------------- the normal start
@@ -160,39 +155,6 @@ def test_console_without_input_does_not_spin(dev):
 # ---------------------------------------------------------------------- flash
 
 
-def test_smaller_ubi_partition_is_split_off(dev):
-    dev.env["mtdparts"] = "atmel_nand:81920k(ubi0),-(user)"
-    text = dev.boot()
-    assert errors(text) == []
-    create, delete = dev.startup.ioctls
-    assert (create.path, create.request) == ("/dev/mtd10", 0x40044D17)
-    assert [tuple(record) for record in create.partitions] == [
-        ("ubi0", 80 * MIB, 0, 0), ("user", 48 * MIB, 80 * MIB, 0)]
-    assert (delete.path, delete.request) == ("/dev/mtd0", 0x40044D18)
-    assert delete.argument == (10).to_bytes(4, "little")
-    assert [(p.name, p.number, p.size) for p in dev.partitions[10:]] == [
-        ("ubi0", 11, 80 * MIB), ("user", 12, 48 * MIB)]
-    order = [event.kind for event in dev.startup.of("run", "ioctl")]
-    assert order == ["run", "ioctl", "ioctl"]
-
-
-@pytest.mark.parametrize("mtdparts", [
-    "atmel_nand:131072k(ubi0),-(user)",  # just as large
-    "atmel_nand:131073k(ubi0),-(user)",
-    "atmel_nand:4194304k(ubi0),-(user)",  # 4 GiB
-    "atmel_nand:81920k(other),-(user)",
-    "81920k(ubi0),-(user)",
-    "",
-])
-def test_ubi_partition_is_left_alone(dev, mtdparts):
-    dev.env["mtdparts"] = mtdparts
-    before = dev.path("/proc/mtd").read_text()
-    text = dev.boot()
-    assert errors(text) == []
-    assert dev.startup.ioctls == []
-    assert dev.path("/proc/mtd").read_text() == before
-
-
 def test_next_start_finds_the_split_as_it_is(dev):
     dev.env["mtdparts"] = "atmel_nand:81920k(ubi0),-(user)"
     dev.boot()
@@ -202,14 +164,6 @@ def test_next_start_finds_the_split_as_it_is(dev):
     dev.boot()
     assert [event for event in dev.all_events.ioctls if event.path == "/dev/mtd11"] == []
     assert dev.path("/proc/mtd").read_text() == after_split
-
-
-def test_split_refused(dev):
-    dev.env["mtdparts"] = "atmel_nand:81920k(ubi0),-(user)"
-    dev.answer_ioctl(0x40044D17, "/dev/mtd10", error="EBUSY")
-    assert errors(dev.boot()) == ["ERROR: partition creation failed on /dev/mtd10",
-                                  "ERROR: Failed to repartition ubi mtd!!!"]
-    assert len(dev.startup.ioctls) == 1, "nothing is deleted"
 
 
 def test_old_partition_cannot_be_deleted(dev):

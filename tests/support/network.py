@@ -4,10 +4,7 @@ from ethernet import Ethernet, product_record
 from root_session import RootSession
 from texts import SUCCESS
 
-DHCP = "NOTE: Using DHCP\n"
-STATIC = "NOTE: Using static configuration\n"
 NO_PRODUCT = "NOTE: Can't get mac address from product config, using 00:20:4A:00:00:02\n"
-USING_ETH0 = "NOTE: Using interface 'eth0'\n"
 UNABLE_TO_CONFIGURE = "ERROR: Unable to configure network 'eth0'\n"
 UNABLE_TO_START = "ERROR: Unable to start network 'eth0'\n"
 

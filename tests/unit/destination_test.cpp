@@ -17,13 +17,6 @@ class image_destination_test : public loader_test {
 
 // ---------------------------------------------------------------------------------------------- validation
 
-TEST_F(image_destination_test, types_without_conditions_are_taken) {
-  for (const uint32_t type : {0U, 1U, 2U, 3U, 4U, 6U, 7U, 8U, 9U, 11U, 12U, 13U, 14U, 15U, 0xFFFFFFFFU}) {
-    EXPECT_EQ(image_validate_destination(type), 1) << type;
-  }
-  EXPECT_EQ(root.printed(), "");
-}
-
 TEST_F(image_destination_test, images_for_volumes_are_refused_while_root_file_systems_are_partitions) {
   put_rootfs_into_mtd();
   for (const uint32_t type : {10U, 12U, 13U}) {

@@ -150,12 +150,6 @@ TEST_F(uboot_env_get_val_test, a_line_that_does_not_fit_128_bytes_is_refused_not
   EXPECT_TRUE(root.printed().starts_with("ERROR: "));
 }
 
-TEST_F(uboot_env_get_val_test, nothing_is_cached) {
-  EXPECT_EQ(get("bootbank"), outcome(1, "1"));
-  root.set_env("bootbank", "2");
-  EXPECT_EQ(get("bootbank"), outcome(1, "2"));
-}
-
 // ---------------------------------------------------------------------------------------------- active bank
 
 class uboot_env_get_active_bank_test : public loader_test {};

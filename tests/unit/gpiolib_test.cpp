@@ -28,20 +28,6 @@ TEST_F(gpiolib_test, before_the_start_the_tk20_is_searched) {
   EXPECT_EQ(signal("FAULT_LED")->gpio, 74);
 }
 
-TEST_F(gpiolib_test, table_of_each_board) {
-  const struct {
-    const gpiolib_signal* table;
-    int32_t size;
-  } expected[] = {{nullptr, 0},       {gpiolib_tk10_mfg, 25}, {nullptr, 0},
-                  {gpiolib_tk20, 43}, {nullptr, 0},           {nullptr, 0}};
-  for (uint32_t board = 0; board < opmode_board_count; board++) {
-    g_opmode_board = board;
-    EXPECT_EQ(gpiolib_init(), 1);
-    EXPECT_EQ(gpiolib_current, expected[board].table) << board;
-    EXPECT_EQ(gpiolib_current_size, expected[board].size) << board;
-  }
-}
-
 TEST_F(gpiolib_test, only_exported_lines_are_given_back) {
   make_gpio_tree({31, 32, 100, 159, 160});
   g_opmode_board = opmode_board_unknown;
@@ -215,6 +201,16 @@ TEST_F(gpiolib_test, direction) {
   root.remove("/sys/class/gpio/gpio74/direction");
   EXPECT_EQ(gpiolib_set_direction(signal("FAULT_LED"), gpiolib_direction_in), 0);
   EXPECT_EQ(root.printed(), "ERROR: Failed open to set gpio74 (FAULT_LED) direction to 'in'\n");
+}
+
+TEST_F(gpiolib_test, state) {
+  make_gpio_tree({74});
+  EXPECT_EQ(gpiolib_set_state(signal("FAULT_LED"), 1), 1);
+  EXPECT_EQ(gpiolib_set_state(signal("FAULT_LED"), 0), 1);
+  EXPECT_EQ(gpio_writes(), lines({"gpio74/value 1", "gpio74/value 0"}));
+  root.remove("/sys/class/gpio/gpio74/value");
+  EXPECT_EQ(gpiolib_set_state(signal("FAULT_LED"), 1), 0);
+  EXPECT_EQ(root.printed(), "ERROR: Failed open to set gpio74 (FAULT_LED) value to '1'\n");
 }
 
 TEST_F(gpiolib_test, read_state) {

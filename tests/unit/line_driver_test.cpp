@@ -16,18 +16,6 @@ class line_driver_test : public board_test {
   }
 };
 
-TEST_F(line_driver_test, other_boards_and_port_0_have_none) {
-  for (uint32_t board = 0; board < opmode_board_count; board++) {
-    g_opmode_board = board;
-    EXPECT_TRUE(tty_configure_mode(port_of(0, tty_mode_rs485)));
-    if (board != opmode_board_tk20) {
-      EXPECT_TRUE(tty_configure_mode(port_of(1, tty_mode_rs485)));
-    }
-  }
-  EXPECT_EQ(root.sequence(), lines());
-  EXPECT_EQ(root.printed(), "");
-}
-
 TEST_F(line_driver_test, ports_without_signals) {
   g_opmode_board = opmode_board_tk20;
   for (const int32_t number : {3, -1, 12}) {

@@ -64,13 +64,6 @@ class net_start_test : public net_test {
   static int start_dhcp() { return net_start(0, nullptr, nullptr, nullptr); }
 };
 
-TEST_F(net_start_test, a_record_that_is_not_available_is_not_looked_at) {
-  give_product_mac(product_mac);
-  g_product_config_avail = 0;
-  EXPECT_EQ(start_dhcp(), 1);
-  EXPECT_EQ(root.printed(), dhcp + no_product);
-}
-
 TEST_F(net_start_test, an_address_of_zero_means_dhcp_and_the_rest_is_ignored) {
   const uint32_t zero = 0;
   const uint32_t netmask = ip("255.255.255.0");

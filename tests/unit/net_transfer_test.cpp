@@ -53,6 +53,14 @@ TEST_F(tftp_test, the_messages_of_a_transfer) {
       "VERBOSE: exec_system_cmd_print_with_match: fork popen(tftp -g  -r \"image.rom\" 192.168.1.9 2>&1)\n");
 }
 
+TEST_F(tftp_test, an_interface_that_is_not_started_is_started_by_dhcp) {
+  net_if_started[0] = 0;
+  EXPECT_EQ(net_tftp_get(server, "a", nullptr), 1);
+  EXPECT_EQ(net_if_started[0], 1);
+  EXPECT_TRUE(root.printed().starts_with("NOTE: Using interface 'eth0'\nNOTE: Using DHCP\n"));
+  EXPECT_EQ(root.shell_lines().back(), "tftp -g  -r \"a\" 192.168.1.9 2>&1");
+}
+
 TEST_F(tftp_test, names_of_256_special_characters_fit) {
   const std::string name(256, '"');
   const std::string local = "/tmp/" + std::string(251, ';');

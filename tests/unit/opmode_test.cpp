@@ -142,21 +142,6 @@ TEST_F(opmode_test, hardware_configuration_that_fills_its_field) {
   EXPECT_EQ(discovered(), "tk20 none 4") << "a zero byte ends it";
 }
 
-TEST_F(opmode_test, discovery_loads_the_signals_of_the_board_and_option) {
-  make_gpio_tree({40});
-  give("P2", "dio2x1r");
-  discovered();
-  EXPECT_EQ(gpiolib_current, gpiolib_tk20);
-  EXPECT_NE(gpiolib_lookup_num_or_name_string("RELAY"), nullptr);
-  EXPECT_EQ(gpio_writes().at(0), "unexport 40");
-  give("P7");
-  discovered();
-  EXPECT_EQ(gpiolib_current, gpiolib_tk10_mfg);
-  give("P1");
-  discovered();
-  EXPECT_EQ(gpiolib_current_size, 0);
-}
-
 // ---------------------------------------------------------------------------------------------- setters
 
 TEST_F(opmode_test, trace) {

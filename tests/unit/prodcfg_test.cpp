@@ -98,11 +98,6 @@ TEST_F(prodcfg_test, longest_record) {
   EXPECT_EQ(g_product_config.total_length, 1024);
 }
 
-TEST_F(prodcfg_test, bytes_behind_the_record_do_not_matter) {
-  init_with(record_of(item(11, "P2")) + noise(500));
-  EXPECT_EQ(g_product_config_avail, 1);
-}
-
 TEST_F(prodcfg_test, one_or_two_bytes_at_the_end_are_no_item) {
   for (const char* rest : {"\x01", "\x01\x06"}) {
     init_with(record_of(item(11, "P2") + rest));
@@ -173,15 +168,6 @@ TEST_F(prodcfg_test, unknown_types_are_skipped_with_an_info) {
             "INFO: tlv_parse_buffer: skipping unrecognized tlv type=0 length=3\n"
             "INFO: tlv_parse_buffer: skipping unrecognized tlv type=12 length=0\n"
             "INFO: tlv_parse_buffer: skipping unrecognized tlv type=255 length=300\n");
-}
-
-TEST_F(prodcfg_test, full_fields_have_their_length) {
-  init_with(record_of(item(5, std::string(64, 'h')) + item(11, "PROD")));
-  product_text text;
-  EXPECT_TRUE(prodcfg_get_hwcfg(text));
-  EXPECT_EQ(std::string(text), std::string(64, 'h'));
-  EXPECT_TRUE(prodcfg_get_product_id(text));
-  EXPECT_STREQ(text, "PROD");
 }
 
 TEST_F(prodcfg_test, absent_items_have_no_text) {
