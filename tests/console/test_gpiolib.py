@@ -71,27 +71,13 @@ def test_line_that_cannot_be_given_back_is_told_from_verbosity_6_on(dev):
 # ---------------------------------------------------------------------- gpiolib info
 
 
-def test_info_of_the_tk20(tk20):
-    assert tk20.command("gpiolib info") == listing(TK20)
-
-
-def test_info_with_the_io_option(dev):
-    dev.give_model("P2", "dio2x1r")
+@pytest.mark.parametrize("product_id, hwcfg, rows", [
+    ("P2", None, TK20), ("P2", "dio2x1r", TK20_DIO2X1R), ("P7", None, TK10_MFG),
+    *((product_id, None, "") for product_id in ("P1", "P3", "P8", "XX"))])
+def test_info_lists_the_signals_of_the_model(dev, product_id, hwcfg, rows):
+    dev.give_model(product_id, hwcfg)
     dev.boot()
-    assert dev.command("gpiolib info") == listing(TK20_DIO2X1R)
-
-
-def test_info_of_the_tk10_mfg(dev):
-    dev.give_model("P7")
-    dev.boot()
-    assert dev.command("gpiolib info") == listing(TK10_MFG)
-
-
-@pytest.mark.parametrize("product_id", ["P1", "P3", "P8", "XX"])
-def test_info_of_a_board_without_table(dev, product_id):
-    dev.give_model(product_id)
-    dev.boot()
-    assert dev.command("gpiolib info") == listing("")
+    assert dev.command("gpiolib info") == listing(rows)
 
 
 @pytest.mark.parametrize("content, error", [
@@ -112,13 +98,6 @@ def test_set_of_a_pin_with_a_peripheral_is_refused(dev):
     assert dev.command("gpiolib set TX2 1") == "ERROR: gpio70 (TX2) is not an output\n" + FAILURE
     assert dev.command("gpiolib set NRESETIN 1") == "ERROR: gpio-1 (NRESETIN) is not an output\n" + FAILURE
     assert dev.ioctls == []
-
-
-def test_set_with_the_io_option(dev):
-    dev.give_model("P2", "dio2x1r")
-    dev.boot()
-    assert dev.command("gpiolib set RELAY 1") == SUCCESS
-    assert dev.level(151) == 1
 
 
 def test_set_fails_where_the_kernel_does(tk20):

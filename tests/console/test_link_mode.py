@@ -2,9 +2,9 @@
 
 import pytest
 
-from ethernet import (FULL_10, FULL_100, GET_LINK, GET_SETTINGS, HALF_10, HALF_100, SET_SETTINGS, Settings,
+from ethernet import (Ethernet, FULL_10, FULL_100, GET_LINK, GET_SETTINGS, HALF_10, HALF_100, SET_SETTINGS, Settings,
                       ethtool_requests)
-from network import Ethernet, command, without_card
+from network import command, without_card
 from texts import FAILURE, INCOMPLETE, SUCCESS
 
 ALL = HALF_10 | FULL_10 | HALF_100 | FULL_100

@@ -1,6 +1,6 @@
 """A network session as tests see it: the wired interface, what starting it shows and does, and its texts."""
 
-from ethernet import Ethernet, product_record
+from ethernet import product_record
 from root_session import RootSession
 from texts import SUCCESS
 
@@ -47,6 +47,3 @@ def put_product_mac(dev: RootSession, mac: str) -> None:
 
 def without_card(dev: RootSession) -> None:
     dev.remove("/.harness/eth0")
-
-
-__all__ = [name for name in dir() if not name.startswith("_")]

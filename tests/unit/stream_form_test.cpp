@@ -108,13 +108,6 @@ TEST_F(image_write_fd_test,
 // ---------------------------------------------------------------------------------------------- saved
 // headers
 
-TEST_F(image_write_fd_test, headers_equal_to_the_saved_ones_are_installed) {
-  root.write_file(saved, chained(bootloader).header() + config_loader.header());
-  const sender source(chained(bootloader).whole() + config_loader.whole());
-  EXPECT_EQ(install(source, download_mask, saved), 1);
-  EXPECT_EQ(root.printed(), bootloader.info() + config_loader.info());
-}
-
 TEST_F(image_write_fd_test, more_headers_than_were_saved_fail) {
   root.write_file(saved, chained(bootloader).header() + std::string(255, 'x'));
   const sender source(chained(bootloader).whole() + config_loader.whole());

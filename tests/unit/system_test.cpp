@@ -85,20 +85,6 @@ TEST_F(system_test, clean_flash_is_formatted_with_the_sizes_of_the_header) {
   EXPECT_EQ(std::count(all.begin(), all.end(), make_volume(0, "-s 16KiB", "rootfs_1")), 1);
 }
 
-TEST_F(system_test, a_clean_device_takes_no_oem_defaults) {
-  put_ubi0(erased);
-  EXPECT_EQ(prepare({oem}), 0);
-  EXPECT_EQ(root.shell_lines(), lines());
-  EXPECT_EQ(root.printed(), "ERROR: Cannot write OEM defaults file to clean flash\n");
-}
-
-TEST_F(system_test, a_python_archive_does_not_ask_whether_the_device_is_clean) {
-  put_ubi0(erased);
-  EXPECT_EQ(prepare({python}), 1);
-  EXPECT_EQ(root.sleeps().size(), 0U);
-  EXPECT_EQ(root.shell_lines()[2], mount("vexo_user"));
-}
-
 // ---------------------------------------------------------------------------------------------- headers
 
 TEST_F(system_test, every_step_is_told_at_verbosity_six) {
