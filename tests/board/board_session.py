@@ -14,7 +14,7 @@ import zlib
 from pathlib import Path
 
 import layout
-from product import board_record, record
+from product import model_record, record
 from session import Session
 from texts import SUCCESS
 from virtual_board import Board, BoardError, Timeout
@@ -147,7 +147,7 @@ class BoardSession(Session):
 
     def give_model(self, product_id, hwcfg=None):
         """Makes the device the model of this product ID and hardware configuration, before the start."""
-        self.board.flash_fill("prod_config", board_record(product_id, hwcfg))
+        self.board.flash_fill("prod_config", model_record(product_id, hwcfg))
 
     @contextlib.contextmanager
     def only_changed(self, *numbers):

@@ -1,4 +1,4 @@
-"""gpiolib info and gpiolib set on real GPIO lines. What start-up makes of them is in test_board_types.py."""
+"""gpiolib info and gpiolib set on real GPIO lines. What start-up makes of them is in test_models.py."""
 
 from gpio_lines import expect_lines, exported
 from signals import TK20, TK20_DIO2X1R, lines, listing, row_of, with_levels

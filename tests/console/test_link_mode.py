@@ -2,7 +2,7 @@
 
 import pytest
 
-from ethernet import (Ethernet, FULL_10, FULL_100, GET_LINK, GET_SETTINGS, HALF_10, HALF_100, SET_SETTINGS, Settings,
+from ethernet import (FULL_10, FULL_100, GET_LINK, GET_SETTINGS, HALF_10, HALF_100, SET_SETTINGS, Ethernet, Settings,
                       ethtool_requests)
 from network import command, without_card
 from texts import FAILURE, INCOMPLETE, SUCCESS

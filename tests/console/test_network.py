@@ -3,7 +3,8 @@
 import pytest
 
 from ethernet import Ethernet
-from network import (DOWN, LEASE, LINKED, NO_PRODUCT, OWN_MAC, POLL, STARTED_BY_DHCP, UNABLE_TO_CONFIGURE, UP, command, put_product_mac, set_mac, start, steps, without_card)
+from network import (DOWN, LEASE, LINKED, NO_PRODUCT, OWN_MAC, POLL, STARTED_BY_DHCP, UNABLE_TO_CONFIGURE, UP, command,
+                     put_product_mac, set_mac, start, steps, without_card)
 from texts import ALREADY_RUNNING, ALREADY_STOPPED, DHCP, FAILURE, INCOMPLETE, STATIC, SUCCESS, USING_ETH0, network_info
 
 OTHER_MAC = "00:00:5e:bc:de:0f"

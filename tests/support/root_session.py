@@ -15,7 +15,7 @@ from pathlib import Path
 
 from device_root import DeviceRoot
 from event_log import Events
-from product import board_record, record
+from product import model_record, record
 from serial_ports import SerialPort, SerialPorts, Timeout
 from session import Session, plain
 
@@ -193,7 +193,7 @@ class RootSession(Session, DeviceRoot):
     def give_model(self, product_id: str, hwcfg: str | None = None) -> None:
         """Makes the device the model of this product ID and hardware configuration, with GPIO lines; before the
         start."""
-        self.partition("prod_config").write(board_record(product_id, hwcfg))
+        self.partition("prod_config").write(model_record(product_id, hwcfg))
         self.make_gpio_lines()
 
     def make_gpio_lines(self, numbers=range(32, 160)) -> None:

@@ -2,7 +2,7 @@
 #include <set>
 #include <sstream>
 
-#include "board_test.h"
+#include "model_test.h"
 #include "platform/control_device.h"
 #include "platform/pin_mode.h"
 

@@ -2,13 +2,13 @@
 // written to the kernel's tree to the byte, and every message.
 #include "platform/gpiolib.h"
 
-#include "board_test.h"
+#include "model_test.h"
 
 namespace {
 
 constexpr uint32_t pin_mode = 0x40144C0A;
 
-class gpiolib_test : public board_test {
+class gpiolib_test : public model_test {
  protected:
   static const gpiolib_signal* signal(const char* name) { return gpiolib_lookup_num_or_name_string(name); }
 

@@ -1,11 +1,11 @@
 // The line drivers of the tk20, where no command leads: ports and boards without signals.
 #include "console/line_driver.h"
 
-#include "board_test.h"
+#include "model_test.h"
 
 namespace {
 
-class line_driver_test : public board_test {
+class line_driver_test : public model_test {
  protected:
   static tty_port port_of(int32_t number, tty_modes mode, bool terminated = false) {
     tty_port port = tty_cli;

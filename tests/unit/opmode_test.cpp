@@ -1,12 +1,12 @@
 // The operating mode: what each product record makes of it, and what the setters accept.
-#include "board_test.h"
+#include "model_test.h"
 #include "platform/discover.h"
 
 namespace {
 
 const std::string absent = "<absent>";
 
-class opmode_test : public board_test {
+class opmode_test : public model_test {
  protected:
   // A device with this record.
   static void give(const std::string& product_id, const std::string& hwcfg = absent) {

@@ -2,14 +2,14 @@
 // can harm the shell.
 #include "prodcfg/record.h"
 
-#include "board_test.h"
+#include "model_test.h"
 
 namespace {
 
 const std::string mac_a = "\x11\x12\x13\x14\x15\x16";
 const std::string mac_b = "\x21\x22\x23\x24\x25\x26";
 
-class prodcfg_test : public board_test {
+class prodcfg_test : public model_test {
  protected:
   // Reads the partition with this at its start.
   void init_with(const std::string& bytes) {

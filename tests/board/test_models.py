@@ -1,4 +1,4 @@
-"""Start-up on each type of board: the product record in flash says which it is, the kernel's GPIO lines show what the
+"""Start-up on each model: the product record in flash says which it is, the kernel's GPIO lines show what the
 shell made of it."""
 
 import contextlib
