@@ -14,7 +14,7 @@ import zlib
 from pathlib import Path
 
 import layout
-from product import board_record, record
+from product import model_record, record
 from session import Session
 from texts import SUCCESS
 from virtual_board import Board, BoardError, Timeout
@@ -24,9 +24,6 @@ BUILD = Path(os.environ.get("BUILD", ROOT / "build" / "arm")).resolve()
 
 # The cores may be busy with other boards and builds: nothing that is expected to come fails for being slow.
 PATIENCE = 120.0
-# Longest the shell waits for a sender to start, and its settling before and after.
-START_SECONDS = 30
-IDLE_SECONDS = 3
 
 PARTITIONS = layout.PARTITIONS
 NOR = [name for name, row in PARTITIONS.items() if row.chip == "nor"]
@@ -150,7 +147,7 @@ class BoardSession(Session):
 
     def give_model(self, product_id, hwcfg=None):
         """Makes the device the model of this product ID and hardware configuration, before the start."""
-        self.board.flash_fill("prod_config", board_record(product_id, hwcfg))
+        self.board.flash_fill("prod_config", model_record(product_id, hwcfg))
 
     @contextlib.contextmanager
     def only_changed(self, *numbers):

@@ -7,9 +7,9 @@ import pytest
 
 import images
 from board_session import PATIENCE
-from texts import FAILURE, SUCCESS
+from texts import DHCP, FAILURE, SUCCESS, USING_ETH0
 from tftp_server import Stops
-from wired_network import DHCP, HOST, LEASE, NO_PRODUCT, NOBODY, USING_ETH0, info
+from wired_network import HOST, LEASE, NO_PRODUCT, NOBODY, info
 
 MEBIBYTE = 1 << 20
 CLEAR = "find /tmp /root -type f -exec rm {} +"

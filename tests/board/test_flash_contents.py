@@ -7,6 +7,7 @@ import zlib
 import pytest
 
 import images
+import layout
 import product
 import real_images
 import ubi_device
@@ -14,7 +15,6 @@ from board_session import PATIENCE, BoardSession
 from flash_table import row, table
 from texts import FAILURE, SUCCESS
 from ubi_device import expect_given_back, make, root_files, ubifs, usable_lebs
-import layout
 
 BOOTSTRAP_SIZE = 0x1234
 ERASED = b"\xff"
@@ -60,22 +60,18 @@ def test_something_of_everything(dev):
     leb = layout.NAND_GEOMETRIES["128k"].leb
     size = {name: f"{lebs * leb:x}" for name, lebs in ubi_device.fresh_layout().items()}
     assert dev.command("flash analyze") == table(
-        ("active", "1.5", "-", "1234", f"{images.checksum(bootstrap()):08x}"),
-        ("active", "2.0.1", "-", f"{len(record):x}", f"{struct.unpack_from('<H', record)[0]:08x}"),
-        ("active", "1.2.3.4A5", "TK", "7530", checksum_field(loader)),
-        ("active", "-", "-", f"{len(environment.rstrip(ERASED)):x}", f"{zlib.crc32(environment[4:]):08x}"),
-        ("clean",),
-        ("active", "3.1.0.0R1", "TK", "11171", checksum_field(kernel)),
-        ("dirty",),
-        ("-",),
-        ("clean",),
-        ("dirty",),
-        ("-", "-", "-", "8000000"),
-        ("active", "3.1.0.0R1", "TK", size["rootfs_1"]),
-        ("inactive", "3.2.0.15R27-beta", "TK", size["rootfs_2"]),
-        ("-",),
-        ("active", "-", "-", size["vexo_private"]),
-        ("active", "-", "-", size["vexo_user"])) + SUCCESS
+        bootstrap=("active", "1.5", "-", "1234", f"{images.checksum(bootstrap()):08x}"),
+        prod_config=("active", "2.0.1", "-", f"{len(record):x}", f"{struct.unpack_from('<H', record)[0]:08x}"),
+        bootloader=("active", "1.2.3.4A5", "TK", "7530", checksum_field(loader)),
+        bootenv_1=("active", "-", "-", f"{len(environment.rstrip(ERASED)):x}", f"{zlib.crc32(environment[4:]):08x}"),
+        kernel_1=("active", "3.1.0.0R1", "TK", "11171", checksum_field(kernel)),
+        kernel_2=("dirty",),
+        param_space=("dirty",),
+        ubi0=("-", "-", "-", "8000000"),
+        rootfs_1=("active", "3.1.0.0R1", "TK", size["rootfs_1"]),
+        rootfs_2=("inactive", "3.2.0.15R27-beta", "TK", size["rootfs_2"]),
+        vexo_private=("active", "-", "-", size["vexo_private"]),
+        vexo_user=("active", "-", "-", size["vexo_user"])) + SUCCESS
     assert sum(ubi_device.fresh_layout().values()) == usable_lebs()
     expect_given_back(dev)
     for name, data in flash.items():

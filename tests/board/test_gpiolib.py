@@ -1,6 +1,4 @@
-"""gpiolib info and gpiolib set on real GPIO lines. What start-up makes of them is in test_board_types.py."""
-
-import pytest
+"""gpiolib info and gpiolib set on real GPIO lines. What start-up makes of them is in test_models.py."""
 
 from gpio_lines import expect_lines, exported
 from signals import TK20, TK20_DIO2X1R, lines, listing, row_of, with_levels
@@ -8,15 +6,6 @@ from texts import FAILURE, SUCCESS
 
 INPUTS_HIGH = {number: 1 for number, (direction, _) in lines(TK20_DIO2X1R).items() if direction == "in"}
 ROWS = with_levels(TK20, INPUTS_HIGH)
-
-
-@pytest.mark.parametrize("signal", ["FAULT_LED", "74"])
-def test_set_drives_a_line(tk20, signal):
-    for word, level in ("low", 0), ("1", 1), ("0", 0), ("high", 1), ("high", 1):
-        with tk20.only_changed(74):
-            assert tk20.command(f"gpiolib set {signal} {word}") == SUCCESS
-        assert exported(tk20)[74] == ("out", level)
-        assert tk20.command(f"gpiolib info {signal}") == listing(with_levels(row_of(ROWS, "FAULT_LED"), {74: level}))
 
 
 def test_every_output_is_driven_by_its_number_and_its_name(tk20):
@@ -32,51 +21,11 @@ def test_every_output_is_driven_by_its_number_and_its_name(tk20):
     expect_lines(tk20, ROWS)
 
 
-def test_info_shows_what_is_wired_to_an_input(tk20):
-    for level in 0, 1:
-        with tk20.only_changed(37):
-            tk20.board.gpio_input(37, level)
-        assert tk20.command("gpiolib info CP9") == listing(with_levels(row_of(ROWS, "CP9"), {37: level}))
-        assert tk20.command("gpiolib info 37") == tk20.command("gpiolib info CP9")
-
-
 def test_an_output_shows_what_is_driven_not_what_is_wired_to_it(tk20):
     with tk20.only_changed():
         tk20.board.gpio_input(74, 0)
         assert tk20.command("gpiolib info FAULT_LED") == listing(row_of(ROWS, "FAULT_LED"))
         tk20.board.gpio_input(74, 1)
-
-
-@pytest.mark.parametrize("words, error", [
-    ("20 1", "Invalid number or name '20'"),
-    ("31 1", "Invalid number or name '31'"),
-    ("160 1", "Invalid number or name '160'"),
-    ("4294967370 1", "Invalid number or name '4294967370'"),
-    ("75 1", "Invalid number or name '75'"),
-    ("NOPE 1", "Invalid number or name 'NOPE'"),
-    ("fault_led 0", "Invalid number or name 'fault_led'"),
-    ("RELAY 1", "Invalid number or name 'RELAY'"),
-    ("151 1", "Invalid number or name '151'"),
-    ("FAULT_LED LOW", "Invalid state 'LOW'"),
-    ("FAULT_LED 2", "Invalid state '2'"),
-    ("CP9 1", "gpio37 (CP9) is not an output"),
-    ("37 low", "gpio37 (CP9) is not an output"),
-])
-def test_set_refuses(tk20, words, error):
-    with tk20.only_changed():
-        assert tk20.command(f"gpiolib set {words}") == f"ERROR: {error}\n" + FAILURE
-
-
-@pytest.mark.parametrize("signal", ["20", "31", "160", "75", "NOPE", "EXT_IN1", "64", "fault_led"])
-def test_info_refuses(tk20, signal):
-    with tk20.only_changed():
-        assert tk20.command(f"gpiolib info {signal}") == f"\nERROR: Invalid number or name '{signal}'\n\n"
-
-
-def test_words_missing(tk20):
-    with tk20.only_changed():
-        for words in "gpiolib set", "gpiolib set FAULT_LED":
-            assert tk20.command(words) == "ERROR: Incomplete command\n"
 
 
 def test_the_io_option_brings_its_signals(tk20):

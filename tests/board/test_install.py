@@ -6,7 +6,7 @@ import images
 import real_images
 from board_session import PROTECTED
 from real_images import (BOOTLOADER, BOOTSTRAP, CONFIG_LOADER, KERNEL, SMALL_BOOTLOADER, SMALL_CONFIG_LOADER,
-                         SMALL_KERNEL, contents, split)
+                         SMALL_KERNEL, chained, contents, split)
 from texts import SUCCESS
 
 RELEASE = (("bootloader", BOOTLOADER), ("kernel", KERNEL), ("config-loader", CONFIG_LOADER))
@@ -127,3 +127,18 @@ def test_protected_partitions_are_locked_from_the_start(dev):
     assert PROTECTED == ["bootstrap", "prod_config", "bootloader", "bootenv_1", "bootenv_2"]
     dev.expect_locked()
     assert not dev.is_locked("kernel_2"), "the proof that a write would be seen"
+
+
+@pytest.mark.parametrize("port", [1, 2], ids=["console", "ttyS2"])
+def test_flag_ends_the_image_too_early(dev, port):
+    before = real_images.environment(kernel_size_1="1D3C00")
+    dev.board.flash_fill("bootenv_1", before)
+    loader, kernel = split(real_images.small())
+    loader = chained(loader, more=False)
+    # What follows on the console's line is dropped; on another one nobody would take it, and it would stay in the line.
+    follows = kernel if port == 1 else b""
+    shown = dev.install(loader + follows, f"flash download serial 2 {port}", port)
+    assert shown == images.info(loader) + SUCCESS, "the flag is the stream's only end"
+    dev.expect_flash(bootenv_1=before, bootloader=loader)
+    assert dev.shown_environment()["bootbank"] == "1"
+    assert dev.board.sh("ls /tmp/recovery.log /tmp/image.rom").status != 0, "files of the transfer are left"

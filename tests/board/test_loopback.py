@@ -91,10 +91,6 @@ def test_plug(lines, size):
     assert b"".join(carried) == pattern(size)
 
 
-def test_nothing_in_the_port(lines):
-    assert lines.run(300) == begin(300) + counts(300, 0) + mismatch(0, 0, 0xFF) + FAILED
-
-
 @pytest.mark.parametrize("altered, size, messages", [
     ({100: b""}, 300, counts(300, 299) + mismatch(100, 0x64, 0x65) + FAILED),
     ({299: b""}, 300, counts(300, 299) + mismatch(299, 0x2B, 0xFF) + FAILED),
@@ -109,36 +105,12 @@ def test_plug_that_alters_bytes(lines, altered, size, messages):
     assert b"".join(carried) == pattern(size)
 
 
-def test_plug_that_floods_the_port(lines):
-    """The test ends where its buffer does. What is left in the line is echoed by the port once it is no longer raw: the
-    plug has been pulled by then, and the rest goes with the power."""
-    with lines.wire(2, 2, {99: b"\x63" + b"?" * 1000, **{number: b"" for number in range(100, 5000)}}):
-        assert lines.run(100) == begin(100) + counts(100, 200) + PASSED
-    lines.board.restart()
-
-
 def test_two_ports_wired_to_each_other(lines):
     before = lines.settings()
     with lines.wire(1, 2) as there, lines.wire(2, 1) as back:
         assert lines.run(1000, 1, 2) == begin(1000) + PASSED
     assert lines.settings() == before
     assert b"".join(there) == b"".join(back) == pattern(1000)
-
-
-@pytest.mark.parametrize("there, back, messages", [
-    ({10: b""}, {}, counts(300, 299) + mismatch(10, 0x0A, 0x0B) + FAILED),
-    ({}, {10: b""}, counts(300, 299) + mismatch(10, 0x0A, 0x0B) + FAILED),
-    ({20: b"\xee", 299: b"\x2b?"}, {299: b"\x2b!"}, counts(300, 302) + mismatch(20, 0x14, 0xEE) + FAILED),
-], ids=["lost on the way there", "lost on the way back", "changed, and surplus both ways"])
-def test_two_ports_with_a_bad_wire(lines, there, back, messages):
-    with lines.wire(2, 1, there) as sent, lines.wire(1, 2, back) as echoed:
-        assert lines.run(300, 2, 1) == begin(300) + messages
-    assert b"".join(sent) == pattern(300)
-    assert b"".join(echoed) == b"".join(there.get(at, bytes([byte])) for at, byte in enumerate(pattern(300)))
-
-
-def test_remote_port_that_is_wired_to_nothing(lines):
-    assert lines.run(300, 2, 1) == begin(300) + counts(300, 0) + mismatch(0, 0, 0xFF) + FAILED
 
 
 def test_what_is_said_on_the_way(lines):

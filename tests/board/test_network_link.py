@@ -3,8 +3,8 @@ ethtool."""
 
 import pytest
 
-from texts import INCOMPLETE, SUCCESS
-from wired_network import DHCP, HOST, LEASE, NO_PRODUCT, Settings, info, interface, settings
+from texts import DHCP, SUCCESS
+from wired_network import HOST, LEASE, NO_PRODUCT, Settings, info, interface, settings
 
 MODES = {
     # keyword: configured mode, link state, and what the card is set to
@@ -48,14 +48,3 @@ def test_every_mode_without_a_cable(dev):
         assert dev.command(f"network ethernet link {keyword}") == SUCCESS
         assert dev.command("network info") == info("up", **LEASE, mode=mode, link="down")
         assert settings(dev) == card, keyword
-
-
-@pytest.mark.parametrize("words, message", [
-    ("", INCOMPLETE),
-    (" eth0", INCOMPLETE),
-    (" 1000f", "ERROR: Invalid parameter '1000f'\n"),
-    (" eth1 10h", "ERROR: Invalid parameter 'eth1'\n"),
-])
-def test_words_that_are_refused_leave_the_card_alone(dev, words, message):
-    assert dev.command(f"network ethernet link{words}") == message
-    assert settings(dev) == NEGOTIATING

@@ -3,12 +3,12 @@ one, and little more than the shell at rest. The tools that it runs are not coun
 
 import random
 
+import layout
 import ubi_device
 from network_device import install
 from real_images import info
 from texts import INSTALLING, PREPARING, SUCCESS
 from ubi_device import attached, root_files, ubifs
-import layout
 
 MEBIBYTE = 1 << 20
 SAME_KIB, ABOVE_IDLE_KIB = 64, 1024

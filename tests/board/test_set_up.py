@@ -9,10 +9,11 @@ from pathlib import Path
 
 import pytest
 
+import foreign_packages
+from foreign_packages import PackageError, PackageLists, damaged, unpack
+
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools"))
 
-import foreign_packages  # noqa: E402  (the path had to be set first)
-from foreign_packages import PackageError, PackageLists, damaged, unpack  # noqa: E402
 
 FILES = {"kernel": {"boot/vmlinuz": b"k" * 5000}, "headers": {"usr/src/Makefile": b"all:\n", "usr/src/empty": b""}}
 RENEWED = "E: Failed to fetch Packages.xz  File has unexpected size (1 != 2). Mirror sync in progress?"

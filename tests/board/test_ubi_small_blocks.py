@@ -3,6 +3,7 @@
 import pytest
 
 import images
+import layout
 import real_images
 import ubi_device
 from board_session import BoardSession
@@ -10,7 +11,6 @@ from flash_table import table
 from real_images import SMALL_BOOTLOADER, contents, split
 from texts import NOT_INSTALLED, SUCCESS
 from ubi_device import attached, expect_given_back, fresh_layout, install, root_files, tar_xz, ubifs, with_set_user_id
-import layout
 
 FIRST, SECOND = root_files("3.1.0.0R1"), root_files("3.2.0.0R7")
 OEM = b"<oem/>\n"

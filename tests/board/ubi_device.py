@@ -19,8 +19,8 @@ import time
 from pathlib import Path
 
 import images
-import real_images
 import layout
+import real_images
 from board_session import PARTITIONS, PATIENCE
 
 UBI_SIZE = PARTITIONS["ubi0"].size

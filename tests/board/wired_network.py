@@ -11,10 +11,8 @@ import time
 from typing import NamedTuple
 
 from board_session import PATIENCE
+from texts import network_info
 
-DHCP = "NOTE: Using DHCP\n"
-STATIC = "NOTE: Using static configuration\n"
-USING_ETH0 = "NOTE: Using interface 'eth0'\n"
 NO_LINK = "NOTE: Network link up timeout\n"
 
 # The card's own address, the computer behind the cable, an address that nobody has, and what the computer leases.
@@ -24,10 +22,9 @@ LEASE = {"ip": "10.0.2.15", "netmask": "255.255.255.0", "gateway": HOST}
 NO_PRODUCT = f"NOTE: Can't get mac address from product config, using {MAC}\n"
 
 
-def info(state, mac=MAC, ip="<unavailable>", netmask="<unavailable>", gateway="<unavailable>", mode="auto", link="down"):
+def info(state, mac=MAC, **shown):
     """What `network info` shows."""
-    return (f"\n  eth0: ({state})\n       hw addr : {mac.upper()}\n       ip addr : {ip}\n       netmask : {netmask}\n"
-            f"       gateway : {gateway}\n     link mode : {mode}\n    link state : {link}\n\n")
+    return network_info(state, mac, **shown)
 
 
 class Interface(NamedTuple):

@@ -1,7 +1,6 @@
 """The shell's own commands, the confirmation question, and signals."""
 
 import os
-import re
 import signal
 import termios
 import time
@@ -9,17 +8,10 @@ import time
 import pytest
 
 from session import onlcr
-from texts import BANNER, FAILURE, QUESTION, SUCCESS
+from texts import FAILURE, QUESTION, SUCCESS
 
 
 # ---------------------------------------------------------------------- version, quit
-
-
-def test_version_prints_the_banner_line_of_the_start(dev):
-    start = dev.boot()
-    banner = dev.command("version")
-    assert re.fullmatch(re.escape(BANNER) + r"[A-Z][a-z]{2} [ 1-3]\d \d{4} \d\d:\d\d:\d\d\)\n", banner)
-    assert banner in start
 
 
 @pytest.mark.parametrize("line", ["quit", "exit", "EXIT", "q", "ex", "quit x"])

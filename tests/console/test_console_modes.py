@@ -90,12 +90,6 @@ def test_other_boards_have_no_driver(dev, product_id, board):
     assert steps(dev) == []
 
 
-def test_port_0_is_refused_on_the_tk20_too(tk20):
-    for mode in ("rs485", "rs422"):
-        assert tk20.command(f"set console 0 {mode}") == f"ERROR: {mode} not valid on /dev/ttyS0\n" + FAILURE
-    assert steps(tk20) == []
-
-
 def test_mode_becomes_possible_with_the_board(dev):
     dev.make_gpio_lines()
     dev.boot()
@@ -114,34 +108,6 @@ def test_change_of_the_operating_mode_resets_the_drivers(tk20):
 
 # ---------------------------------------------------------------------- failures
 
-REFUSED = ("ERROR: ioctl(TIOCSRS485) on /dev/ttyS{port}\n"
-           "tty_set_termios: tty_configure_mode(): Inappropriate ioctl for device\n"
-           "tty_remap_stdio: tty_set_termios(): Inappropriate ioctl for device\n")
-
-
-def test_refused_request_is_told_and_the_result_line_comes_twice(tk20):
-    tk20.answer_ioctl(REQUEST, "/dev/ttyS1", error="ENOTTY")
-    before = tk20.command("show console")
-    assert tk20.command("set console rs485 term") == REFUSED.format(port=1) + FAILURE + SUCCESS
-    assert [tk20.level(number) for number in PORT_1.values()] == [0, 1, 0, 1, 0], "the signals were driven before"
-    assert tk20.command("show console") == before
-    assert tk20.command("set console rs485") == REFUSED.format(port=1) + FAILURE + SUCCESS, "it was no change"
-
-
-def test_refused_request_on_the_other_port_leaves_the_shell_there(tk20):
-    tk20.answer_ioctl(REQUEST, "/dev/ttyS2", error="ENOTTY", times=1)
-    tk20.type("set console 2 rs422")
-    tk20.console = tk20.port(2)
-    assert tk20.expect("CLI> ") == REFUSED.format(port=2) + FAILURE + SUCCESS
-    assert tk20.command("show console") == block(1), "the record has not moved"
-    assert tk20.command("set console 2 rs422") == block(2, mode="rs422", term="off") + SUCCESS
-
-
-def test_refused_rs232_request_fails_every_change(tk20):
-    tk20.answer_ioctl(REQUEST, "/dev/ttyS1", error="ENOTTY")
-    assert tk20.command("set console noflow") == REFUSED.format(port=1) + FAILURE + SUCCESS
-
-
 def test_signal_that_cannot_be_driven_is_told_and_the_rest_goes_on(tk20):
     tk20.remove("/sys/class/gpio/gpio137/value")
     tk20.fail_call("write", "gpio141/value", error=None, result=1)
@@ -149,12 +115,6 @@ def test_signal_that_cannot_be_driven_is_told_and_the_rest_goes_on(tk20):
         "ERROR: Failed open to set gpio137 (4W_B1) value to '1'\n"
         "ERROR: Failed write to set gpio141 (TX_2W_TE1) value to '1'\n" + block(1, mode="rs485", term="on") + SUCCESS)
     assert [event.argument[0] for event in tk20.ioctls] == [0x23]
-
-
-def test_termination_needs_a_bus(tk20):
-    assert tk20.command("set console rs232 term") == "ERROR: Termination not valid in rs232 mode\n"
-    assert tk20.command("set console term") == "ERROR: Termination not valid in rs232 mode\n"
-    assert steps(tk20) == []
 
 
 def test_declined_change_ends_without_result(tk20):

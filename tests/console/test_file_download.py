@@ -246,13 +246,14 @@ def test_no_memory_for_the_buffer(dev):
     expect_at_rest(dev)
 
 
-def test_write_that_fails(dev):
+@pytest.mark.parametrize("data, told", [
+    (b"12345", "fwrite(5) error(No space left on device)"), (b"contents", "fwrite(8) error(No space left on device)")])
+def test_write_that_fails(dev, data, told):
     dev.boot()
     dev.command("verbose 4")
     dev.fail_call("fwrite", "/tmp/firmware", error="ENOSPC", result=0)
-    shown = dev.install(b"contents", "file download serial firmware 2", port=2)
-    assert shown.endswith(
-        BEGIN + "INFO: Downloaded 0 bytes\nERROR: fwrite(8) error(No space left on device)\n" + FAILED)
+    shown = dev.install(data, "file download serial firmware 2", port=2)
+    assert shown.endswith(BEGIN + f"INFO: Downloaded 0 bytes\nERROR: {told}\n" + FAILED)
     assert not dev.path("/tmp/firmware").exists()
     expect_at_rest(dev)
 

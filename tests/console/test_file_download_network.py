@@ -2,9 +2,9 @@
 
 import pytest
 
-from network import (DHCP, NO_PRODUCT, STARTED_BY_DHCP, UNABLE_TO_CONFIGURE, UNABLE_TO_START, USING_ETH0, command,
-                     start, steps, without_card)
-from texts import FAILURE, INCOMPLETE, SUCCESS
+from network import (NO_PRODUCT, STARTED_BY_DHCP, UNABLE_TO_CONFIGURE, UNABLE_TO_START, command, start, steps,
+                     without_card)
+from texts import DHCP, FAILURE, INCOMPLETE, SUCCESS, USING_ETH0
 
 GET_FAILED = "ERROR: TFTP get failed\n"
 
@@ -76,7 +76,7 @@ def test_without_a_network(dev):
 @pytest.mark.parametrize("status, stdout, stderr, shown", [
     (0, "", "", SUCCESS),
     (0, "file\n", "", "file\n" + SUCCESS),
-    (0, "file 100% done\n", "", "NOTE: file 100% done\n" + SUCCESS),
+    (0, "100% done\nfile 100% done\n", "", "NOTE: 100% done\nNOTE: file 100% done\n" + SUCCESS),
     (1, "", "tftp: server error: (1) File not found\n",
      "NOTE: tftp: server error: (1) File not found\nERROR: Child exit status=1\nERROR: Exit status=255\n"
      + GET_FAILED + FAILURE),

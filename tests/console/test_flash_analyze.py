@@ -6,30 +6,11 @@ import zlib
 import pytest
 
 import images
+from flash_table import HEADING, NAMES, row, table
 from texts import FAILURE, SUCCESS
 
-HEADING = """
-partition  name            bk  status    version      pc  size-hex   crc-hex 
----------  --------------  --  --------  -----------  --  ---------  --------
-"""
-NAMES = ("bootstrap", "prod_config", "bootloader", "bootenv_1", "bootenv_2", "kernel_1", "kernel_2", "kernel_single",
-         "config_loader", "param_space", "ubi0", "rootfs_1", "rootfs_2", "rootfs_single", "vexo_private", "vexo_user")
-NODES = tuple(f"mtd{n}" for n in range(11)) + tuple(f"ubi0_{n}" for n in range(5))
-BANKS = "-----12S---12S--"
 UBI_SIZE = 0x40000  # two erase blocks: the clean check reads the whole partition
-
-
-def row(name, status="-", version="-", code="-", size="-", crc="-"):
-    at = NAMES.index(name)
-    return (f"{NODES[at]:10} {name:15} {BANKS[at]:3} {status:9} {version:12} {code:2}  {size:>9}  {crc:>8}\n")
-
-
-def table(**rows):
-    """The whole table; rows that are not given are of erased partitions."""
-    other_schema = {"kernel_single", "rootfs_single"}
-    default = {name: row(name, "-" if name in other_schema else "clean") for name in NAMES}
-    default["ubi0"] = row("ubi0", size=f"{UBI_SIZE:x}")
-    return HEADING + "".join({**default, **rows}.values()) + "\n"
+NOT_LOOKED_AT = ("-", "-", "-", f"{UBI_SIZE:x}")
 
 
 @pytest.fixture
@@ -67,7 +48,7 @@ def analyze(dev):
 
 def test_erased_flash_is_clean(flash):
     flash.boot()
-    assert analyze(flash) == table() + SUCCESS
+    assert analyze(flash) == table(ubi0=NOT_LOOKED_AT) + SUCCESS
     flash.expect_not_ran("ubiattach", "mount")
     # Once for all UBI volumes, and for each partition that nothing was found in.
     assert flash.sleeps.count(2) == 1 + 9
@@ -95,16 +76,16 @@ def test_everything_that_can_be_recognised(flash):
     flash.boot()
     used = f"{4 + len(b'bootbank=1') + 1 + len(b'bootdelay=3') + 2:x}"
     assert analyze(flash) == table(
-        bootstrap=row("bootstrap", "active", "1.5", size="1234", crc=f"{images.checksum(bootstrap()):08x}"),
-        prod_config=row("prod_config", "active", "2.0.1", size=f"{len(product):x}",
-                        crc=f"{struct.unpack_from('<H', product)[0]:08x}"),
-        bootloader=row("bootloader", "active", "1.2.3.4A5", "TK", "bb8", f"{images.field(loader, 16):08x}"),
-        bootenv_1=row("bootenv_1", "active", size=used, crc=f"{zlib.crc32(environment(0x4000)[4:]):08x}"),
-        bootenv_2=row("bootenv_2", "active", size=used, crc=f"{zlib.crc32(environment(0x1000)[4:]):08x}"),
-        kernel_1=row("kernel_1", "active", "3.1.0.0R1", "AB", "fa1", f"{images.field(kernel, 16):08x}"),
-        kernel_2=row("kernel_2", "dirty"),
-        config_loader=row("config_loader", "active", size="4d", crc=f"{images.field(config, 16):08x}"),
-        param_space=row("param_space", "dirty")) + SUCCESS
+        bootstrap=("active", "1.5", "-", "1234", f"{images.checksum(bootstrap()):08x}"),
+        prod_config=("active", "2.0.1", "-", f"{len(product):x}",
+                     f"{struct.unpack_from('<H', product)[0]:08x}"),
+        bootloader=("active", "1.2.3.4A5", "TK", "bb8", f"{images.field(loader, 16):08x}"),
+        bootenv_1=("active", "-", "-", used, f"{zlib.crc32(environment(0x4000)[4:]):08x}"),
+        bootenv_2=("active", "-", "-", used, f"{zlib.crc32(environment(0x1000)[4:]):08x}"),
+        kernel_1=("active", "3.1.0.0R1", "AB", "fa1", f"{images.field(kernel, 16):08x}"),
+        kernel_2=("dirty",),
+        config_loader=("active", "-", "-", "4d", f"{images.field(config, 16):08x}"),
+        param_space=("dirty",), ubi0=NOT_LOOKED_AT) + SUCCESS
 
 
 @pytest.mark.parametrize("size, known", [(255, False), (256, True), (16384, True), (16385, False)])

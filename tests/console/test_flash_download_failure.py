@@ -67,22 +67,6 @@ def test_checksum_of_protected_part_fails_after_it_was_locked_again(dev):
     dev.expect_ran_exactly([UNLOCK_BOOTLOADER, LOCK_BOOTLOADER])
 
 
-def test_second_part_corrupted_first_stays_written(dev):
-    kernel = images.part(images.KERNEL, b"kernel", more=True)
-    damaged = images.part(images.CONFIG_LOADER, b"config")[:-1] + b"x"
-    shown = dev.install(kernel + damaged)
-    assert shown.startswith(images.info(kernel) + images.info(damaged) + "ERROR: Failed checksum test: ")
-    assert shown.endswith(NOT_INSTALLED)
-    assert dev.partition("kernel_2").read(0, len(kernel)) == kernel
-
-
-def test_failed_part_ends_the_installation(dev):
-    damaged = images.part(images.KERNEL, b"kernel", more=True)[:-1] + b"x"
-    assert dev.install(damaged + LOADER, SPARE, port=2).count("Image info:") == 1
-    assert dev.partition("bootloader").read(0, 8) == bytes(8)
-    dev.expect_ran_exactly([])
-
-
 # ---------------------------------------------------------------------- header
 
 
@@ -112,32 +96,13 @@ BAD_CHECKSUM = ("Header Checksum failed! Expected 0x78563412 and calculated "
 
 BAD_HEADERS = {
     "other number": (other_id(b"KESTO-2\0"), BAD_ID),
-    "lower case": (other_id(b"kesto-1\0"), BAD_ID),
-    "no NUL behind the ID": (other_id(b"KESTO-1 "), BAD_ID),
-    "ID too short": (other_id(b"KESTO-\0\0"), BAD_ID),
-    "no ID": (other_id(b"\0"), BAD_ID),
     "type 1": (damaged(HEADER_TYPE=1), BAD_TYPE),
-    "type in the first byte": (damaged(HEADER_TYPE=0x01000000), BAD_TYPE),
-    "length 0": (damaged(HEADER_LENGTH=0), BAD_LENGTH),
-    "length 255": (damaged(HEADER_LENGTH=255), BAD_LENGTH),
     "length 257": (damaged(HEADER_LENGTH=257), BAD_LENGTH),
-    "length the other way round": (damaged(HEADER_LENGTH=0x00010000), BAD_LENGTH),
-    "greatest length": (damaged(HEADER_LENGTH=0xFFFFFFFF), BAD_LENGTH),
     "mangled": (damaged(MANGLE_TYPE=1), BAD_MANGLE),
     "contents length": (damaged(CONTENTS_LENGTH=7), LENGTH_MISMATCH),
-    "final length": (damaged(FINAL_LENGTH=0), LENGTH_MISMATCH),
     "passcode": (damaged(PASSCODE_TYPE=0x80000000), BAD_PASSCODE),
     "contents checksum": (damaged(CONTENTS_CHECKSUM=0), CHECKSUM_MISMATCH),
-    "final checksum": (damaged(FINAL_CHECKSUM=0), CHECKSUM_MISMATCH),
     "header checksum": (unsigned(damaged(), 0x12345678), BAD_CHECKSUM),
-    # of two faults the first in the order of the checks is told
-    "ID before type": (other_id(b"KESTO-2\0", HEADER_TYPE=1), BAD_ID),
-    "type before length": (damaged(HEADER_TYPE=1, HEADER_LENGTH=0), BAD_TYPE),
-    "length before mangling": (damaged(HEADER_LENGTH=0, MANGLE_TYPE=1), BAD_LENGTH),
-    "mangling before contents length": (damaged(MANGLE_TYPE=1, FINAL_LENGTH=0), BAD_MANGLE),
-    "contents length before passcode": (damaged(FINAL_LENGTH=0, PASSCODE_TYPE=1), LENGTH_MISMATCH),
-    "passcode before contents checksum": (damaged(PASSCODE_TYPE=1, FINAL_CHECKSUM=0), BAD_PASSCODE),
-    "contents checksum before header checksum": (unsigned(damaged(FINAL_CHECKSUM=0), 0), CHECKSUM_MISMATCH),
 }
 
 
@@ -152,7 +117,7 @@ def test_bad_header_tells_its_fault_at_verbosity_6(dev, header, fault):
     dev.expect_ran_exactly([])
 
 
-@pytest.mark.parametrize("fault", ["no ID", "final length", "header checksum"])
+@pytest.mark.parametrize("fault", ["other number", "contents length", "header checksum"])
 @pytest.mark.parametrize("verbosity", [3, 5])
 def test_bad_header_is_just_bad_below_verbosity_6(dev, verbosity, fault):
     header = BAD_HEADERS[fault][0]
@@ -161,45 +126,7 @@ def test_bad_header_is_just_bad_below_verbosity_6(dev, verbosity, fault):
     assert dev.transfer(header) == images.info(header) + "ERROR: Bad image header 0\n" + NOT_INSTALLED
 
 
-@pytest.mark.parametrize("offset", [0, 6, 20, 27, 40, 100, 200, 255])
-def test_flipped_bit_anywhere_in_a_header(dev, offset):
-    header = bytearray(KERNEL[:256])
-    header[offset] ^= 0x10
-    assert dev.install(bytes(header)) == (
-        images.info(header) + "ERROR: Bad image header 0\n" + NOT_INSTALLED)
-
-
-def test_second_header_bad(dev):
-    header = damaged(HEADER_TYPE=1)
-    first = images.part(images.KERNEL, b"kernel", more=True)
-    assert dev.install(first + header) == (
-        images.info(first) + images.info(header) + "ERROR: Bad image header 1\n" + NOT_INSTALLED)
-    assert dev.partition("kernel_2").read(0, len(first)) == first
-
-
-@pytest.mark.parametrize("garbage", [
-    bytes(256), b"\xff" * 256, images.pattern(256), b"CLI> " * 51 + b"x", b"\r\n" * 128],
-    ids=["zeros", "ones", "all bytes", "text", "line ends"])
-def test_garbage(dev, garbage):
-    assert dev.install(garbage) == images.info(garbage) + "ERROR: Bad image header 0\n" + NOT_INSTALLED
-
-
-def test_much_garbage(dev):
-    garbage = images.pattern(3000, 9)
-    shown = dev.install(garbage, SPARE, port=2)
-    assert shown == images.info(garbage[:256]) + "ERROR: Bad image header 0\n" + NOT_INSTALLED
-    dev.expect_quiet()
-
-
 # ---------------------------------------------------------------------- sender
-
-
-@pytest.mark.parametrize("size", [1, 255])
-def test_sender_that_stops_inside_a_header(dev, size):
-    start = time.monotonic()
-    shown = dev.install(KERNEL[:size])
-    assert reason(shown) == "ERROR: Failed to write firmware image [...]\n" + NOT_INSTALLED
-    assert 3 <= time.monotonic() - start < 8
 
 
 @pytest.mark.parametrize("size", [256, 257, 5000, 5257])
@@ -313,7 +240,7 @@ def test_root_file_system_of_the_wrong_kind_behind_a_good_part(dev):
 
 
 @pytest.mark.parametrize("behind", [b"", KERNEL], ids=["last", "in front of others"])
-@pytest.mark.parametrize("contents_type", [*images.WITHOUT_DESTINATION, 15, 16, 32, 36, 0x7FFFFFFF, 0x80000004, 0xFFFFFFFF])
+@pytest.mark.parametrize("contents_type", [*images.WITHOUT_DESTINATION, 15, 0x80000004, 0xFFFFFFFF])
 def test_part_without_a_destination(dev, contents_type, behind):
     lost = images.part(contents_type, b"\xff" * 300, more=bool(behind))
     signed = contents_type - (contents_type >> 31 << 32)

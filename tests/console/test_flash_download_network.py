@@ -4,9 +4,9 @@ before the first transfer was found good, and the saved headers never stay behin
 import pytest
 
 import images
-from network import (DHCP, NO_PRODUCT, STARTED_BY_DHCP, UNABLE_TO_CONFIGURE, UNABLE_TO_START, USING_ETH0, command,
-                     start, steps, without_card)
-from texts import FAILURE, INCOMPLETE, INSTALLING, NOT_WRITTEN, PREPARING, SUCCESS
+from network import (NO_PRODUCT, STARTED_BY_DHCP, UNABLE_TO_CONFIGURE, UNABLE_TO_START, command, start, steps,
+                     without_card)
+from texts import DHCP, FAILURE, INCOMPLETE, INSTALLING, NOT_WRITTEN, PREPARING, SUCCESS, USING_ETH0
 
 TFTP = 'tftp -g -r "image.rom" -l - 10.0.0.1'
 FETCHING = "Retrieving file 'image.rom' via tftp ...\n"

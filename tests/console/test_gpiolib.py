@@ -4,14 +4,7 @@ import pytest
 
 from product import PRODUCT_ID
 from signals import TK10_MFG, TK20, TK20_DIO2X1R, listing, row_of
-from texts import FAILURE, INCOMPLETE, SUCCESS
-
-
-@pytest.fixture
-def tk20(dev):
-    dev.give_model("P2")
-    dev.boot()
-    return dev
+from texts import FAILURE, SUCCESS
 
 
 # ---------------------------------------------------------------------- start-up
@@ -78,38 +71,13 @@ def test_line_that_cannot_be_given_back_is_told_from_verbosity_6_on(dev):
 # ---------------------------------------------------------------------- gpiolib info
 
 
-def test_info_of_the_tk20(tk20):
-    assert tk20.command("gpiolib info") == listing(TK20)
-
-
-def test_info_with_the_io_option(dev):
-    dev.give_model("P2", "dio2x1r")
+@pytest.mark.parametrize("product_id, hwcfg, rows", [
+    ("P2", None, TK20), ("P2", "dio2x1r", TK20_DIO2X1R), ("P7", None, TK10_MFG),
+    *((product_id, None, "") for product_id in ("P1", "P3", "P8", "XX"))])
+def test_info_lists_the_signals_of_the_model(dev, product_id, hwcfg, rows):
+    dev.give_model(product_id, hwcfg)
     dev.boot()
-    assert dev.command("gpiolib info") == listing(TK20_DIO2X1R)
-
-
-def test_info_of_the_tk10_mfg(dev):
-    dev.give_model("P7")
-    dev.boot()
-    assert dev.command("gpiolib info") == listing(TK10_MFG)
-
-
-@pytest.mark.parametrize("product_id", ["P1", "P3", "P8", "XX"])
-def test_info_of_a_board_without_table(dev, product_id):
-    dev.give_model(product_id)
-    dev.boot()
-    assert dev.command("gpiolib info") == listing("")
-
-
-@pytest.mark.parametrize("signal", ["FAULT_LED", "74"])
-def test_info_of_one_signal(tk20, signal):
-    assert tk20.command(f"gpiolib info {signal}") == listing(row_of(TK20, "FAULT_LED"))
-
-
-def test_info_shows_the_level_of_an_input(tk20):
-    tk20.set_level(37, 1)
-    expected = row_of(TK20, "CP9").replace("in  0", "in  1")
-    assert tk20.command("gpiolib info CP9") == listing(expected)
+    assert dev.command("gpiolib info") == listing(rows)
 
 
 @pytest.mark.parametrize("content, error", [
@@ -121,40 +89,7 @@ def test_info_of_a_level_that_cannot_be_read(tk20, content, error):
     assert tk20.command("gpiolib info CP9") == listing(error + expected)
 
 
-@pytest.mark.parametrize("signal", ["20", "31", "160", "75", "fault_led", "NOPE", "RELAY", "151"])
-def test_info_of_a_signal_that_is_not_there(tk20, signal):
-    assert tk20.command(f"gpiolib info {signal}") == f"\nERROR: Invalid number or name '{signal}'\n\n"
-
-
 # ---------------------------------------------------------------------- gpiolib set
-
-
-@pytest.mark.parametrize("word, value", [("high", 1), ("1", 1), ("low", 0), ("0", 0)])
-@pytest.mark.parametrize("signal", ["FAULT_LED", "74"])
-def test_set_drives_the_line(tk20, signal, word, value):
-    tk20.mark()
-    assert tk20.command(f"gpiolib set {signal} {word}") == SUCCESS
-    assert tk20.events.gpio_writes == [f"gpio74/value {value}"]
-    assert tk20.level(74) == value
-    assert f"74   out {value}  " in tk20.command("gpiolib info 74")
-
-
-@pytest.mark.parametrize("words, error", [
-    ("20 1", "Invalid number or name '20'"),
-    ("NOPE 1", "Invalid number or name 'NOPE'"),
-    ("RELAY 1", "Invalid number or name 'RELAY'"),
-    ("NOPE up", "Invalid number or name 'NOPE'"),
-    ("FAULT_LED up", "Invalid state 'up'"),
-    ("FAULT_LED HIGH", "Invalid state 'HIGH'"),
-    ("FAULT_LED 2", "Invalid state '2'"),
-    ("CP9 up", "Invalid state 'up'"),
-    ("CP9 1", "gpio37 (CP9) is not an output"),
-    ("37 low", "gpio37 (CP9) is not an output"),
-])
-def test_set_refuses(tk20, words, error):
-    tk20.mark()
-    assert tk20.command(f"gpiolib set {words}") == f"ERROR: {error}\n" + FAILURE
-    assert tk20.events.gpio_writes == []
 
 
 def test_set_of_a_pin_with_a_peripheral_is_refused(dev):
@@ -163,18 +98,6 @@ def test_set_of_a_pin_with_a_peripheral_is_refused(dev):
     assert dev.command("gpiolib set TX2 1") == "ERROR: gpio70 (TX2) is not an output\n" + FAILURE
     assert dev.command("gpiolib set NRESETIN 1") == "ERROR: gpio-1 (NRESETIN) is not an output\n" + FAILURE
     assert dev.ioctls == []
-
-
-def test_set_with_the_io_option(dev):
-    dev.give_model("P2", "dio2x1r")
-    dev.boot()
-    assert dev.command("gpiolib set RELAY 1") == SUCCESS
-    assert dev.level(151) == 1
-
-
-@pytest.mark.parametrize("words", ["", "FAULT_LED", "NOPE"])
-def test_set_needs_both_words(tk20, words):
-    assert tk20.command(f"gpiolib set {words}".rstrip()) == INCOMPLETE
 
 
 def test_set_fails_where_the_kernel_does(tk20):

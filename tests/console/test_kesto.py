@@ -11,9 +11,9 @@ from pathlib import Path
 
 import pytest
 
-TYPES = ["invalid", "bootstrap", "bootloader", "boot_env", "firmware_kernel", "firmware_rootfs_jffs2_or_ext2",
-         "production_loader", "recovery_loader", "config_loader", "reserved", "firmware_rootfs_ubifs_16keb",
-         "oem_defaults", "firmware_rootfs_tar_lzma", "firmware_rootfs_ubifs_128keb", "python_setup"]
+import images
+
+TYPES = images.TYPE_NAMES
 OPTIONS = {"bootstrap": 1, "bootloader": 2, "boot-env": 3, "kernel": 4, "config-loader": 8, "rootfs-ubifs-16k": 10,
            "oem-defaults": 11, "rootfs-tar": 12, "rootfs-ubifs-128k": 13, "python": 14}
 HEADER_SUM, TYPE, LENGTH, CHECKSUM, NEXT = 16, 24, 40, 52, 200
@@ -79,18 +79,6 @@ def kesto(request, tmp_path):
     return tool
 
 
-def image_sum(data: bytes) -> int:
-    """The checksum of headers and contents, straight from its definition."""
-    total = sum(int.from_bytes(data[i:i + 4].ljust(4, b"\0"), "big") for i in range(0, len(data), 4))
-    while total >> 32:
-        total = (total >> 32) + (total & 0xFFFFFFFF)
-    return total ^ 0xFFFFFFFF
-
-
-def word(image: bytes, offset: int) -> int:
-    return struct.unpack_from(">I", image, offset)[0]
-
-
 def patched(image: bytes, offset: int, value, part: int = 0, resum=True) -> bytes:
     """The image with a number or bytes put into the header at `part`, whose checksum is brought in line."""
     image = bytearray(image)
@@ -98,7 +86,7 @@ def patched(image: bytes, offset: int, value, part: int = 0, resum=True) -> byte
     image[part + offset:part + offset + len(data)] = data
     if resum:
         image[part + HEADER_SUM:part + HEADER_SUM + 4] = bytes(4)
-        image[part + HEADER_SUM:part + HEADER_SUM + 4] = struct.pack(">I", image_sum(image[part:part + 256]))
+        image[part + HEADER_SUM:part + HEADER_SUM + 4] = struct.pack(">I", images.checksum(image[part:part + 256]))
     return bytes(image)
 
 
@@ -141,7 +129,7 @@ def test_header_to_the_byte(kesto):
 @pytest.mark.parametrize("option,number", OPTIONS.items())
 def test_every_type_with_a_destination_has_an_option(kesto, option, number):
     image = kesto.build(f"--{option}", "a")
-    assert word(image, TYPE) == number
+    assert images.field(image, TYPE) == number
     assert image[256:] == b"first part"
 
 
@@ -152,7 +140,7 @@ def test_general_part_by_name_and_number(kesto, number):
         result = kesto.run("image", "build", "-o", "out.rom", "--part", f"{name}=a")
         assert result.returncode == 0
         image = (kesto.directory / "out.rom").read_bytes()
-        assert word(image, TYPE) == number
+        assert images.field(image, TYPE) == number
         # The device has no place for types 0, 6, 7 and 9, and refuses type 5 because it has no such partition.
         warning = (f"kesto: warning: part 0: the device has no place for contents of type {TYPES[number]} and will "
                    "refuse this image\n")
@@ -168,8 +156,8 @@ def test_parts_stand_in_the_order_of_the_command_line(kesto):
     image = kesto.build("--kernel", "b", "--config-loader", "a", "--bootloader", "b")
     offsets = [0, 256 + 10, 2 * (256 + 10)]
     assert len(image) == 3 * (256 + 10)
-    assert [word(image, offset + TYPE) for offset in offsets] == [4, 8, 2]
-    assert [word(image, offset + NEXT) for offset in offsets] == [1, 1, 0]
+    assert [images.field(image, offset + TYPE) for offset in offsets] == [4, 8, 2]
+    assert [images.field(image, offset + NEXT) for offset in offsets] == [1, 1, 0]
     assert [image[offset + 256:offset + 266] for offset in offsets] == [b"the second", b"first part", b"the second"]
 
 
@@ -187,7 +175,7 @@ def test_traits_hold_for_the_parts_behind_them(kesto):
 def test_sizes_are_for_root_file_systems(kesto, option, number):
     image = kesto.build("--rootfs-size-kib", 4294967295, "--total-size-kib", 1, f"--{option}", "a", "--rootfs-tar", "a")
     wanted = [(0xFFFFFFFF, 1) if number in (10, 12, 13) else (0, 0), (0xFFFFFFFF, 1)]
-    assert [(word(image, part + 204), word(image, part + 212)) for part in (0, 266)] == wanted
+    assert [(images.field(image, part + 204), images.field(image, part + 212)) for part in (0, 266)] == wanted
 
 
 @pytest.mark.parametrize("size", [1, 2, 3, 4, 5, 255, 256, 257, 4095, 262143, 262144, 262145, 1000003])
@@ -196,9 +184,9 @@ def test_lengths_and_checksums(kesto, size):
     kesto.file("contents", contents)
     image = kesto.build("--kernel", "contents", "--boot-env", "a")
     assert image[256:256 + size] == contents
-    assert [word(image, field) for field in (40, 44, 52, 92)] == [size, size, image_sum(contents), image_sum(contents)]
+    assert [images.field(image, field) for field in (40, 44, 52, 92)] == [size, size, images.checksum(contents), images.checksum(contents)]
     for part in (0, 256 + size):
-        assert patched(image, NEXT, word(image, part + NEXT), part) == image, "checksum of the header"
+        assert patched(image, NEXT, images.field(image, part + NEXT), part) == image, "checksum of the header"
     assert kesto.run("image", "verify", "out.rom").stdout == f"out.rom: OK, 2 parts, {size + 2 * 256 + 10} bytes\n"
 
 
@@ -209,7 +197,7 @@ def test_holes_and_zeros_are_contents_like_any_other(kesto):
     contents = kesto.sparse("sparse", size, pieces).read_bytes()
     image = kesto.build("--kernel", "sparse", "--bootloader", "a")
     assert image[256:256 + size] == contents
-    assert word(image, CHECKSUM) == image_sum(contents)
+    assert images.field(image, CHECKSUM) == images.checksum(contents)
     assert image[-10:] == b"first part"
     assert kesto.run("image", "verify", "out.rom").returncode == 0
     assert kesto.build("--bootloader", "a", "--kernel", "sparse")[-size:] == contents
@@ -237,7 +225,7 @@ def test_lengths_around_2_31_and_2_32(kesto, size, weight):
         file.seek(256 + size - 4)
         assert file.read(12) == b"\0\x12\x34\x56KESTO-1\0"
     checksum = 0xFFFFFFFF - (0x80000000 + 0x123456 * weight)
-    assert [word(header, field) for field in (40, 44, 52, 92, NEXT)] == [size, size, checksum, checksum, 1]
+    assert [images.field(header, field) for field in (40, 44, 52, 92, NEXT)] == [size, size, checksum, checksum, 1]
     assert header[256] == 0x80
     assert kesto.run("image", "verify", "out.rom").stdout == f"out.rom: OK, 2 parts, {size + 256 + 266} bytes\n"
 
@@ -264,7 +252,7 @@ def test_contents_from_a_pipe(kesto):
     image = (kesto.directory / "out.rom").read_bytes()
     assert (result.returncode, result.stderr) == (0, "")
     assert image[256:] == data
-    assert word(image, CHECKSUM) == image_sum(data)
+    assert images.field(image, CHECKSUM) == images.checksum(data)
 
 
 # --- image build: the output file
@@ -460,7 +448,7 @@ def test_info(kesto):
         "Image info:\n"
         "  Contents Type: firmware_rootfs_ubifs_16keb (10)\n"
         "  Contents Length: 0xA (10)\n"
-        f"  Contents Checksum: 0x{image_sum(b'first part'):08X}\n"
+        f"  Contents Checksum: 0x{images.checksum(b'first part'):08X}\n"
         "  Contents Version: 3.1.0.0R1\n"
         "  Product Code: AB\n"
         "  Next Header Flag: 1\n"
@@ -470,7 +458,7 @@ def test_info(kesto):
         "Image info:\n"
         "  Contents Type: oem_defaults (11)\n"
         "  Contents Length: 0xA (10)\n"
-        f"  Contents Checksum: 0x{image_sum(b'the second'):08X}\n"
+        f"  Contents Checksum: 0x{images.checksum(b'the second'):08X}\n"
         "  Contents Version: none\n"
         "  Product Code: none\n"
         "  Next Header Flag: 0\n"
@@ -529,10 +517,10 @@ def test_bad_header(kesto, command, fault):
 @pytest.mark.parametrize("offset", [20, 23, 24, 32, 38, 48, 56, 100, 140, 203, 204, 208, 212, 216, 252])
 def test_header_checksum_covers_every_field(kesto, command, offset):
     image = kesto.build("--kernel", "a")
-    bad = patched(image, offset, word(image, offset) ^ 0x01000000, resum=False)
+    bad = patched(image, offset, images.field(image, offset) ^ 0x01000000, resum=False)
     kesto.file("bad.rom", bad)
     stored = struct.unpack("<I", image[16:20])[0]
-    calculated = word(patched(bad, 0, b"K"), HEADER_SUM)
+    calculated = images.field(patched(bad, 0, b"K"), HEADER_SUM)
     result = kesto.run("image", command, "bad.rom")
     assert (result.returncode, result.stderr) == (1, "")
     # The device reads the stored number in the order of its own memory when it shows it.
@@ -589,8 +577,8 @@ def test_verify_contents(kesto, offset):
     kesto.file("bad.rom", image)
     result = kesto.run("image", "verify", "bad.rom")
     assert (result.returncode, result.stderr) == (1, "")
-    assert result.stdout == (f"bad.rom: part 0 at offset 0: contents checksum is 0x{image_sum(image[256:]):08X}, "
-                             f"the header says 0x{image_sum(b'first part'):08X}\n")
+    assert result.stdout == (f"bad.rom: part 0 at offset 0: contents checksum is 0x{images.checksum(image[256:]):08X}, "
+                             f"the header says 0x{images.checksum(b'first part'):08X}\n")
 
 
 @pytest.mark.parametrize("part,flag,message", [

@@ -2,9 +2,9 @@
 
 import pytest
 
-from ethernet import (FULL_10, FULL_100, GET_LINK, GET_SETTINGS, HALF_10, HALF_100, SET_SETTINGS, Settings,
+from ethernet import (FULL_10, FULL_100, GET_LINK, GET_SETTINGS, HALF_10, HALF_100, SET_SETTINGS, Ethernet, Settings,
                       ethtool_requests)
-from network import Ethernet, command, without_card
+from network import command, without_card
 from texts import FAILURE, INCOMPLETE, SUCCESS
 
 ALL = HALF_10 | FULL_10 | HALF_100 | FULL_100
@@ -77,6 +77,7 @@ def test_the_link_is_asked_for_before_the_settings(dev):
     (" 10", "ERROR: Invalid parameter '10'\n"),
     (" 1000f", "ERROR: Invalid parameter '1000f'\n"),
     (" eth1 auto", "ERROR: Invalid parameter 'eth1'\n"),
+    (" eth1 10h", "ERROR: Invalid parameter 'eth1'\n"),
     (" eth0 eth0", "ERROR: Invalid parameter 'eth0'\n"),
 ])
 def test_words_that_are_refused(dev, words, output):

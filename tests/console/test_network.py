@@ -2,14 +2,12 @@
 
 import pytest
 
-from network import (DHCP, DOWN, LEASE, LINKED, NO_PRODUCT, OWN_MAC, POLL, STARTED_BY_DHCP, STATIC,
-                     UNABLE_TO_CONFIGURE, UP, USING_ETH0, Ethernet, command, put_product_mac, set_mac, start, steps,
-                     without_card)
-from texts import FAILURE, INCOMPLETE, SUCCESS
+from ethernet import Ethernet
+from network import (DOWN, LEASE, LINKED, NO_PRODUCT, OWN_MAC, POLL, STARTED_BY_DHCP, UNABLE_TO_CONFIGURE, UP, command,
+                     put_product_mac, set_mac, start, steps, without_card)
+from texts import ALREADY_RUNNING, ALREADY_STOPPED, DHCP, FAILURE, INCOMPLETE, STATIC, SUCCESS, USING_ETH0, network_info
 
 OTHER_MAC = "00:00:5e:bc:de:0f"
-ALREADY_RUNNING = "ERROR: Network interface 'eth0' is already running\n"
-ALREADY_STOPPED = "NOTE: Network interface 'eth0' is already stopped\n"
 
 # ---------------------------------------------------------------------- start
 
@@ -53,6 +51,8 @@ def test_start_with_a_static_address(dev, name, words, configuration):
     ("192.168.1.5 255.255.255.0 255.255.255.255", "ERROR: Invalid gateway '255.255.255.255'\n"),
     ("192.168.1.5 255.255.255.0 gw", "ERROR: Invalid gateway 'gw'\n"),
     ("192.168.1.5 255.255.255.0 $(reboot)", "ERROR: Invalid gateway '$(reboot)'\n"),
+    ("10.0.2.77 255.255.255.255", "ERROR: Invalid netmask '255.255.255.255'\n"),
+    ("10.0.2.77 255.255.255.0 $(reboot)", "ERROR: Invalid gateway '$(reboot)'\n"),
 ])
 def test_words_that_start_refuses_leave_the_interface_alone(dev, words, output):
     dev.boot()
@@ -87,6 +87,7 @@ def test_the_mac_address_of_the_product_record_is_set(dev):
     dev.boot()
     assert command(dev, "network ethernet start") == DHCP + "NOTE: Reconfiguring eth0 mac address\n" + SUCCESS
     assert steps(dev) == [*DOWN, *set_mac(OTHER_MAC), *STARTED_BY_DHCP]
+    assert Ethernet(dev).state()["hwaddr"] == OTHER_MAC.upper()
     dev.command("network ethernet stop")
     assert command(dev, "network ethernet start") == DHCP + SUCCESS, "it is set already"
     assert steps(dev) == STARTED_BY_DHCP
@@ -200,10 +201,8 @@ def test_an_interface_that_was_configured_halfway_counts_as_stopped(dev):
 # ---------------------------------------------------------------------- info
 
 
-def info(state, hw="00:20:4A:00:00:02", ip="<unavailable>", netmask="<unavailable>", gateway="<unavailable>",
-         mode="auto", link="100 full"):
-    return (f"\n  eth0: ({state})\n       hw addr : {hw}\n       ip addr : {ip}\n       netmask : {netmask}\n"
-            f"       gateway : {gateway}\n     link mode : {mode}\n    link state : {link}\n\n")
+def info(state, hw="00:20:4A:00:00:02", link="100 full", **shown):
+    return network_info(state, hw, link=link, **shown)
 
 
 @pytest.mark.parametrize("line", ["network info", "network info eth0", "network info eth0 eth1"])

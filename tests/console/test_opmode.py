@@ -8,6 +8,7 @@ from texts import INCOMPLETE, SUCCESS
 
 @pytest.mark.parametrize("product_id, hwcfg, mode", [
     ("P1", None, ("tk10_eval", "none", 2)),
+    ("P1", "sp1,rs", ("tk10_eval", "none", 1)),
     ("P9X", None, ("tk10_eval", "none", 2)),
     ("P0", None, ("tk10_mfg", "none", 2)),
     ("P7AB", None, ("tk10_mfg", "none", 2)),
@@ -17,6 +18,7 @@ from texts import INCOMPLETE, SUCCESS
     ("P8", "sp32", ("tk40", "none", 32)),
     ("P8", "sp33", ("tk40", "none", 2)),
     ("XX", None, ("unknown", "none", 0)),
+    ("XY12", None, ("unknown", "none", 0)),
     ("", "sp", ("unknown", "none", 0)),
 ])
 def test_start_shows_what_the_record_says(dev, product_id, hwcfg, mode):

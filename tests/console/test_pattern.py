@@ -50,14 +50,6 @@ def test_interrupt_ends_a_long_count(dev):
     interrupt(dev)
 
 
-def test_interrupt_of_before_does_not_count(dev):
-    dev.boot()
-    dev.type("show pattern 0")
-    dev.expect(PATTERN_LINE)
-    interrupt(dev)
-    assert dev.command("show pattern 2") == PATTERN_LINE * 2
-
-
 def test_handler_that_cannot_be_installed_is_told(dev):
     dev.boot()
     dev.fail_call("sigaction", signal.SIGINT.value, error="EINVAL")

@@ -8,33 +8,12 @@ import time
 
 import pytest
 
-from session import onlcr, plain
-from texts import BANNER, PROMPT
-
-SETTINGS_BLOCK = """
-Current console settings:
-  Device: /dev/ttyS1
-  Mode:   rs232
-  Speed:  115200 bps
-  Flow:   hwflow
-  Term:   n/a
-
-"""
-
-OPMODE_BLOCK = """
-Current operating mode:
-  Board:    tk10_eval
-  I/O:      none
-  # Serial: 2
-"""
+from console_port import block
+from product import mode_block
+from texts import BANNER, PROMPT, errors
 
 READ_MTDPARTS = "/usr/sbin/fw_printenv -n mtdparts"
 MIB = 1 << 20
-CBAUD = 0o10017  # the speed among the control flags; Python does not name it
-
-
-def errors(text):
-    return [line for line in text.splitlines() if line.startswith("ERROR: ")]
 
 
 # ---------------------------------------------------------------------- the normal start
@@ -42,12 +21,12 @@ def errors(text):
 
 def test_screen_shows_settings_then_banner_then_notice_then_mode_then_prompt(dev):
     text = dev.boot()
-    assert text.startswith(SETTINGS_BLOCK)
-    rest = text.removeprefix(SETTINGS_BLOCK)
+    assert text.startswith(block())
+    rest = text.removeprefix(block())
     banner, notice, mode = rest.split("\n", 2)
     assert re.fullmatch(re.escape(BANNER) + r"[A-Z][a-z]{2} [ \d]\d \d{4} \d\d:\d\d:\d\d\)", banner)
     assert notice.strip() != ""
-    assert mode == OPMODE_BLOCK + "\n", "a blank line, then the prompt"
+    assert mode == mode_block() + "\n", "a blank line, then the prompt"
     assert dev.boot_console.output == b"", "everything goes to the port"
     assert dev.port(0).output == b"" and dev.port(2).output == b""
 
@@ -113,16 +92,6 @@ def test_port_becomes_the_controlling_terminal(dev):
 # ---------------------------------------------------------------------- the console that the kernel command line names
 
 
-def test_port_and_speed_come_from_the_kernel_command_line(dev):
-    dev.cmdline("console=ttyS1,115200 cli_console=ttyS2,57600 quiet")
-    text = dev.boot()
-    assert "  Device: /dev/ttyS2\n" in text and "  Speed:  57600 bps\n" in text
-    applied = dev.startup.of("tcsetattr")[0]
-    assert applied.path == "/dev/ttyS2"
-    assert applied.cflag & CBAUD == termios.B57600
-    assert dev.port(1).output == b""
-
-
 def test_kernel_messages_are_kept_off_the_console_on_port_0(dev):
     dev.cmdline("cli_console=ttyS0,115200")
     dev.boot()
@@ -140,35 +109,6 @@ def test_start_goes_on_when_dmesg_fails(dev):
     assert dev.startup.ran == ["/bin/dmesg -n 1", READ_MTDPARTS]
 
 
-@pytest.mark.parametrize("cmdline, message", [
-    ("console=ttyS0,115200", "Failed to find cli_console= in kernel cmdline -- using defaults"),
-    ("cli_console=ttyS2", "Failed to parse cli_console= in kernel cmdline -- using defaults"),
-    ("cli_console=ttyS2,fast", "Failed to parse cli_console= in kernel cmdline -- using defaults"),
-    ("cli_console=tty2,115200", "Failed to parse cli_console= in kernel cmdline -- using defaults"),
-    ("x" * 254 + " cli_console=ttyS2,57600", "Failed to find cli_console= in kernel cmdline -- using defaults"),
-], ids=["absent", "no speed", "speed is no number", "no port", "beyond the part that is read"])
-def test_defaults_are_used_when_the_entry_is_missing_or_bad(dev, cmdline, message):
-    dev.cmdline(cmdline)
-    dev.console = dev.port(1)
-    dev.boot()
-    dev.boot_console.expect_all(onlcr(f"ERROR: {message}\n"))
-    assert SETTINGS_BLOCK in plain(dev.console.output)
-
-
-def test_no_kernel_command_line(dev):
-    dev.remove("/proc/cmdline")
-    dev.boot()
-    dev.boot_console.expect_all(onlcr("ERROR: Failed to open /proc/cmdline to get cli_console settings\n"))
-    assert SETTINGS_BLOCK in plain(dev.console.output)
-
-
-def test_empty_kernel_command_line(dev):
-    dev.path("/proc/cmdline").write_text("")
-    dev.boot()
-    dev.boot_console.expect_all(onlcr("ERROR: Failed to read /proc/cmdline to get cli_console settings\n"))
-    assert SETTINGS_BLOCK in plain(dev.console.output)
-
-
 # ---------------------------------------------------------------------- a console that cannot be had
 
 
@@ -180,23 +120,6 @@ def test_no_console_port(dev):
                            "ERROR: Error in remapping stdio to /dev/ttyS1\n")
     dev.type("affirm")
     assert dev.text_until_prompt().endswith("\naffirm is OFF\n")
-
-
-def test_port_that_the_device_does_not_have(dev):
-    dev.cmdline("cli_console=ttyS7,115200")
-    dev.console = dev.boot_console
-    assert "ERROR: Error in remapping stdio to /dev/ttyS7\n" in dev.boot()
-
-
-def test_speed_that_is_none(dev):
-    """The descriptors stay on the port, with the settings that it had."""
-    dev.cmdline("cli_console=ttyS1,4800")
-    text = dev.boot()
-    first, second, third, *_ = text.split("\n")
-    assert first.startswith("tty_set_termios: speed: ")
-    assert second.startswith("tty_remap_stdio: tty_set_termios(): ")
-    assert third == "ERROR: Error in remapping stdio to /dev/ttyS1"
-    assert "Current console settings" not in text
 
 
 def test_settings_that_cannot_be_read(dev):
@@ -232,39 +155,6 @@ def test_console_without_input_does_not_spin(dev):
 # ---------------------------------------------------------------------- flash
 
 
-def test_smaller_ubi_partition_is_split_off(dev):
-    dev.env["mtdparts"] = "atmel_nand:81920k(ubi0),-(user)"
-    text = dev.boot()
-    assert errors(text) == []
-    create, delete = dev.startup.ioctls
-    assert (create.path, create.request) == ("/dev/mtd10", 0x40044D17)
-    assert [tuple(record) for record in create.partitions] == [
-        ("ubi0", 80 * MIB, 0, 0), ("user", 48 * MIB, 80 * MIB, 0)]
-    assert (delete.path, delete.request) == ("/dev/mtd0", 0x40044D18)
-    assert delete.argument == (10).to_bytes(4, "little")
-    assert [(p.name, p.number, p.size) for p in dev.partitions[10:]] == [
-        ("ubi0", 11, 80 * MIB), ("user", 12, 48 * MIB)]
-    order = [event.kind for event in dev.startup.of("run", "ioctl")]
-    assert order == ["run", "ioctl", "ioctl"]
-
-
-@pytest.mark.parametrize("mtdparts", [
-    "atmel_nand:131072k(ubi0),-(user)",  # just as large
-    "atmel_nand:131073k(ubi0),-(user)",
-    "atmel_nand:4194304k(ubi0),-(user)",  # 4 GiB
-    "atmel_nand:81920k(other),-(user)",
-    "81920k(ubi0),-(user)",
-    "",
-])
-def test_ubi_partition_is_left_alone(dev, mtdparts):
-    dev.env["mtdparts"] = mtdparts
-    before = dev.path("/proc/mtd").read_text()
-    text = dev.boot()
-    assert errors(text) == []
-    assert dev.startup.ioctls == []
-    assert dev.path("/proc/mtd").read_text() == before
-
-
 def test_next_start_finds_the_split_as_it_is(dev):
     dev.env["mtdparts"] = "atmel_nand:81920k(ubi0),-(user)"
     dev.boot()
@@ -274,14 +164,6 @@ def test_next_start_finds_the_split_as_it_is(dev):
     dev.boot()
     assert [event for event in dev.all_events.ioctls if event.path == "/dev/mtd11"] == []
     assert dev.path("/proc/mtd").read_text() == after_split
-
-
-def test_split_refused(dev):
-    dev.env["mtdparts"] = "atmel_nand:81920k(ubi0),-(user)"
-    dev.answer_ioctl(0x40044D17, "/dev/mtd10", error="EBUSY")
-    assert errors(dev.boot()) == ["ERROR: partition creation failed on /dev/mtd10",
-                                  "ERROR: Failed to repartition ubi mtd!!!"]
-    assert len(dev.startup.ioctls) == 1, "nothing is deleted"
 
 
 def test_old_partition_cannot_be_deleted(dev):

@@ -4,7 +4,7 @@ that the list gave, and ask the partition that was split off whether the flash i
 import pytest
 
 import images
-from texts import SUCCESS
+from texts import SUCCESS, errors
 
 CREATE, DELETE = 0x40044D17, 0x40044D18
 MIB = 1 << 20
@@ -13,10 +13,6 @@ REPARTITION_FAILED = "ERROR: Failed to repartition ubi mtd!!!"
 
 KERNEL = images.part(images.KERNEL, b"kernel")
 BOOT_ENV = images.part(images.BOOT_ENV, b"bootenv")
-
-
-def errors(text):
-    return [line for line in text.splitlines() if line.startswith("ERROR: ")]
 
 
 def set_sizes(dev, **sizes):
@@ -54,6 +50,12 @@ def test_value_that_names_a_smaller_ubi_partition(dev, mtdparts, size):
 
 
 @pytest.mark.parametrize("mtdparts", [
+    "atmel_nand:131072k(ubi0),-(user)",  # just as large
+    "atmel_nand:131073k(ubi0),-(user)",
+    "atmel_nand:4194304k(ubi0),-(user)",  # 4 GiB
+    "atmel_nand:81920k(other),-(user)",
+    "81920k(ubi0),-(user)",
+    "",
     "atmel_nand:65536k(ubi),-(user)",
     "atmel_nand:65536k(UBI0),-(user)",
     "atmel_nand:65536k(user),-(ubi0)",

@@ -1,7 +1,6 @@
 """The files that stand for the device: partitions, boot environment, tools and their answers, calls that fail."""
 
 import mmap
-import os
 import re
 import shutil
 import struct

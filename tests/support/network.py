@@ -1,13 +1,10 @@
 """A network session as tests see it: the wired interface, what starting it shows and does, and its texts."""
 
-from ethernet import Ethernet, product_record
+from ethernet import product_record
 from root_session import RootSession
 from texts import SUCCESS
 
-DHCP = "NOTE: Using DHCP\n"
-STATIC = "NOTE: Using static configuration\n"
 NO_PRODUCT = "NOTE: Can't get mac address from product config, using 00:20:4A:00:00:02\n"
-USING_ETH0 = "NOTE: Using interface 'eth0'\n"
 UNABLE_TO_CONFIGURE = "ERROR: Unable to configure network 'eth0'\n"
 UNABLE_TO_START = "ERROR: Unable to start network 'eth0'\n"
 
@@ -50,6 +47,3 @@ def put_product_mac(dev: RootSession, mac: str) -> None:
 
 def without_card(dev: RootSession) -> None:
     dev.remove("/.harness/eth0")
-
-
-__all__ = [name for name in dir() if not name.startswith("_")]

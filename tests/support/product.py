@@ -18,12 +18,12 @@ def sealed(rest: bytes) -> bytes:
     return struct.pack("<H", -total & 0xFFFF) + rest
 
 
-def board_record(product_id: str, hwcfg: str | None = None) -> bytes:
-    """The record of a board of this product ID and hardware configuration."""
+def model_record(product_id: str, hwcfg: str | None = None) -> bytes:
+    """The record of a model with this product ID and hardware configuration."""
     items = [(PRODUCT_ID, product_id.encode())] + ([(HWCFG, hwcfg.encode())] if hwcfg is not None else [])
     return record(*items)
 
 
-def mode_block(board: str = "tk10_eval", io: str = "none", ports: int = 2) -> str:
+def mode_block(model: str = "tk10_eval", io: str = "none", ports: int = 2) -> str:
     """The operating mode as the shell shows it."""
-    return f"\nCurrent operating mode:\n  Board:    {board}\n  I/O:      {io}\n  # Serial: {ports}\n"
+    return f"\nCurrent operating mode:\n  Board:    {model}\n  I/O:      {io}\n  # Serial: {ports}\n"

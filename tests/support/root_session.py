@@ -15,7 +15,7 @@ from pathlib import Path
 
 from device_root import DeviceRoot
 from event_log import Events
-from product import board_record, record
+from product import model_record, record
 from serial_ports import SerialPort, SerialPorts, Timeout
 from session import Session, plain
 
@@ -193,7 +193,7 @@ class RootSession(Session, DeviceRoot):
     def give_model(self, product_id: str, hwcfg: str | None = None) -> None:
         """Makes the device the model of this product ID and hardware configuration, with GPIO lines; before the
         start."""
-        self.partition("prod_config").write(board_record(product_id, hwcfg))
+        self.partition("prod_config").write(model_record(product_id, hwcfg))
         self.make_gpio_lines()
 
     def make_gpio_lines(self, numbers=range(32, 160)) -> None:
@@ -207,6 +207,25 @@ class RootSession(Session, DeviceRoot):
             (line / "direction").write_text("in\n")
             (line / "value").write_text("0\n")
         self.trace("/sys/class/gpio")
+
+    def expect_flash(self, **partitions: bytes) -> None:
+        """The serial flash holds these bytes at the start of these partitions, and what a fresh root has everywhere else."""
+        for partition in self.partitions:
+            if partition.name != "ubi0":
+                expected, found = partitions.get(partition.name, b""), partition.read()
+                assert found[:len(expected)] == expected, f"{partition} does not hold what was sent"
+                assert not found[len(expected):].strip(b"\0"), f"{partition} holds more than was sent"
+
+    def expect_locked(self) -> None:
+        """Whatever was unlocked was locked again."""
+        unlocked = set()
+        for line in self.all_events.ran:
+            tool, node, *_ = line.split() + [""]
+            if tool.endswith("flash_unlock"):
+                unlocked.add(node)
+            elif tool.endswith("flash_lock"):
+                unlocked.discard(node)
+        assert not unlocked
 
     @contextlib.contextmanager
     def only_changed(self, *numbers: int):

@@ -21,6 +21,11 @@ NOT_INSTALLED = NOT_WRITTEN + FAILURE
 PREPARING, INSTALLING = "Preparing ...\n", "Installing ...\n"
 SETTING_DEFAULTS = "Setting boot environment to defaults...\n"
 
+DHCP, STATIC = "NOTE: Using DHCP\n", "NOTE: Using static configuration\n"
+USING_ETH0 = "NOTE: Using interface 'eth0'\n"
+ALREADY_RUNNING = "ERROR: Network interface 'eth0' is already running\n"
+ALREADY_STOPPED = "NOTE: Network interface 'eth0' is already stopped\n"
+
 PATTERN_LINE = "".join(map(chr, range(33, 127))) + "\n"
 
 
@@ -32,3 +37,14 @@ def invalid(word: str) -> str:
 def system_failed(command: str, status: int = 1) -> str:
     """What is said of a command line that ended with this status."""
     return f"ERROR: system({command}) sys_rc={status << 8} exitstatus={status}\n"
+
+
+def network_info(state, mac, ip="<unavailable>", netmask="<unavailable>", gateway="<unavailable>", mode="auto", link="down"):
+    """What `network info` shows."""
+    return (f"\n  eth0: ({state})\n       hw addr : {mac.upper()}\n       ip addr : {ip}\n       netmask : {netmask}\n"
+            f"       gateway : {gateway}\n     link mode : {mode}\n    link state : {link}\n\n")
+
+
+def errors(text):
+    """The errors among what was shown."""
+    return [line for line in text.splitlines() if line.startswith("ERROR: ")]

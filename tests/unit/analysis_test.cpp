@@ -165,37 +165,6 @@ class file_within_test : public analysis_test {
                                      "/usr/sbin/ubidetach /dev/ubi_ctrl -p /dev/mtd1" + quiet};
 };
 
-TEST_F(file_within_test, a_file_that_is_there) {
-  mtd_config_table[10].dev_name = const_cast<char*>("/dev/mtd1");
-  root.write_file("/mnt/cfg/hidden.oem.xml", "<oem/>");
-  EXPECT_EQ(look(), 1);
-  EXPECT_EQ(size_, 6U);
-  EXPECT_EQ(root.shell_lines(), found);
-  EXPECT_EQ(ubi_ubifs_analyze_file_within("vexo_private", "/cfg/", "hidden.oem.xml", nullptr), 1);
-}
-
-TEST_F(file_within_test, a_file_that_is_not_there_gives_the_volume_back) {
-  mtd_config_table[10].dev_name = const_cast<char*>("/dev/mtd1");
-  EXPECT_EQ(look(), 0);
-  EXPECT_EQ(size_, 0U);
-  EXPECT_EQ(root.shell_lines(), found);
-}
-
-TEST_F(file_within_test, a_volume_that_cannot_be_mounted_is_given_back) {
-  mtd_config_table[10].dev_name = const_cast<char*>("/dev/mtd1");
-  root.answer("mount", {.status = 32});
-  EXPECT_EQ(look(), 0);
-  EXPECT_EQ(root.shell_lines(), found);
-  EXPECT_EQ(root.printed(), "");
-}
-
-TEST_F(file_within_test, an_erased_device_is_not_attached) {
-  mtd_config_table[10].dev_name = const_cast<char*>("/dev/mtd1");
-  root.write_file("/dev/mtd1", std::string(0x20000, '\xff'));
-  EXPECT_EQ(look(), 0);
-  EXPECT_EQ(root.shell_lines(), lines());
-}
-
 TEST_F(file_within_test, a_volume_outside_the_table_is_an_error) {
   EXPECT_EQ(ubi_ubifs_analyze_file_within("vexo", "/cfg/", "x", &size_), 0);
   EXPECT_EQ(root.printed(), "ERROR: No partition entry in mtd table for vexo\n");

@@ -35,26 +35,7 @@ TEST_F(command_test, words_are_taken_from_the_front_until_none_is_left) {
   EXPECT_EQ(ntokens, 0);
 }
 
-TEST_F(command_test, all_twenty_words_are_taken) {
-  char words[tokens_max][2] = {};
-  EXPECT_EQ(tokens_max, 20);
-  for (char*& token : tokens)
-    token = words[&token - tokens];
-  ntokens = tokens_max;
-  for (char* word : words)
-    EXPECT_EQ(token_shift(), word);
-  EXPECT_EQ(token_shift(), nullptr);
-}
-
 // -------------------------------------------------------------------------------------------------- messages
-
-TEST_F(command_test, result_lines) {
-  log_level = level_plain;
-  _print_done_success_failure(1);
-  _print_done_success_failure(-1);
-  _print_done_success_failure(0);
-  EXPECT_EQ(root.printed(), "Done: SUCCESS\nDone: SUCCESS\nDone: FAILURE\n");
-}
 
 TEST_F(command_test, an_entry_without_a_command_would_say_so) {
   cmd_not_yet_implemented();

@@ -17,37 +17,6 @@ class image_destination_test : public loader_test {
 
 // ---------------------------------------------------------------------------------------------- validation
 
-TEST_F(image_destination_test, types_without_conditions_are_taken) {
-  for (const uint32_t type : {0U, 1U, 2U, 3U, 4U, 6U, 7U, 8U, 9U, 11U, 12U, 13U, 14U, 15U, 0xFFFFFFFFU}) {
-    EXPECT_EQ(image_validate_destination(type), 1) << type;
-  }
-  EXPECT_EQ(root.printed(), "");
-}
-
-TEST_F(image_destination_test, ubifs_images_must_fit_the_erase_blocks) {
-  EXPECT_EQ(image_validate_destination(10), 0);
-  EXPECT_EQ(root.printed(), "ERROR: ubi0 erase size is 0x20000, ubifs image requires 0x4000\n");
-  root.set_partitions({{"ubi0", 0x100000, 0x4000}});
-  EXPECT_EQ(image_validate_destination(10), 1);
-  EXPECT_EQ(image_validate_destination(13), 0);
-  EXPECT_EQ(root.printed(), "ERROR: ubi0 erase size is 0x4000, ubifs image requires 0x20000\n");
-  EXPECT_EQ(image_validate_destination(12), 1) << "an archive fits any";
-}
-
-TEST_F(image_destination_test, ubifs_images_want_a_ubi_partition_that_the_kernel_knows) {
-  root.remove("/proc/mtd");
-  EXPECT_EQ(image_validate_destination(10), 0);
-  EXPECT_EQ(image_validate_destination(13), 0);
-  EXPECT_EQ(root.printed(),
-            "ERROR: ubi0 erase size is 0x0, ubifs image requires 0x4000\n"
-            "ERROR: ubi0 erase size is 0x0, ubifs image requires 0x20000\n");
-}
-
-TEST_F(image_destination_test, images_for_plain_partitions_are_refused_while_root_file_systems_are_volumes) {
-  EXPECT_EQ(image_validate_destination(5), 0);
-  EXPECT_EQ(root.printed(), "ERROR: No partition for rootfs image\n");
-}
-
 TEST_F(image_destination_test, images_for_volumes_are_refused_while_root_file_systems_are_partitions) {
   put_rootfs_into_mtd();
   for (const uint32_t type : {10U, 12U, 13U}) {

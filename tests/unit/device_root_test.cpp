@@ -54,17 +54,6 @@ TEST_F(device_root_test, input_of_a_pipe_is_noted) {
   EXPECT_EQ(inputs[0].fields, lines({"tar", "9", "cbf43926", "123456789"}));
 }
 
-TEST_F(device_root_test, tool_that_stops_reading_breaks_the_pipe) {
-  root.answer("tar", {.status = 1, .reads = 10});
-  signal(SIGPIPE, SIG_IGN);
-  FILE* pipe = popen("tar -xf -", "w");
-  const std::string megabyte(1 << 20, 'x');
-  EXPECT_LT(fwrite(megabyte.data(), 1, megabyte.size(), pipe), megabyte.size());
-  EXPECT_EQ(WEXITSTATUS(pclose(pipe)), 1);
-  signal(SIGPIPE, SIG_DFL);
-  EXPECT_EQ(root.events("input").at(0).fields.at(1), "10");
-}
-
 TEST_F(device_root_test, flash_tools_act_on_the_nodes) {
   root.set_partitions({{"a", 0x20000}, {"b", 0x20000}});
   root.write_file("/tmp/in", "contents");
@@ -77,17 +66,6 @@ TEST_F(device_root_test, flash_tools_act_on_the_nodes) {
   EXPECT_EQ(root.read_file("/tmp/out"), std::string("contents\0\0", 10));
   EXPECT_EQ(run("/usr/sbin/mtd_debug read /dev/mtd1 0 9 /tmp/out"), 0);
   EXPECT_EQ(root.read_file("/tmp/out"), "contents\xff");
-}
-
-TEST_F(device_root_test, environment_tools_share_the_environment_of_the_test) {
-  root.set_env("mtdparts", "x");
-  EXPECT_EQ(run("/usr/sbin/fw_printenv -n mtdparts"), 0);
-  EXPECT_EQ(root.printed(), "x\n");
-  EXPECT_EQ(run("/usr/sbin/fw_setenv bootcmd run flashboot"), 0);
-  EXPECT_EQ(root.env().at("bootcmd"), "run flashboot");
-  EXPECT_EQ(run("/usr/sbin/fw_setenv bootcmd"), 0);
-  EXPECT_EQ(root.env().count("bootcmd"), 0U);
-  EXPECT_EQ(run("/usr/sbin/fw_printenv -n bootcmd 2> /dev/null"), 1);
 }
 
 TEST_F(device_root_test, every_test_gets_a_fresh_one) {
@@ -192,27 +170,6 @@ TEST_F(device_root_test, transfers_are_cut_short_as_told) {
   EXPECT_EQ(read(fd, buffer, 7), 7);
   EXPECT_STREQ(buffer, "cdefghi");
   close(fd);
-}
-
-TEST_F(device_root_test, sleeps_are_noted_as_asked_for_and_shortened) {
-  timespec begin, end;
-  clock_gettime(CLOCK_MONOTONIC, &begin);
-  sleep(5);
-  usleep(250000);
-  clock_gettime(CLOCK_MONOTONIC, &end);
-  EXPECT_EQ(root.sleeps(), std::vector<double>({5, 0.25}));
-  EXPECT_LT(end.tv_sec - begin.tv_sec, 2);
-}
-
-TEST_F(device_root_test, trace_notes_transfers) {
-  root.trace("/dev/mtd");
-  const int fd = open("/dev/mtd3", O_RDWR);
-  EXPECT_EQ(write(fd, "a\n", 2), 2);
-  close(fd);
-  const auto events = root.events();
-  ASSERT_EQ(events.size(), 2U);
-  EXPECT_EQ(events[0].text(), "open /dev/mtd3 02 0");
-  EXPECT_EQ(events[1].fields.at(3), "a\n");
 }
 
 TEST_F(device_root_test, serial_port_carries_bytes_and_settings) {

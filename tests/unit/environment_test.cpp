@@ -9,27 +9,6 @@ namespace {
 
 class uboot_env_set_val_test : public loader_test {};
 
-TEST_F(uboot_env_set_val_test, hides_the_tools_output_below_verbosity_six) {
-  for (log_level = 3; log_level <= 5; log_level++) {
-    root.forget();
-    EXPECT_EQ(uboot_env_set_val("bootbank", "2"), 1);
-    EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/fw_setenv bootbank 2 > /dev/null 2>&1"}));
-  }
-  EXPECT_EQ(root.env()["bootbank"], "2");
-  EXPECT_EQ(root.printed(), "");
-}
-
-TEST_F(uboot_env_set_val_test, shows_the_tools_output_from_verbosity_six_on) {
-  root.answer("fw_setenv", {.out = "said\n", .err = "warned\n"});
-  EXPECT_EQ(uboot_env_set_val("bootbank", "2"), 1);
-  EXPECT_EQ(root.printed(), "");
-  root.forget();
-  log_level = 6;
-  EXPECT_EQ(uboot_env_set_val("bootbank", "2"), 1);
-  EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/fw_setenv bootbank 2 "}));
-  EXPECT_EQ(root.printed(), "VERBOSE: system(/usr/sbin/fw_setenv bootbank 2 )\nwarned\nsaid\n");
-}
-
 TEST_F(uboot_env_set_val_test, empty_and_null_values_delete_the_variable) {
   for (const char* value : {"", static_cast<const char*>(nullptr)}) {
     root.set_env("bootcmd", "run flashboot");
@@ -42,25 +21,11 @@ TEST_F(uboot_env_set_val_test, empty_and_null_values_delete_the_variable) {
   }
 }
 
-TEST_F(uboot_env_set_val_test, blanks_in_a_value_reach_the_tool_as_separate_words) {
-  EXPECT_EQ(uboot_env_set_val("bootcmd", "run flashboot"), 1);
-  EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/fw_setenv bootcmd run flashboot > /dev/null 2>&1"}));
-  EXPECT_EQ(root.ran(), lines({"/usr/sbin/fw_setenv bootcmd run flashboot"}));
-  EXPECT_EQ(root.env()["bootcmd"], "run flashboot");
-}
-
 TEST_F(uboot_env_set_val_test, without_a_name_nothing_is_run) {
   EXPECT_EQ(uboot_env_set_val(nullptr, "x"), 0);
   EXPECT_EQ(uboot_env_set_val("", "x"), 0);
   EXPECT_EQ(root.shell_lines(), lines());
   EXPECT_EQ(root.printed(), "");
-}
-
-TEST_F(uboot_env_set_val_test, a_failing_tool_is_the_runners_error) {
-  root.answer("fw_setenv", {.status = 1, .err = "hidden\n"});
-  EXPECT_EQ(uboot_env_set_val("bootbank", "2"), 0);
-  EXPECT_EQ(root.printed(),
-            "ERROR: system(/usr/sbin/fw_setenv bootbank 2 > /dev/null 2>&1) sys_rc=256 exitstatus=1\n");
 }
 
 TEST_F(uboot_env_set_val_test, a_line_that_does_not_fit_is_refused_not_cut) {
@@ -183,12 +148,6 @@ TEST_F(uboot_env_get_val_test, a_line_that_does_not_fit_128_bytes_is_refused_not
   EXPECT_EQ(get((longest + "n").c_str()), outcome(0, ""));
   EXPECT_EQ(root.shell_lines(), lines());
   EXPECT_TRUE(root.printed().starts_with("ERROR: "));
-}
-
-TEST_F(uboot_env_get_val_test, nothing_is_cached) {
-  EXPECT_EQ(get("bootbank"), outcome(1, "1"));
-  root.set_env("bootbank", "2");
-  EXPECT_EQ(get("bootbank"), outcome(1, "2"));
 }
 
 // ---------------------------------------------------------------------------------------------- active bank

@@ -53,43 +53,9 @@ TEST_F(compose_command_test, a_line_that_fits_is_kept_and_a_longer_one_refused_a
 
 class exec_system_cmd_test : public loader_test {};
 
-TEST_F(exec_system_cmd_test, success_is_silent_and_output_goes_straight_to_the_console) {
-  root.answer("ps", {.out = "out\n", .err = "err\n"});
-  EXPECT_EQ(exec_system_cmd(tool), 0);
-  EXPECT_EQ(root.printed(), "err\nout\n");
-  EXPECT_EQ(root.shell_lines(), lines({tool}));
-}
-
-TEST_F(exec_system_cmd_test, verbosity_shows_the_line_before_it_runs) {
-  root.answer("ps", {.out = "out\n"});
-  log_level = 6;
-  EXPECT_EQ(exec_system_cmd(tool), 0);
-  EXPECT_EQ(root.printed(), "VERBOSE: system(/bin/ps)\nout\n");
-  log_level = 7;
-  EXPECT_EQ(exec_system_cmd(tool), 0);
-  EXPECT_EQ(root.printed(), "TRACE: exec_system_cmd:\nVERBOSE: system(/bin/ps)\nout\n");
-}
-
-TEST_F(exec_system_cmd_test, exit_status_two_is_reported_raw_and_decoded) {
-  root.answer("ps", {.status = 2});
-  EXPECT_EQ(exec_system_cmd(tool), 1);
-  EXPECT_EQ(root.printed(), "ERROR: system(/bin/ps) sys_rc=512 exitstatus=2\n");
-}
-
-TEST_F(exec_system_cmd_test, a_missing_tool_ends_with_the_shells_status_127) {
-  EXPECT_EQ(exec_system_cmd("/bin/nothing 2>/dev/null"), 1);
-  EXPECT_EQ(root.printed(), "ERROR: system(/bin/nothing 2>/dev/null) sys_rc=32512 exitstatus=127\n");
-}
-
 TEST_F(exec_system_cmd_test, a_killed_tool_is_a_failure) {
   EXPECT_EQ(exec_system_cmd(killed_tool), 1);
   EXPECT_EQ(root.printed(), "ERROR: system(kill -9 $$) sys_rc=9 exitstatus=0\n");
-}
-
-TEST_F(exec_system_cmd_test, a_system_call_that_fails_is_told_apart) {
-  root.fail_call("system", {.error = ENOMEM});
-  EXPECT_EQ(exec_system_cmd(tool), 1);
-  EXPECT_EQ(root.printed(), "ERROR: system(/bin/ps) returned -1\n");
 }
 
 TEST_F(exec_system_cmd_test, the_tool_keeps_the_signal_settings_of_the_shell) {

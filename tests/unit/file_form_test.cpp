@@ -79,25 +79,6 @@ TEST_F(image_validate_test, good_headers_and_contents_are_told_at_verbosity_six)
                 destination + "VERBOSE: Found good image contents: offset=2256 size=1\n");
 }
 
-TEST_F(image_validate_test, a_file_that_cannot_be_opened_is_reported) {
-  EXPECT_EQ(image_validate("/tmp/nothing"), 0);
-  EXPECT_EQ(root.printed(), "ERROR: open(/tmp/nothing) error(No such file or directory)\n");
-}
-
-TEST_F(image_validate_test, a_file_without_a_status_is_reported) {
-  put(kernel.whole());
-  root.fail_call("fstat", {.match = path, .error = EIO});
-  EXPECT_EQ(image_validate(path), 0);
-  EXPECT_EQ(root.printed(), "ERROR: stat(/tmp/image.rom) error(Input/output error)\n");
-}
-
-TEST_F(image_validate_test, a_file_that_cannot_be_mapped_is_reported) {
-  put(std::string(12345, 'x'));
-  root.fail_call("mmap", {.match = "12345", .error = ENOMEM});
-  EXPECT_EQ(image_validate(path), 0);
-  EXPECT_EQ(root.printed(), "ERROR: mmap(len=12345) error(Cannot allocate memory)\n");
-}
-
 TEST_F(image_validate_test, files_below_a_header_are_too_small) {
   expect_fault("", "ERROR: image size too small file=/tmp/image.rom size=0\n");
   expect_fault(kernel.whole().substr(0, 255), "ERROR: image size too small file=/tmp/image.rom size=255\n");

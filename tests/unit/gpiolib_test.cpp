@@ -2,13 +2,13 @@
 // written to the kernel's tree to the byte, and every message.
 #include "platform/gpiolib.h"
 
-#include "board_test.h"
+#include "model_test.h"
 
 namespace {
 
 constexpr uint32_t pin_mode = 0x40144C0A;
 
-class gpiolib_test : public board_test {
+class gpiolib_test : public model_test {
  protected:
   static const gpiolib_signal* signal(const char* name) { return gpiolib_lookup_num_or_name_string(name); }
 
@@ -28,115 +28,11 @@ TEST_F(gpiolib_test, before_the_start_the_tk20_is_searched) {
   EXPECT_EQ(signal("FAULT_LED")->gpio, 74);
 }
 
-TEST_F(gpiolib_test, table_of_each_board) {
-  const struct {
-    const gpiolib_signal* table;
-    int32_t size;
-  } expected[] = {{nullptr, 0},       {gpiolib_tk10_mfg, 25}, {nullptr, 0},
-                  {gpiolib_tk20, 43}, {nullptr, 0},           {nullptr, 0}};
-  for (uint32_t board = 0; board < opmode_board_count; board++) {
-    g_opmode_board = board;
-    EXPECT_EQ(gpiolib_init(), 1);
-    EXPECT_EQ(gpiolib_current, expected[board].table) << board;
-    EXPECT_EQ(gpiolib_current_size, expected[board].size) << board;
-  }
-}
-
-// The lines of the tk20 that are there without the I/O option; "" for inputs.
-const std::vector<std::pair<int, std::string>> tk20_lines = {
-    {37, ""},   {65, ""},   {66, ""},   {72, ""},   {73, ""},   {74, "1"},  {77, "0"},  {80, ""},
-    {86, "1"},  {87, ""},   {88, "1"},  {89, ""},   {97, ""},   {128, "1"}, {129, "1"}, {130, "1"},
-    {132, "0"}, {133, "0"}, {134, ""},  {135, ""},  {136, "1"}, {137, "1"}, {138, "1"}, {140, "0"},
-    {141, "0"}, {142, "0"}, {143, "0"}, {144, "0"}, {147, "0"}, {148, "0"}, {149, "0"}, {150, "0"},
-    {152, "0"}, {153, "0"}, {154, "0"}, {155, "0"}, {156, "0"}, {157, "0"}, {158, "0"}};
-
-lines initialisation(const std::vector<std::pair<int, std::string>>& lines_of_board) {
-  lines writes;
-  for (const auto& [number, level] : lines_of_board) {
-    const std::string line = "gpio" + std::to_string(number);
-    writes.push_back("export " + std::to_string(number));
-    if (!level.empty()) {
-      writes.push_back(line + "/direction out");
-      writes.push_back(line + "/value " + level);
-    }
-  }
-  return writes;
-}
-
-lines unexports(int first, int last) {
-  lines writes;
-  for (int number = first; number <= last; number++)
-    writes.push_back("unexport " + std::to_string(number));
-  return writes;
-}
-
-lines operator+(lines first, const lines& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
-}
-
-TEST_F(gpiolib_test, everything_is_given_back_then_the_table_is_taken_in_its_order) {
-  make_whole_gpio_tree();
-  g_opmode_board = opmode_board_tk20;
-  EXPECT_EQ(gpiolib_init(), 1);
-  EXPECT_EQ(gpio_writes(), unexports(32, 159) + initialisation(tk20_lines));
-  EXPECT_EQ(root.printed(), "");
-}
-
 TEST_F(gpiolib_test, only_exported_lines_are_given_back) {
   make_gpio_tree({31, 32, 100, 159, 160});
   g_opmode_board = opmode_board_unknown;
   gpiolib_init();
   EXPECT_EQ(gpio_writes(), lines({"unexport 32", "unexport 100", "unexport 159"}));
-}
-
-TEST_F(gpiolib_test, io_option_brings_its_signals) {
-  make_whole_gpio_tree();
-  g_opmode_board = opmode_board_tk20;
-  g_opmode_io = opmode_io_dio2x1r;
-  gpiolib_init();
-  auto expected = tk20_lines;
-  for (const auto& line :
-       std::vector<std::pair<int, std::string>>{{64, ""}, {67, ""}, {139, "1"}, {151, "0"}})
-    expected.insert(std::lower_bound(expected.begin(), expected.end(), line), line);
-  EXPECT_EQ(gpio_writes(), unexports(32, 159) + initialisation(expected));
-}
-
-TEST_F(gpiolib_test, pins_with_a_peripheral_keep_it_and_signals_without_number_are_left) {
-  make_whole_gpio_tree();
-  g_opmode_board = opmode_board_tk10_mfg;
-  gpiolib_init();
-  std::vector<std::pair<int, std::string>> expected;
-  for (const int number : {36, 37, 64, 65, 66, 67, 72, 73, 74, 77, 80, 86, 87, 88, 89, 97})
-    expected.emplace_back(number, "");
-  EXPECT_EQ(gpio_writes(), unexports(32, 159) + initialisation(expected));
-  EXPECT_EQ(root.events("ioctl").size(), 0U) << "no pin is switched";
-}
-
-TEST_F(gpiolib_test, console_input_is_discarded_at_the_end) {
-  const serial_port port(1);
-  tty_cli.fd = fcntl(port.device_fd(), F_DUPFD_CLOEXEC, 3);
-  make_whole_gpio_tree();
-  g_opmode_board = opmode_board_tk20;
-  gpiolib_init();
-  const device_event last = root.events().back();
-  EXPECT_EQ(last.kind, "tcflush");
-  EXPECT_EQ(last.fields[1], "input");
-  close(tty_cli.fd);
-}
-
-TEST_F(gpiolib_test, failures_to_give_back_are_told_only_to_the_curious) {
-  make_gpio_tree({40, 41});
-  root.fail_call("open", {.match = "unexport", .error = EACCES, .times = 2});
-  gpiolib_init();
-  EXPECT_EQ(root.printed(), "");
-  root.fail_call("write", {.match = "unexport", .error = EINVAL, .times = 1});
-  log_level = level_verbose;
-  gpiolib_init();
-  EXPECT_EQ(root.printed(), "ERROR: Failed write to unexport gpio40\n");
-  root.remove("/sys/class/gpio/unexport");
-  gpiolib_init();
-  EXPECT_EQ(root.printed(), "ERROR: Failed open to unexport gpio40\nERROR: Failed open to unexport gpio41\n");
 }
 
 TEST_F(gpiolib_test, every_signal_of_a_board_without_gpio_fails_alone) {
@@ -147,22 +43,6 @@ TEST_F(gpiolib_test, every_signal_of_a_board_without_gpio_fails_alone) {
       printed.starts_with("ERROR: Failed open to export gpio37 (CP9)\n"
                           "ERROR: Failed open to export gpio65 (BARREL_UNDER_VOLT)\n"));
   EXPECT_EQ(std::count(printed.begin(), printed.end(), '\n'), 39);
-}
-
-TEST_F(gpiolib_test, failed_steps_of_an_output_end_its_initialisation) {
-  make_whole_gpio_tree();
-  g_opmode_board = opmode_board_tk20;
-  root.remove("/sys/class/gpio/gpio74/direction");
-  root.remove("/sys/class/gpio/gpio77/value");
-  root.fail_call("write", {.match = "gpio86/value", .error = EIO});
-  EXPECT_EQ(gpiolib_init(), 1);
-  EXPECT_EQ(root.printed(),
-            "ERROR: Failed open to set gpio74 (FAULT_LED) direction to 'out'\n"
-            "ERROR: Failed open to set gpio77 (DISABLE_SPI_CS) value to '0'\n"
-            "ERROR: Failed write to set gpio86 (DTR2_232) value to '1'\n");
-  const lines writes = gpio_writes();
-  EXPECT_EQ(std::count(writes.begin(), writes.end(), "gpio74/value 1"), 0);
-  EXPECT_EQ(writes.back(), "gpio158/value 0") << "the others are initialised";
 }
 
 // ---------------------------------------------------------------------------------------------- look-ups
@@ -184,12 +64,6 @@ TEST_F(gpiolib_test, inactive_signals_are_found_nowhere) {
   g_opmode_io = opmode_io_dio2x1r;
   EXPECT_EQ(signal("RELAY"), gpiolib_lookup_num_int32(151));
   EXPECT_EQ(signal("RELAY")->gpio, 151);
-}
-
-TEST_F(gpiolib_test, lookup_by_number) {
-  EXPECT_STREQ(gpiolib_lookup_num_int32(158)->name, "SIGPWR_LED1");
-  EXPECT_EQ(gpiolib_lookup_num_int32(159), nullptr);
-  EXPECT_EQ(gpiolib_lookup_num_int32(-1), nullptr);
 }
 
 TEST_F(gpiolib_test, next_passes_over_inactive_signals) {
@@ -367,46 +241,11 @@ TEST_F(gpiolib_test, read_failures) {
   EXPECT_EQ(state, 9U);
 }
 
-TEST_F(gpiolib_test, set_by_text) {
-  make_gpio_tree({74});
-  for (const char* word : {"high", "low", "1", "0"})
-    EXPECT_EQ(gpiolib_set_state_by_num_or_name("FAULT_LED", word), 1);
-  EXPECT_EQ(gpiolib_set_state_by_num_or_name("74", "high"), 1);
-  EXPECT_EQ(gpio_writes(), lines({"gpio74/value 1", "gpio74/value 0", "gpio74/value 1", "gpio74/value 0",
-                                  "gpio74/value 1"}));
-  EXPECT_EQ(root.printed(), "");
-}
-
-TEST_F(gpiolib_test, set_by_text_checks_signal_then_state_then_direction) {
-  make_whole_gpio_tree();
-  EXPECT_EQ(gpiolib_set_state_by_num_or_name("NOPE", "up"), 0);
-  EXPECT_EQ(gpiolib_set_state_by_num_or_name("CP9", "up"), 0);
-  EXPECT_EQ(gpiolib_set_state_by_num_or_name("CP9", "HIGH"), 0);
-  EXPECT_EQ(gpiolib_set_state_by_num_or_name("CP9", "1"), 0);
-  EXPECT_EQ(root.printed(),
-            "ERROR: Invalid number or name 'NOPE'\n"
-            "ERROR: Invalid state 'up'\n"
-            "ERROR: Invalid state 'HIGH'\n"
-            "ERROR: gpio37 (CP9) is not an output\n");
-  EXPECT_EQ(gpio_writes(), lines());
-}
-
 // ---------------------------------------------------------------------------------------------- listing
 
 const std::string heading =
     "num  dir lv signal name          description               source        pull part\n"
     "---- --- -- -------------------- ------------------------- ------------- ---- ----\n";
-
-TEST_F(gpiolib_test, listing_of_one_signal) {
-  make_gpio_tree({74, 37});
-  root.write_file("/sys/class/gpio/gpio74/value", "1\n");
-  gpiolib_print_info("FAULT_LED");
-  EXPECT_EQ(root.printed(),
-            heading + "74   out 1  FAULT_LED            Fault LED                 TK-10/J2-37   up   -   \n");
-  gpiolib_print_info("37");
-  EXPECT_EQ(root.printed(),
-            heading + "37   in  0  CP9                  SW1 for WPS               TK-10/J2-42   up   -   \n");
-}
 
 TEST_F(gpiolib_test, listing_shows_a_dash_for_a_level_that_cannot_be_read) {
   gpiolib_print_info("HOSTA_EN");
@@ -414,31 +253,6 @@ TEST_F(gpiolib_test, listing_shows_a_dash_for_a_level_that_cannot_be_read) {
             heading +
                 "ERROR: Failed open to read gpio143 (HOSTA_EN) value\n"
                 "143  out -  HOSTA_EN             USB Host A enable         I2C-0x59/O15  none -   \n");
-}
-
-TEST_F(gpiolib_test, listing_of_no_signal) {
-  gpiolib_print_info("NOPE");
-  EXPECT_EQ(root.printed(), "ERROR: Invalid number or name 'NOPE'\n");
-}
-
-TEST_F(gpiolib_test, listing_of_a_board_without_table) {
-  use_board(opmode_board_tk10_eval);
-  gpiolib_print_info(nullptr);
-  EXPECT_EQ(root.printed(), heading);
-}
-
-TEST_F(gpiolib_pin_test, listing_of_the_fixture) {
-  root.write_file("/sys/class/gpio/gpio36/value", "1\n");
-  gpiolib_print_info(nullptr);
-  const std::string printed = root.printed();
-  EXPECT_TRUE(printed.starts_with(
-      heading +
-      "-1   in  -  NRESETIN             Test fixture SW2          TK-10/J1-2    none -   \n"
-      "36   in  1  CP8                  Test fixture JP13.16      TK-10/J1-38   up   97  \n"
-      "37   in  0  CP9                  Test fixture JP13.18      TK-10/J1-42   up   74  \n"
-      "55   -   -  I2CSDA               Test fixture JP1.3        TK-10/J1-33   up   66  \n"))
-      << printed;
-  EXPECT_EQ(std::count(printed.begin(), printed.end(), '\n'), 27);
 }
 
 // ---------------------------------------------------------------------------------------------- trace

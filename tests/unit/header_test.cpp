@@ -154,18 +154,6 @@ TEST_F(image_header_test, a_flipped_bit_in_any_byte_is_noticed) {
   }
 }
 
-TEST_F(image_header_test, reserved_bytes_are_summed_but_not_read) {
-  std::string header = good.header();
-  for (const auto& [begin, end] :
-       {std::pair{20, 24}, {48, 52}, {56, 92}, {96, 132}, {136, 200}, {208, 212}, {216, 256}}) {
-    for (int i = begin; i < end; i++)
-      header[static_cast<size_t>(i)] = static_cast<char>(0xA5 + i);
-  }
-  EXPECT_EQ(verify(header, 256, 1), 0);
-  seal(header);
-  EXPECT_EQ(verify(header), 1);
-}
-
 TEST_F(image_header_test, quiet_holds_messages_back_below_verbosity_six) {
   std::string header = good.header();
   faults[0].put(header);

@@ -7,25 +7,6 @@ namespace {
 
 class installation_test : public loader_test {};
 
-TEST_F(installation_test, kernel_size_is_set_first_and_the_bank_last) {
-  const installation state = {
-      .bank = mtd_bank_2, .mask = 0, .written = 2, .kernel_length = 0x1ABCD, .switches_bank = true};
-  EXPECT_TRUE(installation_finish(state));
-  EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/fw_setenv kernel_size_2 1ABCD > /dev/null 2>&1",
-                                       "/usr/sbin/fw_setenv bootbank 2 > /dev/null 2>&1"}));
-  EXPECT_EQ(root.printed(), "");
-}
-
-TEST_F(installation_test, every_bank_has_its_variable_and_name) {
-  constexpr const char* names[] = {"1", "2", "single"};
-  for (const mtd_banks bank : {mtd_bank_1, mtd_bank_2, mtd_bank_single}) {
-    EXPECT_TRUE(
-        installation_finish({.bank = bank, .mask = 0, .kernel_length = 0xFFFFFFFF, .switches_bank = true}));
-    EXPECT_EQ(root.env()["bootbank"], names[bank - 1]);
-    EXPECT_EQ(root.env()[std::string("kernel_size_") + names[bank - 1]], "FFFFFFFF");
-  }
-}
-
 TEST_F(installation_test, a_root_file_system_without_a_kernel_sets_the_size_to_zero) {
   installation state = {.bank = mtd_bank_1, .mask = 0};
   installation_count_part(state, 12, 0);
@@ -67,18 +48,6 @@ TEST_F(installation_test, counts_and_settings_are_told) {
             "INFO: Wrote 3 image parts, skipped 1\n"
             "PROGRESS: Setting 'kernel_size_single=10' in the boot environment\n"
             "PROGRESS: Setting 'bootbank=single' in the boot environment\n");
-}
-
-TEST_F(installation_test, either_setting_failing_fails_the_installation) {
-  const installation state = {.bank = mtd_bank_2, .mask = 0, .kernel_length = 16, .switches_bank = true};
-  root.answer("fw_setenv", {.when = "kernel_size", .status = 1});
-  EXPECT_FALSE(installation_finish(state));
-  EXPECT_TRUE(root.printed().ends_with("\nERROR: Failed to set kernel_size_2=10 in the boot environment\n"));
-  EXPECT_EQ(root.env()["bootbank"], "2") << "both are tried";
-  root.answer("fw_setenv", {.when = "kernel_size", .acts = true});
-  root.answer("fw_setenv", {.when = "bootbank", .status = 1});
-  EXPECT_FALSE(installation_finish(state));
-  EXPECT_TRUE(root.printed().ends_with("\nERROR: Failed to set bootbank=2 in the boot environment\n"));
 }
 
 }  // namespace

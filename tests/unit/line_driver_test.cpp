@@ -1,11 +1,11 @@
 // The line drivers of the tk20, where no command leads: ports and boards without signals.
 #include "console/line_driver.h"
 
-#include "board_test.h"
+#include "model_test.h"
 
 namespace {
 
-class line_driver_test : public board_test {
+class line_driver_test : public model_test {
  protected:
   static tty_port port_of(int32_t number, tty_modes mode, bool terminated = false) {
     tty_port port = tty_cli;
@@ -15,18 +15,6 @@ class line_driver_test : public board_test {
     return port;
   }
 };
-
-TEST_F(line_driver_test, other_boards_and_port_0_have_none) {
-  for (uint32_t board = 0; board < opmode_board_count; board++) {
-    g_opmode_board = board;
-    EXPECT_TRUE(tty_configure_mode(port_of(0, tty_mode_rs485)));
-    if (board != opmode_board_tk20) {
-      EXPECT_TRUE(tty_configure_mode(port_of(1, tty_mode_rs485)));
-    }
-  }
-  EXPECT_EQ(root.sequence(), lines());
-  EXPECT_EQ(root.printed(), "");
-}
 
 TEST_F(line_driver_test, ports_without_signals) {
   g_opmode_board = opmode_board_tk20;

@@ -8,7 +8,6 @@ namespace {
 
 constexpr uint8_t own_mac[6] = {0x00, 0x20, 0x4A, 0x00, 0x00, 0x02};  // of the interface of a fresh root
 constexpr uint8_t product_mac[6] = {0x00, 0x00, 0x5E, 0xBC, 0xDE, 0x0F};
-constexpr uint8_t group_mac[6] = {0x01, 0x00, 0x5E, 0xBC, 0xDE, 0x0F};
 
 const std::string no_product = "NOTE: Can't get mac address from product config, using 00:20:4A:00:00:02\n";
 const std::string dhcp = "NOTE: Using DHCP\n";
@@ -65,62 +64,12 @@ class net_start_test : public net_test {
   static int start_dhcp() { return net_start(0, nullptr, nullptr, nullptr); }
 };
 
-TEST_F(net_start_test, dhcp_without_a_product_record_keeps_the_hardware_address) {
-  EXPECT_EQ(start_dhcp(), 1);
-  EXPECT_EQ(root.printed(), dhcp + no_product);
-  EXPECT_EQ(steps(), all_of({up, linked, lease, settled}));
-  EXPECT_EQ(net_if_started[0], 1);
-}
-
-TEST_F(net_start_test, dhcp_with_the_hardware_address_of_the_record_does_not_take_the_interface_down) {
-  give_product_mac(own_mac);
-  EXPECT_EQ(start_dhcp(), 1);
-  EXPECT_EQ(root.printed(), dhcp);
-  EXPECT_EQ(steps(), all_of({up, linked, lease, settled}));
-}
-
-TEST_F(net_start_test, another_hardware_address_in_the_record_is_set_while_the_interface_is_down) {
-  give_product_mac(product_mac);
-  EXPECT_EQ(start_dhcp(), 1);
-  EXPECT_EQ(root.printed(), dhcp + "NOTE: Reconfiguring eth0 mac address\n");
-  EXPECT_EQ(steps(), all_of({down, set_mac, up, linked, lease, settled}));
-  EXPECT_EQ(interface_state()["hwaddr"], "00:00:5E:BC:DE:0F");
-}
-
-TEST_F(net_start_test, an_invalid_hardware_address_in_the_record_is_not_set) {
-  give_product_mac(group_mac);
-  EXPECT_EQ(start_dhcp(), 1);
-  EXPECT_EQ(root.printed(), dhcp + no_product);
-  EXPECT_EQ(steps(), all_of({up, linked, lease, settled}));
-}
-
-TEST_F(net_start_test, a_record_that_is_not_available_is_not_looked_at) {
-  give_product_mac(product_mac);
-  g_product_config_avail = 0;
-  EXPECT_EQ(start_dhcp(), 1);
-  EXPECT_EQ(root.printed(), dhcp + no_product);
-}
-
 TEST_F(net_start_test, an_address_of_zero_means_dhcp_and_the_rest_is_ignored) {
   const uint32_t zero = 0;
   const uint32_t netmask = ip("255.255.255.0");
   const uint32_t gateway = ip("10.0.0.1");
   EXPECT_EQ(net_start(0, &zero, &netmask, &gateway), 1);
   EXPECT_EQ(steps(), all_of({up, linked, lease, settled}));
-}
-
-TEST_F(net_start_test, static_configuration_takes_the_interface_down_even_with_the_right_hardware_address) {
-  give_product_mac(own_mac);
-  EXPECT_EQ(start_static("192.168.1.5", "255.255.255.0", "192.168.1.1"), 1);
-  EXPECT_EQ(root.printed(), fixed);
-  EXPECT_EQ(steps(),
-            all_of({down,
-                    {"/sbin/ifconfig eth0 192.168.1.5 2>&1", "/sbin/ifconfig eth0 netmask 255.255.255.0 2>&1",
-                     "/sbin/route add default gw 192.168.1.1 eth0 2>&1"},
-                    up,
-                    linked,
-                    settled}));
-  EXPECT_EQ(net_if_started[0], 1);
 }
 
 TEST_F(net_start_test, static_configuration_with_another_hardware_address) {
@@ -163,14 +112,6 @@ TEST_F(net_start_test, a_wrong_index_is_refused_before_anything_is_done) {
   EXPECT_EQ(net_if_started[0], 0);
 }
 
-TEST_F(net_start_test, no_hardware_address_no_configuration) {
-  root.remove(ETHERNET_FILE);
-  EXPECT_EQ(start_dhcp(), 0);
-  EXPECT_EQ(root.printed(), dhcp + "ERROR: Can't get configured mac address\n" + unable);
-  EXPECT_EQ(steps(), lines());
-  EXPECT_EQ(net_if_started[0], 0);
-}
-
 struct failing_step {
   const char* tool;
   const char* when;
@@ -202,29 +143,6 @@ TEST_F(net_start_test, the_first_tool_that_fails_or_prints_anything_ends_it) {
     EXPECT_EQ(net_if_started[0], 0);
     EXPECT_TRUE(root.printed().ends_with("ERROR: Child exit status=3\nERROR: Exit status=255\n" + unable));
   }
-}
-
-TEST_F(net_start_test, a_failed_start_can_be_repeated_as_a_whole) {
-  give_product_mac(product_mac);
-  root.answer("udhcpc", {.times = 1, .status = 1});
-  EXPECT_EQ(start_dhcp(), 0);
-  EXPECT_EQ(net_if_started[0], 0);
-  root.forget();
-  root.printed();
-  EXPECT_EQ(start_dhcp(), 1);
-  EXPECT_EQ(root.printed(), dhcp) << "the hardware address is already set";
-  EXPECT_EQ(steps(), all_of({up, linked, lease, settled}));
-}
-
-TEST_F(net_start_test, a_lease_that_is_refused) {
-  root.answer("udhcpc", {.status = 1, .out = "no lease\n", .err = "no lease\n"});
-  EXPECT_EQ(start_dhcp(), 0);
-  EXPECT_EQ(root.printed(),
-            dhcp + no_product +
-                "ERROR: system(/sbin/udhcpc -nq -t 5 -i eth0 &>/dev/null) sys_rc=256 exitstatus=1\n"
-                "NOTE: DHCP request failed\n");
-  EXPECT_EQ(steps(), all_of({up, linked, lease}));
-  EXPECT_EQ(net_if_started[0], 0);
 }
 
 TEST_F(net_start_test, up_is_awaited_for_three_polls_a_second_apart) {
@@ -274,32 +192,6 @@ TEST_F(net_start_test, traces_of_a_start) {
       std::string::npos);
 }
 
-// ---------------------------------------------------------------------------------------------- stop
-
-class net_stop_test : public net_test {};
-
-TEST_F(net_stop_test, an_interface_that_is_not_started_is_left_alone) {
-  EXPECT_EQ(net_stop(0), 1);
-  EXPECT_EQ(net_stop(1), 1);
-  EXPECT_EQ(net_stop(-1), 1);
-  EXPECT_EQ(root.printed(), "");
-  EXPECT_EQ(steps(), lines());
-}
-
-TEST_F(net_stop_test, a_started_interface_is_taken_down_without_a_pause) {
-  net_if_started[0] = 1;
-  EXPECT_EQ(net_stop(0), 1);
-  EXPECT_EQ(steps(), lines({"/sbin/ifconfig eth0 down 2>&1"}));
-  EXPECT_EQ(net_if_started[0], 0);
-}
-
-TEST_F(net_stop_test, what_the_tool_says_does_not_matter) {
-  net_if_started[0] = 1;
-  root.answer("ifconfig", {.status = 1});
-  EXPECT_EQ(net_stop(0), 1);
-  EXPECT_EQ(net_if_started[0], 0);
-}
-
 // ---------------------------------------------------------------------------------------------- waiting
 
 class wait_string_test : public net_test {};
@@ -341,18 +233,6 @@ class getter_test : public net_test {
   uint8_t hwaddr_[6] = {};
 };
 
-TEST_F(getter_test, addresses_come_from_the_kernel) {
-  set_interface("address", "10.0.2.15");
-  set_interface("netmask", "255.255.255.0");
-  EXPECT_EQ(net_get_ipaddr(0, &address_), 1);
-  EXPECT_EQ(address_, ip("10.0.2.15"));
-  EXPECT_EQ(net_get_netmask(0, &address_), 1);
-  EXPECT_EQ(address_, ip("255.255.255.0"));
-  EXPECT_EQ(net_get_hwaddr(0, hwaddr_), 1);
-  EXPECT_EQ(memcmp(hwaddr_, own_mac, sizeof hwaddr_), 0);
-  EXPECT_EQ(root.printed(), "");
-}
-
 TEST_F(getter_test, requests_name_the_interface_and_are_otherwise_empty) {
   set_interface("address", "10.0.2.15");
   set_interface("netmask", "255.255.255.0");
@@ -367,15 +247,6 @@ TEST_F(getter_test, requests_name_the_interface_and_are_otherwise_empty) {
     EXPECT_EQ(std::stoul(requests[i].fields[1], nullptr, 16), numbers[i]);
     EXPECT_EQ(requests[i].fields[2], hex("eth0" + std::string(requests[i].fields[2].size() / 2 - 4, '\0')));
   }
-}
-
-TEST_F(getter_test, an_interface_without_an_address_fails_silently) {
-  EXPECT_EQ(net_get_ipaddr(0, &address_), 0);
-  EXPECT_EQ(net_get_netmask(0, &address_), 0);
-  EXPECT_EQ(address_, 0x11223344U);
-  root.fail_ioctl(get_hwaddr, ENODEV);
-  EXPECT_EQ(net_get_hwaddr(0, hwaddr_), 0);
-  EXPECT_EQ(root.printed(), "");
 }
 
 TEST_F(getter_test, without_a_socket_there_is_an_error) {
@@ -427,12 +298,6 @@ TEST_F(gateway_test, is_the_third_word_of_the_default_route_of_the_interface) {
   EXPECT_EQ(address_, ip("10.0.2.2"));
   EXPECT_EQ(root.shell_lines(), lines({command}));
   EXPECT_EQ(root.printed(), "");
-}
-
-TEST_F(gateway_test, no_default_route_no_gateway) {
-  root.answer("iproute", {.out = "10.0.2.0/24 dev eth0 scope link\n"});
-  EXPECT_EQ(net_get_gateway(0, &address_), 0);
-  EXPECT_EQ(address_, 0x11223344U);
 }
 
 TEST_F(gateway_test, a_route_that_is_no_address_is_none) {

@@ -96,25 +96,6 @@ struct auto_mode {
 };
 constexpr auto_mode auto_modes[] = {{0, 0xF}, {1, 0x1}, {2, 0x2}, {3, 0x4}, {4, 0x8}};
 
-struct fixed_mode {
-  int mode;
-  uint16_t speed;
-  uint8_t duplex;
-};
-constexpr fixed_mode fixed_modes[] = {{5, 10, 0}, {6, 10, 1}, {7, 100, 0}, {8, 100, 1}};
-
-TEST_F(link_mode_test, auto_modes_change_what_is_advertised_and_nothing_else) {
-  for (const auto_mode& wanted : auto_modes) {
-    set_settings(distinct_settings());
-    EXPECT_EQ(net_eth_set_link(0, wanted.mode), 1);
-    ethtool_cmd expected = distinct_settings();
-    expected.autoneg = 1;
-    expected.advertising = wanted.mask;
-    EXPECT_EQ(hex(bytes_of(settings())), hex(bytes_of(expected))) << net_eth_linkmode_names[wanted.mode];
-  }
-  EXPECT_EQ(root.printed(), "");
-}
-
 TEST_F(link_mode_test, only_what_is_supported_is_advertised_even_if_that_is_nothing) {
   for (const auto_mode& wanted : auto_modes) {
     ethtool_cmd settings_before = distinct_settings();
@@ -123,31 +104,6 @@ TEST_F(link_mode_test, only_what_is_supported_is_advertised_even_if_that_is_noth
     EXPECT_EQ(net_eth_set_link(0, wanted.mode), 1);
     EXPECT_EQ(settings().advertising, wanted.mask & 0x4) << net_eth_linkmode_names[wanted.mode];
   }
-}
-
-TEST_F(link_mode_test, fixed_modes_set_speed_and_duplex_and_nothing_else) {
-  for (const fixed_mode& wanted : fixed_modes) {
-    set_settings(distinct_settings());
-    EXPECT_EQ(net_eth_set_link(0, wanted.mode), 1);
-    ethtool_cmd expected = distinct_settings();
-    expected.autoneg = 0;
-    expected.speed = wanted.speed;
-    expected.duplex = wanted.duplex;
-    EXPECT_EQ(hex(bytes_of(settings())), hex(bytes_of(expected))) << net_eth_linkmode_names[wanted.mode];
-  }
-}
-
-TEST_F(link_mode_test, settings_are_read_into_an_empty_record_and_set_as_read) {
-  set_settings(distinct_settings());
-  EXPECT_EQ(net_eth_set_link(0, 6), 1);
-  ethtool_cmd read = {};
-  read.cmd = 1;
-  ethtool_cmd set = distinct_settings();
-  set.cmd = 2;
-  set.autoneg = 0;
-  set.speed = 10;
-  set.duplex = 1;
-  EXPECT_EQ(requests(), lines({hex(bytes_of(read)), hex(bytes_of(set))}));
 }
 
 TEST_F(link_mode_test, every_mode_is_read_back_as_what_it_is) {
@@ -185,22 +141,6 @@ TEST_F(link_mode_test, a_wrong_interface_is_an_error) {
 
 // ---------------------------------------------------------------------------------------------- failures
 
-TEST_F(link_mode_test, failures_are_told_at_verbose_only) {
-  root.fail_ioctl(ethtool, EPERM);
-  EXPECT_EQ(net_eth_set_link(0, 0), 0);
-  EXPECT_EQ(shown(), "nothing");
-  EXPECT_EQ(root.printed(), "");
-}
-
-TEST_F(link_mode_test, no_socket) {
-  log_level = level_verbose;
-  root.fail_call("socket", {.error = EMFILE});
-  EXPECT_EQ(net_eth_set_link(0, 0), 0);
-  EXPECT_EQ(shown(), "nothing");
-  const std::string message = "VERBOSE: Failed to get control socket for 'eth0'\n";
-  EXPECT_EQ(root.printed(), message + message);
-}
-
 TEST_F(link_mode_test, each_request_that_fails_has_its_message) {
   log_level = level_verbose;
   root.fail_call("ioctl", {.match = "0x00008946", .error = EOPNOTSUPP});
@@ -225,15 +165,6 @@ TEST_F(link_mode_test, traces) {
 }
 
 // ---------------------------------------------------------------------------------------------- texts
-
-TEST_F(link_mode_test, link_and_settings_are_asked_for_in_this_order) {
-  shown();
-  ethtool_value link = {};
-  link.cmd = 0xA;
-  ethtool_cmd read = {};
-  read.cmd = 1;
-  EXPECT_EQ(requests(), lines({hex(bytes_of(link)), hex(bytes_of(read))}));
-}
 
 TEST_F(link_mode_test, the_text_of_every_advertised_combination) {
   constexpr const char* lowest[] = {"auto 10 half", "auto 10 full", "auto 100 half", "auto 100 full"};

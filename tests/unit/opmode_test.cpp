@@ -1,12 +1,12 @@
 // The operating mode: what each product record makes of it, and what the setters accept.
-#include "board_test.h"
+#include "model_test.h"
 #include "platform/discover.h"
 
 namespace {
 
 const std::string absent = "<absent>";
 
-class opmode_test : public board_test {
+class opmode_test : public model_test {
  protected:
   // A device with this record.
   static void give(const std::string& product_id, const std::string& hwcfg = absent) {
@@ -41,13 +41,6 @@ TEST_F(opmode_test, names) {
 }
 
 // ---------------------------------------------------------------------------------------------- discovery
-
-TEST_F(opmode_test, without_a_record_everything_is_as_at_the_start) {
-  g_opmode_board = opmode_board_tk20;
-  g_opmode_io = opmode_io_dio2x1r;
-  g_opmode_num_serports = 7;
-  EXPECT_EQ(discovered(), "tk10_eval none 2");
-}
 
 TEST_F(opmode_test, a_record_that_was_not_accepted_does_not_count) {
   give("P2", "sp4");
@@ -149,82 +142,7 @@ TEST_F(opmode_test, hardware_configuration_that_fills_its_field) {
   EXPECT_EQ(discovered(), "tk20 none 4") << "a zero byte ends it";
 }
 
-TEST_F(opmode_test, discovery_loads_the_signals_of_the_board_and_option) {
-  make_gpio_tree({40});
-  give("P2", "dio2x1r");
-  discovered();
-  EXPECT_EQ(gpiolib_current, gpiolib_tk20);
-  EXPECT_NE(gpiolib_lookup_num_or_name_string("RELAY"), nullptr);
-  EXPECT_EQ(gpio_writes().at(0), "unexport 40");
-  give("P7");
-  discovered();
-  EXPECT_EQ(gpiolib_current, gpiolib_tk10_mfg);
-  give("P1");
-  discovered();
-  EXPECT_EQ(gpiolib_current_size, 0);
-}
-
 // ---------------------------------------------------------------------------------------------- setters
-
-TEST_F(opmode_test, set_board) {
-  for (uint32_t board = 0; board < opmode_board_count; board++) {
-    EXPECT_EQ(opmode_board_set(opmode_board_names[board]), 1);
-    EXPECT_EQ(g_opmode_board, board);
-  }
-  EXPECT_EQ(opmode_board_set("default"), 1);
-  EXPECT_EQ(g_opmode_board, 2U);
-  for (const char* word : {"TK20", "tk2", "tk200", "", "none", "3", "Default"})
-    EXPECT_EQ(opmode_board_set(word), 0) << word;
-  EXPECT_EQ(g_opmode_board, 2U);
-}
-
-TEST_F(opmode_test, set_io) {
-  EXPECT_EQ(opmode_io_set("dio2x1r"), 1);
-  EXPECT_EQ(g_opmode_io, 1U);
-  for (const char* word : {"DIO2X1R", "dio", "", "1", "unknown"})
-    EXPECT_EQ(opmode_io_set(word), 0) << word;
-  EXPECT_EQ(g_opmode_io, 1U);
-  for (const char* word : {"none", "default"}) {
-    g_opmode_io = 1;
-    EXPECT_EQ(opmode_io_set(word), 1) << word;
-    EXPECT_EQ(g_opmode_io, 0U);
-  }
-}
-
-TEST_F(opmode_test, set_number_of_serial_ports) {
-  for (const auto& [word, count] : std::initializer_list<std::pair<const char*, unsigned>>{
-           {"0", 0}, {"1", 1}, {"32", 32}, {"007", 7}, {"default", 2}}) {
-    EXPECT_EQ(opmode_num_serports_set(word), 1) << word;
-    EXPECT_EQ(g_opmode_num_serports, count);
-  }
-  for (const char* word : {"33", "2x", "x", "", "-1", "0x2", "4294967298", "99999999999999999999", "Default"})
-    EXPECT_EQ(opmode_num_serports_set(word), 0) << word;
-  EXPECT_EQ(g_opmode_num_serports, 2U);
-}
-
-TEST_F(opmode_test, board_and_io_start_the_signals_anew_and_the_port_count_does_not) {
-  make_whole_gpio_tree();
-  EXPECT_EQ(opmode_board_set("tk20"), 1);
-  EXPECT_EQ(gpio_writes().size(), 128U + 39 + 2 * 28) << "given back, exported, outputs driven";
-  root.forget();
-  EXPECT_EQ(opmode_io_set("dio2x1r"), 1);
-  EXPECT_EQ(gpio_writes().size(), 128U + 43 + 2 * 30);
-  root.forget();
-  EXPECT_EQ(opmode_num_serports_set("4"), 1);
-  EXPECT_EQ(opmode_board_set("nope"), 0);
-  EXPECT_EQ(opmode_io_set("nope"), 0);
-  EXPECT_EQ(gpio_writes(), lines());
-}
-
-TEST_F(opmode_test, print) {
-  give("P2", "sp4,dio2x1r");
-  root.make_sink("/sys/class/gpio/export");
-  discovered();
-  root.printed();
-  opmode_print();
-  EXPECT_EQ(root.printed(),
-            "\nCurrent operating mode:\n  Board:    tk20\n  I/O:      dio2x1r\n  # Serial: 4\n");
-}
 
 TEST_F(opmode_test, trace) {
   log_level = level_trace;

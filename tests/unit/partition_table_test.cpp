@@ -37,24 +37,6 @@ constexpr expected_row flash_map[] = {
     {"/dev/ubi0_4", "vexo_user", 0, "ubi0", "ubifs", "userfs", "none", 0, 0, 0},
 };
 
-TEST_F(partition_table_test, rows_are_those_of_the_flash_map) {
-  ASSERT_EQ(mtd_config_table_size(), 16);
-  for (int i = 0; i < 16; i++) {
-    const mtd_partition& row = mtd_config_table[i];
-    const expected_row& expected = flash_map[i];
-    EXPECT_STREQ(row.dev_name, expected.dev_name) << i;
-    EXPECT_STREQ(row.part_name, expected.part_name) << i;
-    EXPECT_EQ(row.volume_size, expected.size) << i;
-    EXPECT_STREQ(mtd_type_string[row.type], expected.type) << i;
-    EXPECT_STREQ(mtd_format_string[row.format], expected.format) << i;
-    EXPECT_STREQ(mtd_image_string[row.image], expected.image) << i;
-    EXPECT_STREQ(mtd_bank_string[row.bank], expected.bank) << i;
-    EXPECT_EQ(row.protect, expected.protect) << i;
-    EXPECT_EQ(row.clean, expected.clean) << i;
-    EXPECT_EQ(row.t, expected.t) << i;
-  }
-}
-
 template <size_t Size>
 lines texts(const char* const (&names)[Size]) {
   return {names, names + Size};

@@ -2,14 +2,14 @@
 // can harm the shell.
 #include "prodcfg/record.h"
 
-#include "board_test.h"
+#include "model_test.h"
 
 namespace {
 
 const std::string mac_a = "\x11\x12\x13\x14\x15\x16";
 const std::string mac_b = "\x21\x22\x23\x24\x25\x26";
 
-class prodcfg_test : public board_test {
+class prodcfg_test : public model_test {
  protected:
   // Reads the partition with this at its start.
   void init_with(const std::string& bytes) {
@@ -98,11 +98,6 @@ TEST_F(prodcfg_test, longest_record) {
   EXPECT_EQ(g_product_config.total_length, 1024);
 }
 
-TEST_F(prodcfg_test, bytes_behind_the_record_do_not_matter) {
-  init_with(record_of(item(11, "P2")) + noise(500));
-  EXPECT_EQ(g_product_config_avail, 1);
-}
-
 TEST_F(prodcfg_test, one_or_two_bytes_at_the_end_are_no_item) {
   for (const char* rest : {"\x01", "\x01\x06"}) {
     init_with(record_of(item(11, "P2") + rest));
@@ -173,22 +168,6 @@ TEST_F(prodcfg_test, unknown_types_are_skipped_with_an_info) {
             "INFO: tlv_parse_buffer: skipping unrecognized tlv type=0 length=3\n"
             "INFO: tlv_parse_buffer: skipping unrecognized tlv type=12 length=0\n"
             "INFO: tlv_parse_buffer: skipping unrecognized tlv type=255 length=300\n");
-}
-
-TEST_F(prodcfg_test, empty_items_are_present) {
-  init_with(record_of(item(4, "") + item(5, "") + item(11, "")));
-  EXPECT_EQ(g_product_config.value_length, 0);
-  EXPECT_EQ(g_product_config.hwcfg_length, 0);
-  EXPECT_EQ(g_product_config.product_id_length, 0);
-}
-
-TEST_F(prodcfg_test, full_fields_have_their_length) {
-  init_with(record_of(item(5, std::string(64, 'h')) + item(11, "PROD")));
-  product_text text;
-  EXPECT_TRUE(prodcfg_get_hwcfg(text));
-  EXPECT_EQ(std::string(text), std::string(64, 'h'));
-  EXPECT_TRUE(prodcfg_get_product_id(text));
-  EXPECT_STREQ(text, "PROD");
 }
 
 TEST_F(prodcfg_test, absent_items_have_no_text) {
@@ -310,13 +289,6 @@ TEST_F(prodcfg_test, noise_with_a_good_checksum) {
   EXPECT_GT(accepted, 20) << "else this tests nothing but refusals";
 }
 
-TEST_F(prodcfg_test, record_that_vanishes_leaves_nothing) {
-  init_with(record_of(item(11, "P2")));
-  EXPECT_EQ(g_product_config_avail, 1);
-  init_with(std::string(4, '\xFF'));
-  expect_nothing_kept();
-}
-
 // ---------------------------------------------------------------------------------------------- flash
 
 TEST_F(prodcfg_test, first_partition_of_the_kind_is_read_at_once) {
@@ -341,27 +313,6 @@ TEST_F(prodcfg_test, no_memory) {
   root.fail_call("malloc", {.match = "1024", .error = ENOMEM, .result = 0});
   prodcfg_init();
   EXPECT_EQ(root.printed(), "ERROR: prodcfg_read: malloc(1024) error(Cannot allocate memory)\n");
-  expect_nothing_kept();
-}
-
-TEST_F(prodcfg_test, node_missing) {
-  root.remove("/dev/mtd1");
-  prodcfg_init();
-  EXPECT_EQ(root.printed(), "ERROR: prodcfg_read: open(/dev/mtd1) error(No such file or directory)\n");
-  expect_nothing_kept();
-}
-
-TEST_F(prodcfg_test, read_fails) {
-  root.fail_call("read", {.match = "/dev/mtd1"});
-  prodcfg_init();
-  EXPECT_EQ(root.printed(), "ERROR: prodcfg_read: read(1024) error(Input/output error)\n");
-  expect_nothing_kept();
-}
-
-TEST_F(prodcfg_test, partition_too_short) {
-  root.write_file("/dev/mtd1", std::string(1023, '\0'));
-  prodcfg_init();
-  EXPECT_EQ(root.printed(), "ERROR: prodcfg_read: only 1023/1024 bytes read, error(Success)\n");
   expect_nothing_kept();
 }
 

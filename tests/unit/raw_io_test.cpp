@@ -40,19 +40,6 @@ const std::string erase_failed =
 
 class flash_erase_test : public raw_io_test {};
 
-TEST_F(flash_erase_test, unprotected_partition_is_just_erased) {
-  EXPECT_EQ(flash_erase_whole_partition(node, serial, 0), 1);
-  EXPECT_EQ(root.sequence(), lines({erase}));
-  EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/flash_erase -q /dev/mtd2 0 0"}));
-  EXPECT_EQ(flash(), erased_but(""));
-  EXPECT_EQ(root.printed(), "");
-}
-
-TEST_F(flash_erase_test, protected_partition_is_unlocked_and_locked_again) {
-  EXPECT_EQ(flash_erase_whole_partition(node, serial, 1), 1);
-  EXPECT_EQ(root.sequence(), lines({unlock, erase, lock}));
-}
-
 TEST_F(flash_erase_test, only_one_means_protected) {
   for (const int protect : {0, 2, -1}) {
     root.forget();
@@ -80,28 +67,6 @@ TEST_F(flash_erase_test, the_tool_is_quiet_below_progress) {
     EXPECT_EQ(flash_erase_whole_partition(node, serial, 0), 1);
     EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/flash_erase /dev/mtd2 0 0"}));
   }
-}
-
-TEST_F(flash_erase_test, failed_erase_still_locks) {
-  root.answer("flash_erase", {.status = 1});
-  EXPECT_EQ(flash_erase_whole_partition(node, serial, 1), 0);
-  EXPECT_EQ(root.sequence(), lines({unlock, erase, lock}));
-  EXPECT_EQ(flash_erase_whole_partition(node, serial, 0), 0);
-  EXPECT_EQ(root.printed(), erase_failed + erase_failed);
-}
-
-TEST_F(flash_erase_test, failed_unlock_locks_at_once_and_erases_nothing) {
-  root.answer("flash_unlock", {.status = 1});
-  EXPECT_EQ(flash_erase_whole_partition(node, serial, 1), 0);
-  EXPECT_EQ(root.sequence(), lines({unlock, lock}));
-  EXPECT_EQ(root.printed(), unlock_failed);
-}
-
-TEST_F(flash_erase_test, failed_lock_makes_success_a_failure) {
-  root.answer("flash_lock", {.status = 1});
-  EXPECT_EQ(flash_erase_whole_partition(node, serial, 1), 0);
-  EXPECT_EQ(root.sequence(), lines({unlock, erase, lock}));
-  EXPECT_EQ(root.printed(), lock_failed);
 }
 
 TEST_F(flash_erase_test, traces_its_name) {
@@ -368,17 +333,6 @@ TEST_F(flash_write_buffer_fd_test, streams_pieces_as_they_arrive_without_an_eras
   EXPECT_EQ(root.printed(), "");
 }
 
-TEST_F(flash_write_buffer_fd_test, the_header_goes_first_and_counts_for_nothing) {
-  const std::string bytes = noise(1000);
-  const sender source(bytes);
-  uint64_t checksum = 0;
-  EXPECT_EQ(flash_write_buffer_fd(node, 0, serial, source.fd(), octets(header), 1000, 1, &checksum), 1);
-  EXPECT_EQ(flash(), erased_but(header + bytes));
-  EXPECT_EQ(static_cast<uint32_t>(checksum), plain_checksum(bytes));
-  EXPECT_EQ(root.sequence()[0], erase);
-  EXPECT_EQ(root.sequence()[1], "write /dev/mtd2 256");
-}
-
 TEST_F(flash_write_buffer_fd_test, protected_flash_is_bracketed) {
   const sender source("ab");
   EXPECT_EQ(flash_write_buffer_fd(node, 1, nand, source.fd(), nullptr, 2, 1, nullptr), 1);
@@ -434,16 +388,6 @@ TEST_F(flash_write_buffer_fd_test, a_node_that_cannot_be_opened_is_reported_and_
   EXPECT_EQ(root.printed(), "ERROR: Failed to open /dev/mtd2: error(No such device or address)\n");
 }
 
-TEST_F(flash_write_buffer_fd_test, a_stream_that_stops_fails_and_locks) {
-  const sender source(noise(5000));
-  root.fail_call("select", {.error = 0, .result = 0, .after = 1});
-  uint64_t checksum = 1;
-  EXPECT_EQ(flash_write_buffer_fd(node, 1, serial, source.fd(), nullptr, 5000, 0, &checksum), 0);
-  EXPECT_EQ(root.printed(), "ERROR: Failed to read firmware image [Connection timed out]\n");
-  EXPECT_EQ(root.sequence(), lines({unlock, "write /dev/mtd2 4096", lock}));
-  EXPECT_EQ(checksum, 0U);
-}
-
 TEST_F(flash_write_buffer_fd_test, failed_waits_reads_and_an_early_end_fail_the_same_way) {
   sender source("ab");
   root.fail_call("select", {.error = EINTR, .times = 1});
@@ -468,23 +412,6 @@ TEST_F(flash_write_buffer_fd_test, short_and_failed_writes_are_no_errors_here_bu
   EXPECT_EQ(root.printed(),
             "VERBOSE: flash_write_buffer_fd received 5632 bytes, written 611 bytes to flash\n");
   EXPECT_EQ(static_cast<uint32_t>(checksum), plain_checksum(noise(5632))) << "of what was received";
-}
-
-TEST_F(flash_write_buffer_fd_test, a_header_that_cannot_be_written_is_no_error_here) {
-  const sender source("ab");
-  root.fail_call("write", {.match = node, .error = EIO, .times = 1});
-  EXPECT_EQ(flash_write_buffer_fd(node, 0, serial, source.fd(), octets(header), 2, 0, nullptr), 1);
-  EXPECT_EQ(root.printed(), "");
-}
-
-TEST_F(flash_write_buffer_fd_test, last_lock_failing_is_a_failure_though_all_was_written) {
-  const sender source("ab");
-  root.answer("flash_lock", {.status = 1});
-  uint64_t checksum = 0;
-  EXPECT_EQ(flash_write_buffer_fd(node, 1, serial, source.fd(), nullptr, 2, 0, &checksum), 0);
-  EXPECT_EQ(flash().substr(0, 2), "ab");
-  EXPECT_EQ(static_cast<uint32_t>(checksum), plain_checksum("ab"));
-  EXPECT_EQ(root.printed(), lock_failed);
 }
 
 TEST_F(flash_write_buffer_fd_test, the_longest_length_arrives_whole) {

@@ -54,14 +54,6 @@ TEST_F(repartition_test, split_reports_progress) {
   expect_printed("TRACE: mtd_partition_split: part_name=nothing size1=1 size2=18446744073709551615\n", false);
 }
 
-TEST_F(repartition_test, split_opens_its_nodes_for_reading_only) {
-  root.trace("/dev/mtd");
-  EXPECT_EQ(mtd_partition_split("ubi0", 0x5000000, 0x3000000), 1);
-  ASSERT_EQ(root.events("open").size(), 2U);
-  EXPECT_EQ(root.events("open")[0].fields, lines({"/dev/mtd10", "0", "0"}));
-  EXPECT_EQ(root.events("open")[1].fields, lines({"/dev/mtd0", "0", "0"}));
-}
-
 TEST_F(repartition_test, split_carries_sizes_of_64_bits) {
   root.answer_ioctl(create, "");
   root.answer_ioctl(erase, "");
@@ -88,38 +80,6 @@ TEST_F(repartition_test, split_of_an_unknown_partition_fails_without_a_word) {
   EXPECT_EQ(mtd_partition_split("ubi0", 1, 1), 0);
   expect_printed("", false);
   EXPECT_EQ(root.events("ioctl").size(), 0U);
-}
-
-TEST_F(repartition_test, split_whose_node_cannot_be_opened_asks_for_nothing) {
-  log_level = 6;
-  root.fail_call("open", {.match = "/dev/mtd10", .error = EACCES});
-  EXPECT_EQ(mtd_partition_split("ubi0", 0x5000000, 0x3000000), 0);
-  expect_printed("ERROR: mtd_partition_split: open(/dev/mtd10)\n", false);
-  EXPECT_EQ(root.events("ioctl").size(), 0U);
-}
-
-TEST_F(repartition_test, split_refused_by_the_kernel_drops_nothing) {
-  log_level = 6;
-  root.fail_ioctl(create, ENOTTY);
-  EXPECT_EQ(mtd_partition_split("ubi0", 0x5000000, 0x3000000), 0);
-  expect_printed("ERROR: partition creation failed on /dev/mtd10\n", true);
-  EXPECT_EQ(root.events("ioctl").size(), 1U);
-}
-
-TEST_F(repartition_test, split_that_cannot_open_the_first_partition_leaves_the_old_one) {
-  log_level = 6;
-  root.fail_call("open", {.match = "/dev/mtd0", .error = EACCES});
-  EXPECT_EQ(mtd_partition_split("ubi0", 0x5000000, 0x3000000), 0);
-  expect_printed(
-      "PROGRESS: ubi0 created on /dev/mtd10\nERROR: mtd_partition_split: File open error on /dev/mtd0\n",
-      true);
-}
-
-TEST_F(repartition_test, split_whose_deletion_fails_leaves_all_three) {
-  log_level = 6;
-  root.fail_ioctl(erase, EBUSY);
-  EXPECT_EQ(mtd_partition_split("ubi0", 0x5000000, 0x3000000), 0);
-  expect_printed("PROGRESS: ubi0 created on /dev/mtd10\nERROR: /dev/mtd10 deletion failed\n", true);
 }
 
 // ---------------------------------------------------------------------------------------------- merge

@@ -43,17 +43,6 @@ TEST_F(signals_test, each_succeeds_silently_with_no_mask_and_no_flags) {
   EXPECT_EQ(root.printed(), "");
 }
 
-TEST_F(signals_test, each_reports_its_failure_as_a_note_and_changes_nothing) {
-  root.fail_call("sigaction", {.error = EINVAL});
-  for (const setting& s : settings) {
-    EXPECT_EQ(s.install(), 0) << s.name;
-    EXPECT_EQ(root.printed(), s.failure);
-  }
-  root.drop_rules();
-  EXPECT_EQ(action_of(SIGINT).sa_handler, SIG_DFL);
-  EXPECT_EQ(action_of(SIGQUIT).sa_handler, SIG_DFL);
-}
-
 TEST_F(signals_test, ignored_signals_end_nothing) {
   EXPECT_EQ(sigint_install_ignore(), 1);
   EXPECT_EQ(sigquit_install_ignore(), 1);

@@ -62,14 +62,6 @@ TEST_F(stream_wait_test, time_is_up_with_errno_etimedout) {
   EXPECT_EQ(errno, ETIMEDOUT);
 }
 
-TEST_F(stream_wait_test, asks_for_the_seconds_it_was_given) {
-  const sender source("x");
-  root.trace("select");
-  EXPECT_TRUE(stream_wait(source.fd(), 30));
-  EXPECT_TRUE(stream_wait(source.fd(), 3));
-  EXPECT_EQ(root.sequence(), lines({"select 30", "select 3"}));
-}
-
 TEST_F(stream_wait_test, a_failing_wait_keeps_its_errno) {
   const sender source("x");
   root.fail_call("select", {.error = EINTR});
@@ -141,13 +133,6 @@ TEST_F(stream_receive_test, the_first_wait_may_be_longer_and_every_other_is_thre
   EXPECT_EQ(receive({.fd = source.fd(), .total = 4096 + 16 + 1, .first_seconds = 30}),
             stream_status::complete);
   EXPECT_EQ(root.sequence(), lines({"select 30", "select 3", "select 3"}));
-}
-
-TEST_F(stream_receive_test, all_waits_are_three_seconds_unless_told_otherwise) {
-  const sender source("ab");
-  root.trace("select");
-  EXPECT_EQ(receive({.fd = source.fd(), .total = 2}), stream_status::complete);
-  EXPECT_EQ(root.sequence(), lines({"select 3", "select 3"}));
 }
 
 TEST_F(stream_receive_test, byte_by_byte_asks_for_single_bytes) {

@@ -45,30 +45,17 @@ class system_test : public ubi_test {
   static std::string erase(int number) {
     return "/usr/sbin/flash_erase -q /dev/mtd" + std::to_string(number) + " 0 0";
   }
-  static inline const lines look_at_schema = joined({{attach, nodes}, schema_check, {detach}});
   static inline const std::string not_read = "ERROR: Failed to read downloaded image information\n";
 };
 
 // ---------------------------------------------------------------------------------------------- raw
 // partitions
 
-TEST_F(system_test, serial_partitions_are_erased_without_their_lock_bracket) {
-  EXPECT_EQ(prepare({bootloader, kernel}), 1);
-  EXPECT_EQ(root.shell_lines(), lines({erase(2), erase(6)}));
-  EXPECT_EQ(root.printed(), "");
-}
-
 TEST_F(system_test, nand_partitions_are_erased_with_one_protected_or_not) {
   mtd_config_table[6].type = mtd_type_nand;
   EXPECT_EQ(prepare({kernel}), 1);
   EXPECT_EQ(root.shell_lines(),
             lines({"/usr/sbin/flash_unlock /dev/mtd6", erase(6), "/usr/sbin/flash_lock /dev/mtd6 0 -1"}));
-}
-
-TEST_F(system_test, the_first_partition_that_cannot_be_erased_ends_it) {
-  root.answer("flash_erase", {.when = "/dev/mtd2", .status = 1});
-  EXPECT_EQ(prepare({bootloader, kernel}), 0);
-  EXPECT_EQ(root.shell_lines(), lines({erase(2)}));
 }
 
 TEST_F(system_test, a_boot_environment_is_passed_over_unless_the_flash_is_clean) {
@@ -84,14 +71,6 @@ TEST_F(system_test, a_boot_environment_is_passed_over_unless_the_flash_is_clean)
 
 // ---------------------------------------------------------------------------------------------- volumes
 
-TEST_F(system_test, volumes_of_flash_in_use_are_not_formatted) {
-  EXPECT_EQ(prepare({archive}), 1);
-  EXPECT_EQ(prepare({oem}), 1);
-  EXPECT_EQ(root.shell_lines(), lines());
-  EXPECT_EQ(prepare({ubifs}), 1);
-  EXPECT_EQ(root.shell_lines(), look_at_schema);
-}
-
 TEST_F(system_test, clean_flash_is_formatted_with_the_sizes_of_the_header) {
   put_ubi0(erased);
   save({archive});
@@ -104,38 +83,6 @@ TEST_F(system_test, clean_flash_is_formatted_with_the_sizes_of_the_header) {
   EXPECT_EQ(root.env()["mtdparts"], "atmel_nand:128k(ubi0),-(user)");
   const lines all = root.shell_lines();
   EXPECT_EQ(std::count(all.begin(), all.end(), make_volume(0, "-s 16KiB", "rootfs_1")), 1);
-}
-
-TEST_F(system_test, a_clean_device_is_formatted_before_its_schema_is_looked_at) {
-  put_ubi0(erased);
-  EXPECT_EQ(prepare({ubifs}), 1);
-  EXPECT_EQ(root.shell_lines(), joined({format_all(64, 5), look_at_schema}));
-}
-
-TEST_F(system_test, a_clean_device_takes_no_oem_defaults) {
-  put_ubi0(erased);
-  EXPECT_EQ(prepare({oem}), 0);
-  EXPECT_EQ(root.shell_lines(), lines());
-  EXPECT_EQ(root.printed(), "ERROR: Cannot write OEM defaults file to clean flash\n");
-}
-
-TEST_F(system_test, a_python_archive_does_not_ask_whether_the_device_is_clean) {
-  put_ubi0(erased);
-  EXPECT_EQ(prepare({python}), 1);
-  EXPECT_EQ(root.sleeps().size(), 0U);
-  EXPECT_EQ(root.shell_lines()[2], mount("vexo_user"));
-}
-
-TEST_F(system_test, a_device_that_cannot_be_attached_is_detached) {
-  root.answer("ubiattach", {.status = 1});
-  EXPECT_EQ(prepare({ubifs, kernel}), 0);
-  EXPECT_EQ(root.shell_lines(), lines({attach, nodes, detach}));
-}
-
-TEST_F(system_test, a_schema_that_does_not_fit_ends_it_detached) {
-  root.remove("/sys/class/ubi/ubi0/avail_eraseblocks");
-  EXPECT_EQ(prepare({ubifs, kernel}), 0);
-  EXPECT_EQ(root.shell_lines(), lines({attach, nodes, get_bank, detach}));
 }
 
 // ---------------------------------------------------------------------------------------------- headers
@@ -193,36 +140,10 @@ TEST_F(system_test, headers_that_are_bad_are_reported_by_both) {
   EXPECT_EQ(root.shell_lines(), lines());
 }
 
-TEST_F(system_test, destinations_that_are_refused_are_reported_by_both) {
-  const std::string refusal =
-      "ERROR: ubi0 erase size is 0x20000, ubifs image requires 0x4000\nERROR: Bad image destination\n";
-  EXPECT_EQ(prepare({{.type = 10, .contents = ""}}), 0);
-  EXPECT_EQ(finalize({{.type = 10, .contents = ""}}), 0);
-  EXPECT_EQ(root.printed(), refusal + refusal);
-  EXPECT_EQ(root.shell_lines(), lines());
-}
-
 TEST_F(system_test, a_part_for_no_partition_ends_the_preparation) {
   EXPECT_EQ(prepare({kernel, {.type = 6, .contents = ""}, bootloader}), 0);
   EXPECT_EQ(root.printed(), "ERROR: image_prepare_system: Can't find mtd for contents_type=6\n");
   EXPECT_EQ(root.shell_lines(), lines({erase(6)}));
-}
-
-// ---------------------------------------------------------------------------------------------- last step
-
-TEST_F(system_test, only_python_has_a_last_step) {
-  EXPECT_EQ(finalize({bootloader, kernel, oem, archive, ubifs}), 1);
-  EXPECT_EQ(root.shell_lines(), lines());
-  EXPECT_EQ(finalize({kernel, python, bootloader}), 1);
-  EXPECT_EQ(root.shell_lines().size(), 7U);
-  EXPECT_EQ(root.shell_lines()[2], mount("vexo_user"));
-  EXPECT_EQ(root.printed(), "");
-}
-
-TEST_F(system_test, a_last_step_that_fails_ends_it) {
-  root.answer("mount", {.status = 32});
-  EXPECT_EQ(finalize({python, {.type = 10, .contents = ""}}), 0);
-  EXPECT_EQ(root.printed(), "ERROR: Failed to mount rootfs for update\n");
 }
 
 }  // namespace

@@ -12,14 +12,6 @@ class ubi_format_test : public ubi_test {
   static constexpr uint32_t merge = 0x40044D1B;
 };
 
-TEST_F(ubi_format_test, a_partition_of_the_right_size_is_formatted_at_once) {
-  EXPECT_EQ(ubi_format("ubi0", 0, 0), 1);
-  // A quarter of 128 MiB for each bank, 2 % for the private volume.
-  EXPECT_EQ(root.shell_lines(), format_all(32768, 2621));
-  EXPECT_EQ(root.events("ioctl").size(), 0u);
-  EXPECT_EQ(root.printed(), "");
-}
-
 TEST_F(ubi_format_test, arguments_and_sizes_are_told_before_anything_is_done) {
   log_level = 7;
   EXPECT_EQ(ubi_format("ubi0", 0, 0), 1);
@@ -78,14 +70,6 @@ TEST_F(ubi_format_test, a_table_without_the_partition_stops_before_anything_is_c
   EXPECT_EQ(root.events("ioctl").size(), 0u);
 }
 
-TEST_F(ubi_format_test, a_failed_merge_stops_before_anything_is_erased) {
-  root.set_partitions({{"ubi0", 0x5000000, 0x20000}, {"user", 0x3000000, 0x20000}});
-  root.fail_ioctl(merge, EBUSY);
-  EXPECT_EQ(ubi_format("ubi0", 0, 0), 0);
-  EXPECT_EQ(root.shell_lines(), lines({detach}));
-  EXPECT_EQ(root.printed(), "ERROR: mtd_partition_merge: mtd merge failed\n");
-}
-
 TEST_F(ubi_format_test, a_size_that_cannot_be_recorded_stops) {
   root.answer("fw_setenv", {.status = 1});
   EXPECT_EQ(ubi_format("ubi0", 0, 81920), 0);
@@ -99,12 +83,6 @@ TEST_F(ubi_format_test, a_failed_erase_stops) {
   root.answer("flash_erase", {.status = 1});
   EXPECT_EQ(ubi_format("ubi0", 0, 81920), 0);
   EXPECT_EQ(root.shell_lines().back(), "/usr/sbin/flash_erase -q /dev/mtd11 0 0");
-}
-
-TEST_F(ubi_format_test, a_failed_format_leaves_the_device_detached) {
-  root.answer("ubiformat", {.status = 1});
-  EXPECT_EQ(ubi_format("ubi0", 0, 0), 0);
-  EXPECT_EQ(root.shell_lines(), lines({detach, format}));
 }
 
 TEST_F(ubi_format_test, a_failed_attach_makes_no_volumes_and_detaches) {

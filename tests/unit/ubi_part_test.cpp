@@ -84,25 +84,6 @@ TEST_F(ubi_part_test, clean_flash_is_formatted_with_the_sizes_of_the_header) {
   EXPECT_EQ(std::count(all.begin(), all.end(), make_volume(1, "-s 16KiB", "rootfs_2")), 1);
 }
 
-TEST_F(ubi_part_test, clean_flash_that_cannot_be_formatted_is_not_written) {
-  put_ubi0(erased);
-  root.answer("ubiformat", {.status = 1});
-  EXPECT_EQ(write(archive.whole()), 0);
-  EXPECT_EQ(root.shell_lines(), lines({detach, "/usr/sbin/ubiformat /dev/mtd10 -y -q"}));
-}
-
-TEST_F(ubi_part_test, clean_flash_takes_no_oem_defaults) {
-  put_ubi0(erased);
-  EXPECT_EQ(write(oem.whole()), 0);
-  EXPECT_EQ(root.shell_lines(), lines());
-  EXPECT_EQ(root.printed(), oem.info() + "ERROR: Cannot write OEM defaults file to clean flash\n");
-}
-
-TEST_F(ubi_part_test, python_does_not_ask_whether_the_flash_is_clean) {
-  EXPECT_EQ(write(python.whole()), 1);
-  EXPECT_EQ(root.sleeps().size(), 0U);
-}
-
 TEST_F(ubi_part_test, the_temporary_file_holds_the_contents_and_never_stays) {
   root.answer("install", {.status = 1});
   root.trace("/tmp/image.part");

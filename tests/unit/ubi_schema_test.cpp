@@ -41,13 +41,6 @@ TEST_F(ubi_schema_test, a_volume_of_the_schema_in_use_changes_nothing) {
   }
 }
 
-TEST_F(ubi_schema_test, the_single_bank_takes_all_but_two_blocks) {
-  set_lebs(300, 300, 1, 0);
-  EXPECT_EQ(change_for("1", "/dev/ubi0_2"), 1);
-  EXPECT_EQ(root.shell_lines(), joined({schema_check, {resize(0, 1), resize(1, 1), resize(2, 599)}}));
-  EXPECT_EQ(root.printed(), to_single);
-}
-
 TEST_F(ubi_schema_test, two_banks_share_what_the_single_one_gives_up) {
   set_lebs(1, 1, 599, 0);
   EXPECT_EQ(change_for("single", "/dev/ubi0_0"), 1);

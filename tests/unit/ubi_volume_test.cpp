@@ -9,19 +9,6 @@ namespace {
 
 class ubi_volume_test : public ubi_test {};
 
-TEST_F(ubi_volume_test, attaching_makes_the_device_nodes) {
-  EXPECT_EQ(ubi_attach("ubi0"), 1);
-  EXPECT_EQ(root.shell_lines(), lines({attach, nodes}));
-  EXPECT_EQ(root.printed(), "");
-}
-
-TEST_F(ubi_volume_test, a_failed_attach_still_makes_the_device_nodes) {
-  root.answer("ubiattach", {.status = 1});
-  EXPECT_EQ(ubi_attach("ubi0"), 0);
-  EXPECT_EQ(root.shell_lines(), lines({attach, nodes}));
-  EXPECT_EQ(root.printed(), "ERROR: Failed to attach /dev/mtd10 to ubi0\n");
-}
-
 TEST_F(ubi_volume_test, a_name_without_a_number_runs_nothing) {
   for (const char* name : {"ubiX", "", "mtd0"}) {
     EXPECT_EQ(ubi_attach(name), 0);
@@ -101,18 +88,6 @@ TEST_F(ubi_volume_test, a_failed_resize_says_nothing) {
   root.answer("ubirsvol", {.status = 3});
   EXPECT_EQ(ubi_rsvol("/dev/ubi0_1", 5), 0);
   EXPECT_EQ(root.printed(), "");
-}
-
-TEST_F(ubi_volume_test, erasing_attaches_empties_and_detaches) {
-  EXPECT_EQ(ubi_erase_volume("/dev/ubi0_1", "ubi0"), 1);
-  EXPECT_EQ(root.shell_lines(), lines({attach, nodes, "/usr/sbin/ubiupdatevol /dev/ubi0_1 -t", detach}));
-}
-
-TEST_F(ubi_volume_test, a_failed_erase_detaches_all_the_same) {
-  root.answer("ubiupdatevol", {.status = 1});
-  EXPECT_EQ(ubi_erase_volume("/dev/ubi0_1", "ubi0"), 0);
-  EXPECT_EQ(root.shell_lines().back(), detach);
-  EXPECT_EQ(root.printed(), "ERROR: system(/usr/sbin/ubiupdatevol /dev/ubi0_1 -t) sys_rc=256 exitstatus=1\n");
 }
 
 TEST_F(ubi_volume_test, an_erase_without_attach_detaches_all_the_same) {

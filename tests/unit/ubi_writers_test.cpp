@@ -136,16 +136,6 @@ TEST_F(ubifs_writer_test, an_image_in_memory_goes_into_the_volume) {
   EXPECT_EQ(root.printed(), "");
 }
 
-TEST_F(ubifs_writer_test, a_stream_goes_into_the_volume_and_is_summed) {
-  const std::string image = noise(10003);
-  const sender line(image);
-  uint64_t checksum = 0;
-  EXPECT_EQ(ubi_write_buffer_ubifs_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 10003, 1, &checksum), 1);
-  EXPECT_EQ(root.shell_lines(), joined({{attach, nodes}, schema_check, {update(10003), detach}}));
-  EXPECT_EQ(static_cast<uint32_t>(checksum), plain_checksum(image));
-  EXPECT_EQ(input_of("ubiupdatevol"), "10003");
-}
-
 TEST_F(ubifs_writer_test, a_header_is_announced_sent_and_not_summed) {
   const std::string image = noise(77);
   const std::string header = part{13, image}.header();
@@ -165,31 +155,11 @@ TEST_F(ubifs_writer_test, a_header_is_announced_sent_and_not_summed) {
   EXPECT_NE(said.find("VERBOSE: ubi_write_buffer_ubifs_fd received 77 bytes\n"), std::string::npos);
 }
 
-TEST_F(ubifs_writer_test, without_the_flag_the_schema_is_not_looked_at) {
-  const sender line("x");
-  EXPECT_EQ(ubi_write_buffer_ubifs_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 1, 0, nullptr), 1);
-  EXPECT_EQ(root.shell_lines(), lines({attach, nodes, update(1), detach}));
-}
-
-TEST_F(ubifs_writer_test, a_schema_that_cannot_change_fails_before_the_tool) {
-  root.remove("/sys/class/ubi/ubi0/avail_eraseblocks");
-  const sender line("x");
-  EXPECT_EQ(ubi_write_buffer_ubifs_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 1, 1, nullptr), 0);
-  EXPECT_EQ(root.shell_lines(), lines({attach, nodes, get_bank, detach}));
-}
-
 TEST_F(ubifs_writer_test, a_failed_attach_is_detached_all_the_same) {
   root.answer("ubiattach", {.status = 1});
   const sender line("x");
   EXPECT_EQ(ubi_write_buffer_ubifs_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 1, 1, nullptr), 0);
   EXPECT_EQ(root.shell_lines(), lines({attach, nodes, detach}));
-}
-
-TEST_F(ubifs_writer_test, silence_is_reported_as_it_always_was_and_the_device_given_back) {
-  const sender line(noise(100));
-  EXPECT_EQ(ubi_write_buffer_ubifs_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 200, 0, nullptr), 0);
-  EXPECT_EQ(root.printed(), "ERROR: Failed to read firmare image " + std::string(stopped));
-  EXPECT_EQ(root.shell_lines(), lines({attach, nodes, update(200), detach}));
 }
 
 TEST_F(ubifs_writer_test, after_silence_the_tool_ends_only_once_the_device_was_given_back) {
@@ -365,24 +335,11 @@ class file_writer_test : public ubi_writer_test {
       "/usr/bin/install -D -m644 /tmp/image.part /mnt/cfg/hidden.oem.xml" + quiet;
 };
 
-TEST_F(file_writer_test, a_file_is_installed_into_the_file_system) {
-  EXPECT_EQ(install(), 1);
-  EXPECT_EQ(root.shell_lines(), lines({attach, nodes, mount("vexo_private"), install_line, unmount, detach}));
-}
-
 TEST_F(file_writer_test, a_volume_that_cannot_be_mounted) {
   root.answer("mount", {.when = "-t ubifs", .status = 32});
   EXPECT_EQ(install(), 0);
   EXPECT_EQ(root.printed(), "ERROR: Failed to mount ubi0:vexo_private\n");
   EXPECT_EQ(root.shell_lines(), lines({attach, nodes, mount("vexo_private"), unmount, detach}));
-}
-
-TEST_F(file_writer_test, a_file_that_cannot_be_installed) {
-  root.answer("install", {.status = 1});
-  EXPECT_EQ(install(), 0);
-  EXPECT_EQ(root.printed(),
-            "ERROR: Failed to install file to /cfg//hidden.oem.xml within ubi0:vexo_private\n");
-  EXPECT_EQ(root.shell_lines().back(), detach);
 }
 
 // ---------------------------------------------------------------------------------------------- Python
@@ -469,14 +426,6 @@ TEST_F(python_writer_test, a_failed_attach_unmounts_and_detaches) {
     EXPECT_EQ(form(), 0);
     EXPECT_EQ(root.shell_lines(), joined({{attach, nodes}, end}));
   }
-}
-
-TEST_F(python_writer_test, a_stream_that_stops_gives_the_volume_back_and_restores_nothing) {
-  const sender line("arch");
-  EXPECT_EQ(ubi_write_buffer_python_fs_tar_lzma_fd(volume.c_str(), "ubi0", line.fd(), nullptr, 7, nullptr, 1),
-            0);
-  EXPECT_EQ(root.printed(), "ERROR: Failed to read firmware image " + std::string(stopped));
-  EXPECT_EQ(root.shell_lines(), joined({begin, look_for_space, save, unpack, end}));
 }
 
 TEST_F(python_writer_test, a_tool_that_dies_restores_nothing) {

@@ -1,7 +1,7 @@
-// What the unit tests of the board share: a device without product record on its default board, records built
-// by hand, and the kernel's tree of GPIO lines.
-#ifndef BOARD_TEST_H
-#define BOARD_TEST_H
+// What the unit tests of the models share: a device without product record, which is the default model,
+// records built by hand, and the kernel's tree of GPIO lines.
+#ifndef MODEL_TEST_H
+#define MODEL_TEST_H
 
 #include <algorithm>
 #include <filesystem>
@@ -12,10 +12,10 @@
 #include "platform/gpiolib.h"
 #include "prodcfg/record.h"
 
-class board_test : public loader_test {
+class model_test : public loader_test {
  protected:
-  board_test() { reset(); }
-  ~board_test() override { reset(); }
+  model_test() { reset(); }
+  ~model_test() override { reset(); }
 
   static void reset() {
     prodcfg_reset();

@@ -1,4 +1,4 @@
-"""Start-up on each type of board: the product record in flash says which it is, the kernel's GPIO lines show what the
+"""Start-up on each model: the product record in flash says which it is, the kernel's GPIO lines show what the
 shell made of it."""
 
 import contextlib
@@ -111,22 +111,3 @@ def test_tk10_mfg(tmp_path):
         expect_lines(dev, "")
         set_mode(dev, "board tk20")
         expect_lines(dev, with_inputs(TK20, 1))
-
-
-def test_tk10_eval(tmp_path):
-    with started(tmp_path, "P1", "sp1,rs", ("tk10_eval", "none", 1), "") as dev:
-        with dev.only_changed():
-            assert dev.command("gpiolib set FAULT_LED 1") == (
-                "ERROR: Invalid number or name 'FAULT_LED'\n" + FAILURE)
-            set_mode(dev, "io dio2x1r")
-        set_mode(dev, "board tk20")
-        expect_lines(dev, with_inputs(TK20_DIO2X1R, 1))
-
-
-def test_unknown(tmp_path):
-    with started(tmp_path, "XY12", None, ("unknown", "none", 0), "") as dev:
-        set_mode(dev, "board tk10_mfg")
-        expect_lines(dev, with_inputs(TK10_MFG, 1))
-        with dev.only_changed(*lines(TK10_MFG)):
-            set_mode(dev, "board unknown")
-        expect_lines(dev, "")
