@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "flash/raw_io.h"
+#include "flash/write.h"
 #include "image/stream_installation.h"
 #include "mtd/partition_table.h"
 

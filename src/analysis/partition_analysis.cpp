@@ -1,4 +1,4 @@
-// See partition_analysis.h. Tools run: /usr/sbin/jffs2dump, /bin/grep. Requests: MEMGETINFO.
+// Tools run: /usr/sbin/jffs2dump, /bin/grep. Request: MEMGETINFO.
 #include "analysis/partition_analysis.h"
 
 #include <fcntl.h>
@@ -12,7 +12,7 @@
 #include <cstring>
 
 #include "analysis/ubifs_analysis.h"
-#include "flash/raw_io.h"
+#include "flash/read.h"
 #include "image/header.h"
 #include "mtd/partition_table.h"
 #include "prodcfg/record.h"
@@ -25,19 +25,6 @@
 namespace {
 
 constexpr size_t chunk_size = 1024;
-
-void set_text(char* field, size_t size, const char* text) {
-  memset(field, 0, size);
-  memcpy(field, text, strnlen(text, size));
-}
-
-void set_version(flash_analysis* record, const char* text) {
-  set_text(record->version, sizeof record->version, text);
-}
-
-void set_code(flash_analysis* record, const char* text) {
-  set_text(record->code, sizeof record->code, text);
-}
 
 unique_fd open_readable(const char* dev_name) {
   return unique_fd(open(dev_name, O_RDONLY | O_CLOEXEC));
@@ -100,15 +87,14 @@ bool flash_analyze_bootstrap(const char* dev_name, flash_analysis* record) {
   char version[sizeof name];
   // NOLINTNEXTLINE(cert-err34-c): a text is scanned
   const bool named = sscanf(name, "Solvantra TK10 Bootstrap %63s", version) == 1;
-  set_version(record, named ? version : "-");
-  set_code(record, "-");
+  analysis_set_identity(record, named ? version : "-", "-");
   record->size = size;
   return read_checksum(device, dev_name, 0, size, &record->crc);
 }
 
 bool flash_analyze_prodcfg(flash_analysis* record) {
   log_printf(level_trace, "%s:\n", __func__);
-  if (g_product_config_avail == 0) {
+  if (!g_product_config_avail) {
     return false;
   }
   char description[sizeof g_product_config.description + 1] = {};
@@ -116,8 +102,7 @@ bool flash_analyze_prodcfg(flash_analysis* record) {
   const char* version = strstr(description, " v");
   record->size = g_product_config.total_length;
   record->crc = g_product_config.checksum;
-  set_version(record, version != nullptr ? version + 2 : "");
-  set_code(record, "-");
+  analysis_set_identity(record, version != nullptr ? version + 2 : "", "-");
   return true;
 }
 
@@ -128,8 +113,7 @@ void take_identity(const uint8_t* header, flash_analysis* record) {
       image_get_version_string(header + image_field_contents_version, version, sizeof version) != 0;
   const bool has_code =
       image_get_product_code_string(header + image_field_product_code, code, sizeof code) != 0;
-  set_version(record, has_version ? version : "-");
-  set_code(record, has_code ? code : "-");
+  analysis_set_identity(record, has_version ? version : "-", has_code ? code : "-");
 }
 
 // Boot loader, kernel, config loader: an image header and what it describes.
@@ -224,20 +208,8 @@ bool flash_analyze_boot_env(const char* dev_name, flash_analysis* record) {
   record->size = search.used();
   log_printf(level_verbose, "%s: max_size=%u, used_size=%u\n", __func__,
              static_cast<unsigned>(search.length()), static_cast<unsigned>(search.used()));
-  set_version(record, "-");
-  set_code(record, "-");
+  analysis_set_identity(record, "-", "-");
   return true;
-}
-
-bool analyze_file_system(const char* dev_name, int format, flash_analysis* record) {
-  switch (format) {
-    case mtd_format_jffs2:
-      return flash_analyze_jffs2(dev_name, record) != 0;
-    case mtd_format_ubifs:
-      return ubi_ubifs_analyze(dev_name, record) != 0;
-    default:
-      return false;
-  }
 }
 
 // The number behind `key`, 0 when absent.
@@ -251,7 +223,20 @@ unsigned number_behind(const char* text, const char* key) {
   return number;
 }
 
-bool analyze_by_kind(const char* dev_name, int image, int format, flash_analysis* record) {
+bool is_file_system(int image) {
+  return image == mtd_image_rootfs || image == mtd_image_filesystem || image == mtd_image_privatefs ||
+         image == mtd_image_userfs;
+}
+
+bool is_volume(int image, int format) {
+  return is_file_system(image) && format == mtd_format_ubifs;
+}
+
+// Everything that is not a volume.
+bool analyze_partition(const char* dev_name, int image, int format, flash_analysis* record) {
+  if (is_file_system(image)) {
+    return format == mtd_format_jffs2 && flash_analyze_jffs2(dev_name, record);
+  }
   switch (image) {
     case mtd_image_bootstrap:
       return flash_analyze_bootstrap(dev_name, record);
@@ -263,11 +248,6 @@ bool analyze_by_kind(const char* dev_name, int image, int format, flash_analysis
       return flash_analyze_rom(dev_name, image, record);
     case mtd_image_boot_env:
       return flash_analyze_boot_env(dev_name, record);
-    case mtd_image_rootfs:
-    case mtd_image_filesystem:
-    case mtd_image_privatefs:
-    case mtd_image_userfs:
-      return analyze_file_system(dev_name, format, record);
     default:
       return false;
   }
@@ -275,33 +255,38 @@ bool analyze_by_kind(const char* dev_name, int image, int format, flash_analysis
 
 }  // namespace
 
-int flash_analyze(const char* dev_name, int image, int format, flash_analysis* record) {
-  return analyze_by_kind(dev_name, image, format, record) ? 1 : 0;
+bool flash_analyze(const mtd_partition& row, flash_analysis* record) {
+  return is_volume(row.image, row.format) ? ubi_ubifs_analyze(row, record)
+                                          : analyze_partition(row.dev_name, row.image, row.format, record);
 }
 
-int flash_analyze_jffs2(const char* dev_name, flash_analysis* record) {
+bool flash_analyze(const char* dev_name, int image, int format, flash_analysis* record) {
+  return is_volume(image, format) ? ubi_ubifs_analyze(dev_name, record)
+                                  : analyze_partition(dev_name, image, format, record);
+}
+
+bool flash_analyze_jffs2(const char* dev_name, flash_analysis* record) {
   log_printf(level_trace, "%s:\n", __func__);
   const uint32_t size = partition_size(open_readable(dev_name));
   command_line line;
   if (size == 0 ||
       !compose_command(line, "/usr/sbin/jffs2dump -v -c %s | /bin/grep \"Empty space:\"", dev_name)) {
-    return 0;
+    return false;
   }
   log_printf(level_verbose, "%s: popen(%s)\n", __func__, line.text());
   const command_pipe dump(line.text(), "r");
   if (!dump) {
     log_printf(level_error, "%s: popen(%s) error(%s)\n", __func__, line.text(), strerror(errno));
-    return 0;
+    return false;
   }
   record->crc = 0;
-  set_version(record, "-");
-  set_code(record, "-");
+  analysis_set_identity(record, "-", "-");
   char output[256];
   if (fgets(output, sizeof output, dump.stream()) == nullptr) {
-    return 0;
+    return false;
   }
   const uint64_t empty = number_behind(output, "Empty space: ");
   const uint64_t dirty = number_behind(output, "dirty space: ");
   record->size = size - empty;
-  return empty + dirty < size ? 1 : 0;
+  return empty + dirty < size;
 }

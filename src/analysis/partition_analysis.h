@@ -2,11 +2,14 @@
 #pragma once
 
 #include "analysis/record.h"
+#include "mtd/partition_table.h"
 
-/// Analyses the partition or volume at `dev_name` by its kind of image (mtd_images) and format (mtd_formats).
-/// Result: 1 with the record filled, 0 when the contents were not recognised or could not be read (after an
-/// error).
-int flash_analyze(const char* dev_name, int image, int format, flash_analysis* record);
+/// Analyses the contents of a row. Result: true with the record filled; false when they were not recognised,
+/// or, after an error, could not be read.
+bool flash_analyze(const mtd_partition& row, flash_analysis* record);
+/// The same for a node with contents of kind `image` (mtd_images) in `format` (mtd_formats). A volume is
+/// looked up in the flash map by its node.
+bool flash_analyze(const char* dev_name, int image, int format, flash_analysis* record);
 
 /// The same for a JFFS2 partition; it is recognised when it holds live data.
-int flash_analyze_jffs2(const char* dev_name, flash_analysis* record);
+bool flash_analyze_jffs2(const char* dev_name, flash_analysis* record);

@@ -1,9 +1,8 @@
-// See ubifs_analysis.h. Paths: /mnt/etc/.vexo_product_info.
+// Path: /mnt/etc/.vexo_product_info, lines of a shell script: VEXO_PRODUCT_VERSION="3.1.0.0R1".
 #include "analysis/ubifs_analysis.h"
 
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -19,23 +18,19 @@ namespace {
 
 constexpr const char* product_info_path = "/mnt/etc/.vexo_product_info";
 
-// Copies up to `size` characters; a shorter text is padded with NULs, a longer one is not terminated.
-void copy_field(char* field, size_t size, const char* text, size_t length) {
-  memset(field, 0, size);
-  memcpy(field, text, std::min(size, length));
-}
-
-// Takes the text between the first and the last double quote behind `key`; an empty one is passed over.
-// Result: true when the line has the key.
-bool take_value(const char* line, const char* key, char* field, size_t size) {
-  const char* found = strstr(line, key);
+// Takes the text between the first and the last double quote behind `key`; an empty one is passed over. The
+// line is cut there. Result: true when it has the key.
+template <size_t Size>
+bool take_value(char* line, const char* key, char (&field)[Size]) {
+  char* found = strstr(line, key);
   if (found == nullptr) {
     return false;
   }
   const char* first = strchr(found, '"');
-  const char* last = strrchr(found, '"');
+  char* last = strrchr(found, '"');
   if (first != nullptr && last > first + 1) {
-    copy_field(field, size, first + 1, static_cast<size_t>(last - first - 1));
+    *last = '\0';
+    analysis_set_text(field, first + 1);
   }
   return true;
 }
@@ -47,35 +42,43 @@ void read_product_info(flash_analysis* record) {
   }
   char line[256];
   while (fgets(line, sizeof line, file) != nullptr) {
-    if (!take_value(line, "VEXO_PRODUCT_VERSION", record->version, sizeof record->version)) {
-      take_value(line, "VEXO_PRODUCT_CODE", record->code, sizeof record->code);
+    if (!take_value(line, "VEXO_PRODUCT_VERSION", record->version)) {
+      take_value(line, "VEXO_PRODUCT_CODE", record->code);
     }
   }
   fclose(file);
 }
 
-}  // namespace
-
-int ubi_ubifs_analyze(const char* dev_name, flash_analysis* record) {
-  log_printf(level_trace, "%s: dev_name=%s\n", __func__, dev_name);
-  copy_field(record->version, sizeof record->version, "-", 1);
-  copy_field(record->code, sizeof record->code, "-", 1);
-  const mtd_partition* row = mtd_get_by_dev_name(dev_name);
-  if (row == nullptr) {
-    log_printf(level_error, "No entry in mtd table for %s\n", dev_name);
-    return 0;
-  }
-  ubi_attachment ubi(ubi_device_of(*row), ubi_attachment::on_exit::unmount_and_detach);
-  if (!ubi.attached() || !ubi.mount(*row)) {
-    return 0;
-  }
-  read_product_info(record);
-  record->size = static_cast<uint64_t>(ubi_get_volume_size_in_bytes(dev_name));
-  return 1;
+void begin_analysis(const char* caller, const char* dev_name, flash_analysis* record) {
+  log_printf(level_trace, "%s: dev_name=%s\n", caller, dev_name);
+  analysis_set_identity(record, "-", "-");
 }
 
-int ubi_ubifs_analyze_file_within(const char* part_name, const char* directory, const char* filename,
-                                  uint32_t* size) {
+}  // namespace
+
+bool ubi_ubifs_analyze(const mtd_partition& row, flash_analysis* record) {
+  begin_analysis(__func__, row.dev_name, record);
+  ubi_attachment ubi(ubi_device_of(row), ubi_attachment::on_exit::unmount_and_detach);
+  if (!ubi.attached() || !ubi.mount(row)) {
+    return false;
+  }
+  read_product_info(record);
+  record->size = static_cast<uint64_t>(ubi_get_volume_size_in_bytes(row.dev_name));
+  return true;
+}
+
+bool ubi_ubifs_analyze(const char* dev_name, flash_analysis* record) {
+  const mtd_partition* row = mtd_get_by_dev_name(dev_name);
+  if (row != nullptr) {
+    return ubi_ubifs_analyze(*row, record);
+  }
+  begin_analysis(__func__, dev_name, record);
+  log_printf(level_error, "No entry in mtd table for %s\n", dev_name);
+  return false;
+}
+
+bool ubi_ubifs_analyze_file_within(const char* part_name, const char* directory, const char* filename,
+                                   uint32_t* size) {
   log_printf(level_trace, "%s: part_name=%s directory=%s filename=%s\n", __func__, part_name, directory,
              filename);
   if (size != nullptr) {
@@ -84,20 +87,20 @@ int ubi_ubifs_analyze_file_within(const char* part_name, const char* directory, 
   const mtd_partition* row = mtd_get_by_name(part_name);
   if (row == nullptr) {
     log_printf(level_error, "No partition entry in mtd table for %s\n", part_name);
-    return 0;
+    return false;
   }
-  if (ubi_is_clean("ubi0") != 0) {
-    return 0;
+  if (ubi_is_clean("ubi0")) {
+    return false;
   }
   ubi_attachment ubi(ubi_device_of(*row), ubi_attachment::on_exit::unmount_and_detach);
   text_buffer<256> path;
   struct stat status;
   if (!ubi.attached() || !ubi.mount(*row) || !path.format("%s%s%s", ubi_mount_point, directory, filename) ||
       stat(path.text(), &status) != 0) {
-    return 0;
+    return false;
   }
   if (size != nullptr) {
     *size = static_cast<uint32_t>(status.st_size);
   }
-  return 1;
+  return true;
 }

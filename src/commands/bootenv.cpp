@@ -1,4 +1,4 @@
-// See bootenv.h. Tools run: fw_printenv, and those of bootenv/environment and flash/raw_io.
+// Tools run: fw_printenv, and those of bootenv/environment and flash/erase.
 #include "commands/bootenv.h"
 
 #include <cerrno>
@@ -8,7 +8,7 @@
 #include "bootenv/environment.h"
 #include "commands/affirm.h"
 #include "commands/command.h"
-#include "flash/raw_io.h"
+#include "flash/erase.h"
 #include "mtd/partition_table.h"
 #include "util/exec.h"
 #include "util/log.h"
@@ -67,7 +67,7 @@ void cmd_set_bootenv_bootcmd() {
   if (!is_one_of(script, "flashboot", "cfgldrboot")) {
     // Unlike the first word, a wrong second one is also reported as a failed command.
     helper_invalid_parameter(script);
-    _print_done_success_failure(0);
+    _print_done_success_failure(false);
     return;
   }
   text_buffer<31> value;
@@ -111,23 +111,23 @@ void cmd_set_bootenv_silent() {
   set_and_report("silent", strcmp(state, "on") == 0 ? "on" : nullptr);
 }
 
-int helper_set_bootenv_defaults() {
+bool helper_set_bootenv_defaults() {
   log_printf(level_trace, "%s:\n", __func__);
   log_printf(level_plain, "Setting boot environment to defaults...\n");
   bool erased = true;
   const mtd_partition* row = nullptr;
   while ((row = mtd_get_by_image_and_bank(row, mtd_image_boot_env, mtd_bank_any)) != nullptr) {
     log_printf(level_progress, "Erasing boot environment partition %s\n", row->part_name);
-    if (flash_erase_whole_partition(row->dev_name, row->type, row->protect) == 0) {
+    if (!flash_erase_whole_partition(*row)) {
       log_printf(level_error, "Failed to erase boot environment partition %s\n", row->part_name);
       erased = false;
     }
   }
   if (!erased) {
-    return 0;
+    return false;
   }
   log_printf(level_progress, "Writing defaults to boot environment partition(s)\n");
-  // Any write makes the tool find no valid environment and store its built-in one.
+  // A write into no valid environment has the tool store its built-in one.
   return uboot_env_set_val("dummy_variable", nullptr);
 }
 
@@ -145,7 +145,7 @@ void cmd_set_bootenv_defaults() {
 void cmd_show_bootenv() {
   log_printf(level_trace, "%s:\n", __func__);
   token_shift();  // an item may be named; all are shown
-  if (exec_system_cmd("fw_printenv") != 0) {
-    _print_done_success_failure(0);
+  if (!run_command("fw_printenv")) {
+    _print_done_success_failure(false);
   }
 }

@@ -5,13 +5,13 @@
 
 // clang-format off
 
-/// "set bootenv bootbank": the bank that the boot loader starts next.
+/// "set bootenv bootbank": the bank that the boot loader starts.
 void cmd_set_bootenv_bootbank();
-/// "set bootenv bootcmd": whether it starts the firmware or the recovery system.
+/// "set bootenv bootcmd": whether the boot loader starts the firmware or the recovery system.
 void cmd_set_bootenv_bootcmd();
-/// "set bootenv bootdelay": how long it waits for a key before.
+/// "set bootenv bootdelay": how long the boot loader waits for a key before it starts either.
 void cmd_set_bootenv_bootdelay();
-/// "set bootenv silent": whether it keeps quiet meanwhile.
+/// "set bootenv silent": whether the boot loader and the kernel print messages.
 void cmd_set_bootenv_silent();
 /// "set bootenv defaults": erases the environment and has the defaults written.
 void cmd_set_bootenv_defaults();
@@ -98,8 +98,8 @@ inline constexpr command_record command_show_bootenv = {
     .help = "Show boot environment settings (all or a specific item)",
     .handler = cmd_show_bootenv};
 
-/// Erases the boot environment partitions and lets the environment tool write its defaults into the first.
-/// Result: 1, or 0 after an error; when an erase failed no defaults are written.
-int helper_set_bootenv_defaults();
+/// Erases the boot environment partitions and has the environment tool write its defaults. Result: true, or
+/// false after an error; when an erase failed no defaults are written.
+bool helper_set_bootenv_defaults();
 
 // clang-format on

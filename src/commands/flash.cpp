@@ -1,12 +1,14 @@
-// See flash.h.
+// Tools run: those of flash/erase and ubi/volume. Requests: the merge of mtd/repartition.
 #include "commands/flash.h"
 
 #include <cstring>
+#include <initializer_list>
 
+#include "bootenv/bank.h"
 #include "commands/affirm.h"
 #include "commands/bootenv.h"
 #include "commands/command.h"
-#include "flash/raw_io.h"
+#include "flash/erase.h"
 #include "mtd/mtdparts.h"
 #include "mtd/partition_table.h"
 #include "mtd/proc_mtd.h"
@@ -22,13 +24,13 @@ bool abbreviates(const char* word, const char* keyword) {
 }
 
 // Takes an optional flash type; none means any. Result: false after an error.
-bool take_type(int* type) {
+bool take_type(mtd_types* type) {
   *type = mtd_type_any;
   const char* word = token_shift();
   if (word == nullptr) {
     return true;
   }
-  for (int candidate = mtd_type_serial; candidate <= mtd_type_nand; ++candidate) {
+  for (const mtd_types candidate : {mtd_type_serial, mtd_type_nand}) {
     if (abbreviates(word, mtd_type_string[candidate])) {
       *type = candidate;
       return true;
@@ -44,10 +46,10 @@ const char* flag_text(int flag) {
 
 #define FLASH_INFO_FORMAT "%-7s %-10s %-14s %-11s %-15s %-3s %-2s %-2s %-2s\n"
 
-// The UBI partition as large as it can be again, and nothing in the boot environment that says otherwise.
+// Makes the UBI partition as large as it can be, and has the boot environment say nothing else.
 bool merge_user_partition(const mtd_partition& row) {
   return mtd_name_to_index("user") < 0 ||
-         (mtd_partition_merge(row.part_name) != 0 && ubi_set_mtd_size_to_env(row.part_name, 0) != 0);
+         (mtd_partition_merge(row.part_name) && ubi_set_mtd_size_to_env(row.part_name, 0));
 }
 
 bool clean_partition(const mtd_partition& row) {
@@ -56,10 +58,10 @@ bool clean_partition(const mtd_partition& row) {
   if (row.format == mtd_format_ubi && !merge_user_partition(row)) {
     return false;
   }
-  return flash_erase_whole_partition(row.dev_name, row.type, row.protect) != 0;
+  return flash_erase_whole_partition(row);
 }
 
-bool clean_partitions(int type) {
+bool clean_partitions(mtd_types type) {
   const mtd_partition* row = nullptr;
   while ((row = mtd_get_by_type(row, type)) != nullptr) {
     if (row->clean != 0 && !clean_partition(*row)) {
@@ -72,12 +74,12 @@ bool clean_partitions(int type) {
 bool erase_image(const mtd_partition& row) {
   log_printf(level_plain, "Erasing %s bank %s...\n", mtd_image_string[row.image], mtd_bank_string[row.bank]);
   if (row.format == mtd_format_ubifs) {
-    return ubi_erase_volume(row.dev_name, mtd_type_string[row.type]) != 0;
+    return ubi_erase_volume(row.dev_name, mtd_type_string[row.type]);
   }
-  return flash_erase_whole_partition(row.dev_name, row.type, row.protect) != 0;
+  return flash_erase_whole_partition(row);
 }
 
-bool erase_images(int image, int bank) {
+bool erase_images(mtd_images image, mtd_banks bank) {
   const mtd_partition* row = nullptr;
   while ((row = mtd_get_by_image_and_bank(row, image, bank)) != nullptr) {
     if (!erase_image(*row)) {
@@ -87,15 +89,21 @@ bool erase_images(int image, int bank) {
   return true;
 }
 
-// Takes "[1|2|single] [kernel|rootfs]". Without a bank it is bank 1. Result: false after an error.
-bool take_bank_and_image(int* bank, int* image) {
-  *bank = mtd_bank_1;
+// Takes an optional bank; without one it is bank 1.
+mtd_banks take_bank() {
+  const char* word = token_first();
+  const mtd_banks bank = word != nullptr ? mtd_bank_from_word(word) : mtd_bank_none;
+  if (bank == mtd_bank_none) {
+    return mtd_bank_1;
+  }
+  token_shift();
+  return bank;
+}
+
+// Takes "[kernel|rootfs]"; without a word it is both. Result: false after an error.
+bool take_image(mtd_images* image) {
   *image = mtd_image_kernel_rootfs;
   const char* word = token_shift();
-  if (word != nullptr && mtd_bank_from_word(word) != mtd_bank_none) {
-    *bank = mtd_bank_from_word(word);
-    word = token_shift();
-  }
   if (word == nullptr) {
     return true;
   }
@@ -118,7 +126,7 @@ bool take_bank_and_image(int* bank, int* image) {
 
 void cmd_flash_info() {
   log_printf(level_trace, "%s:\n", __func__);
-  int type;
+  mtd_types type;
   if (!take_type(&type)) {
     return;
   }
@@ -139,7 +147,7 @@ void cmd_flash_info() {
 
 void cmd_flash_clean() {
   log_printf(level_trace, "%s:\n", __func__);
-  int type;
+  mtd_types type;
   if (!take_type(&type)) {
     return;
   }
@@ -147,23 +155,20 @@ void cmd_flash_clean() {
   if (!_affirmation()) {
     return;
   }
-  int cleaned = clean_partitions(type) ? 1 : 0;
-  if (cleaned != 0 && type == mtd_type_any) {
-    cleaned = helper_set_bootenv_defaults();
-  }
-  _print_done_success_failure(cleaned);
+  _print_done_success_failure(clean_partitions(type) &&
+                              (type != mtd_type_any || helper_set_bootenv_defaults()));
 }
 
 void cmd_flash_kill() {
   log_printf(level_trace, "%s:\n", __func__);
-  int bank;
-  int image;
-  if (!take_bank_and_image(&bank, &image)) {
+  const mtd_banks bank = take_bank();
+  mtd_images image;
+  if (!take_image(&image)) {
     return;
   }
   log_printf(level_info, "%s: bank=%s type=%s\n", __func__, mtd_bank_string[bank], mtd_image_string[image]);
   if (!_affirmation()) {
     return;
   }
-  _print_done_success_failure(erase_images(image, bank) ? 1 : 0);
+  _print_done_success_failure(erase_images(image, bank));
 }

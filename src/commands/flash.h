@@ -1,11 +1,11 @@
-// Commands that look at and wipe the partitions of the table.
+// Commands that list and wipe the partitions of the flash map.
 #pragma once
 
 #include "commands/command.h"
 
 // clang-format off
 
-/// "flash info": lists the table.
+/// "flash info": lists the flash map.
 void cmd_flash_info();
 inline constexpr command_record command_flash_info = {
     .name = "info", .usage = "[serial|nand]",

@@ -1,4 +1,4 @@
-// The command "flash analyze": the table of what each partition holds.
+// The columns of "flash analyze", and what stands in them for a row.
 #include "commands/flash_analyze.h"
 
 #include "analysis/partition_analysis.h"
@@ -16,13 +16,13 @@ namespace {
 
 #define ANALYZE_HEADING_FORMAT "%-10s %-15s %-3s %-9s %-12s %-3s %-10s %-8s\n"
 
-// What the command knows of the device before it walks the table.
+// What is known of the device before the first row.
 struct device_state {
   mtd_banks active_bank;
   bool ubi0_is_clean;
 };
 
-// The right part of a row, "-" where nothing is known.
+// The right part of a line, "-" where nothing is known.
 struct row_findings {
   const char* status = "-";
   text_buffer<17> version;
@@ -47,19 +47,19 @@ struct row_findings {
   }
 };
 
-// Rows of the schema that is not in use say nothing about the device.
-bool is_of_other_schema(const mtd_partition& row, int active_bank) {
+// The device has either the rows of banks 1 and 2 or those of the single bank in use.
+bool is_of_other_schema(const mtd_partition& row, mtd_banks active_bank) {
   const bool dual_row = row.bank == mtd_bank_1 || row.bank == mtd_bank_2;
   return active_bank == mtd_bank_single ? dual_row : row.bank == mtd_bank_single;
 }
 
 uint64_t ubi_partition_size(const mtd_partition& row) {
   uint32_t size_kib = 0;
-  return ubi_get_mtd_size_from_env(row.part_name, &size_kib) != 0 ? uint64_t{size_kib} * 1024
-                                                                  : ubi0_mtd_size_max;
+  return ubi_get_mtd_size_from_env(row.part_name, &size_kib) ? uint64_t{size_kib} * 1024 : ubi0_mtd_size_max;
 }
 
-const char* status_of_recognised(const mtd_partition& row, const flash_analysis& record, int active_bank) {
+const char* status_of_recognised(const mtd_partition& row, const flash_analysis& record,
+                                 mtd_banks active_bank) {
   if (record.clean != 0) {
     return "clean";
   }
@@ -81,12 +81,12 @@ row_findings examine(const mtd_partition& row, const device_state& device) {
     return findings;
   }
   flash_analysis record = {};
-  if (flash_analyze(row.dev_name, row.image, row.format, &record) != 0) {
+  if (flash_analyze(row, &record)) {
     findings.set_record(record);
     findings.status = status_of_recognised(row, record, device.active_bank);
     return findings;
   }
-  const bool clean = in_ubi ? device.ubi0_is_clean : flash_is_clean(row.dev_name) != 0;
+  const bool clean = in_ubi ? device.ubi0_is_clean : flash_is_clean(row.dev_name);
   findings.status = clean ? "clean" : "dirty";
   return findings;
 }
@@ -122,7 +122,7 @@ void cmd_flash_analyze() {
              "size-hex", "crc-hex");
   log_printf(level_plain, ANALYZE_HEADING_FORMAT, "---------", "--------------", "--", "--------",
              "-----------", "--", "---------", "--------");
-  device.ubi0_is_clean = ubi_is_clean("ubi0") != 0;
+  device.ubi0_is_clean = ubi_is_clean("ubi0");
   log_printf(level_verbose, "ubi0_is_clean=%d\n", device.ubi0_is_clean ? 1 : 0);
   print_table(device);
   log_printf(level_plain, "\n");
@@ -131,5 +131,5 @@ void cmd_flash_analyze() {
   if (interrupted) {
     log_printf(level_error, "Terminated by signal\n");
   }
-  _print_done_success_failure(interrupted ? 0 : 1);
+  _print_done_success_failure(!interrupted);
 }

@@ -1,11 +1,11 @@
-// The command that shows what is on flash.
+// The command that shows what each partition holds.
 #pragma once
 
 #include "commands/command.h"
 
 // clang-format off
 
-/// "flash analyze": shows what each partition holds; ended by Ctrl-C.
+/// "flash analyze": a line for each; Ctrl-C ends it.
 void cmd_flash_analyze();
 inline constexpr command_record command_flash_analyze = {
     .name = "analyze",

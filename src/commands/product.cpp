@@ -1,4 +1,5 @@
-// See product.h. Tools run: those of bootenv/environment and analysis/ubifs_analysis.
+// The product record is the one read at start-up. Tools run for the OEM settings: those of
+// bootenv/environment and analysis/ubifs_analysis.
 #include "commands/product.h"
 
 #include <cstdint>
@@ -23,7 +24,7 @@ constexpr section_keyword section_keywords[] = {
     {"id", section::id},
     {"hwcfg", section::hwcfg},
     {"mac", section::mac},
-    {"calibration", section::calibration},  // nothing to show yet
+    {"calibration", section::calibration},  // shows nothing
 };
 
 // Result: false when `word` is no leading part of a keyword.
@@ -82,7 +83,7 @@ bool print_sections(section chosen) {
 
 void cmd_show_product() {
   log_printf(level_trace, "%s:\n", __func__);
-  if (g_product_config_avail == 0) {
+  if (!g_product_config_avail) {
     log_printf(level_error, "No valid product config found\n");
     return;
   }
@@ -97,19 +98,19 @@ void cmd_show_product() {
     return;
   }
   log_printf(level_plain, "\n");
-  _print_done_success_failure(1);
+  _print_done_success_failure(true);
 }
 
 void cmd_show_oem() {
   log_printf(level_trace, "%s:\n", __func__);
   char address[32];
-  if (uboot_env_get_val("ethaddr", address, sizeof address) != 0) {
+  if (uboot_env_get_val("ethaddr", address, sizeof address)) {
     log_printf(level_plain, "OEM Ethernet address: %s\n", address);
   } else {
     log_printf(level_plain, "OEM Ethernet address not set\n");
   }
   uint32_t size = 0;
-  if (ubi_ubifs_analyze_file_within("vexo_private", "/cfg/", "hidden.oem.xml", &size) != 0) {
+  if (ubi_ubifs_analyze_file_within("vexo_private", "/cfg/", "hidden.oem.xml", &size)) {
     log_printf(level_plain, "OEM Defaults File: Present, size=0x%x (%u)\n", size, size);
   } else {
     log_printf(level_plain, "OEM Defaults File: Not Present\n");

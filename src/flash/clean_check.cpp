@@ -1,4 +1,4 @@
-// See clean_check.h. Requests: MEMGETINFO, MEMGETBADBLOCK (include/uapi/mtd/mtd-abi.h of the kernel).
+// Requests: MEMGETINFO, MEMGETBADBLOCK (include/uapi/mtd/mtd-abi.h of the kernel).
 #include "flash/clean_check.h"
 
 #include <fcntl.h>
@@ -34,28 +34,28 @@ bool next_chunk_is_erased(int fd) {
 
 }  // namespace
 
-int flash_is_clean(const char* dev_name) {
+bool flash_is_clean(const char* dev_name) {
   log_printf(level_trace, "%s: %s\n", __func__, dev_name);
   sleep(settle_seconds);
   const unique_fd device(open(dev_name, O_RDONLY | O_CLOEXEC));
   mtd_info_user info = {};
   if (!device || ioctl(device.get(), MEMGETINFO, &info) < 0) {
-    return 0;
+    return false;
   }
   for (uint64_t offset = 0; offset < info.size; offset += chunk_size) {
     auto block = static_cast<loff_t>(offset);
     if (ioctl(device.get(), MEMGETBADBLOCK, &block) > 0) {
       if (lseek(device.get(), static_cast<off_t>(offset + chunk_size), SEEK_SET) < 0) {
-        return 0;
+        return false;
       }
     } else if (!next_chunk_is_erased(device.get())) {
-      return 0;
+      return false;
     }
   }
-  return 1;
+  return true;
 }
 
-int ubi_is_clean(const char* part_name) {
+bool ubi_is_clean(const char* part_name) {
   const mtd_partition* row = mtd_get_by_name(part_name);
-  return row != nullptr ? flash_is_clean(row->dev_name) : 0;
+  return row != nullptr && flash_is_clean(row->dev_name);
 }

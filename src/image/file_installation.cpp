@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "flash/raw_io.h"
+#include "flash/write.h"
 #include "image/destination.h"
 #include "image/header.h"
 #include "image/installation.h"

@@ -1,11 +1,11 @@
 // Making flash ready for an image whose headers are known, and the steps after it was written. Tools run:
-// those of flash/raw_io, ubi/attachment, ubi/format, ubi/schema and ubi/python_writer.
+// those of flash/erase, ubi/attachment, ubi/format, ubi/schema and ubi/python_writer.
 #include "image/preparation.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "flash/raw_io.h"
+#include "flash/erase.h"
 #include "image/destination.h"
 #include "image/header.h"
 #include "image/ubi_part.h"

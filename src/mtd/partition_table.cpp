@@ -1,4 +1,4 @@
-// The table itself. It is laid out like the board's flash map; check it against that, row by row.
+// The rows stand in the order of the board's flash map, to be checked against it row by row.
 #include "mtd/partition_table.h"
 
 #include <cstring>
@@ -21,36 +21,26 @@ const char* const mtd_image_string[mtd_image_count] = {
 
 uint64_t ubi0_mtd_size_max = 0;
 
-namespace {
-
-// The nodes before start-up has read the kernel's numbers.
-char initial_nodes[mtd_config_table_rows][16] = {
-    "/dev/mtd0",   "/dev/mtd1",   "/dev/mtd2",   "/dev/mtd3",   "/dev/mtd4",  "/dev/mtd5",
-    "/dev/mtd6",   "/dev/mtd7",   "/dev/mtd8",   "/dev/mtd9",   "/dev/mtd10", "/dev/ubi0_0",
-    "/dev/ubi0_1", "/dev/ubi0_2", "/dev/ubi0_3", "/dev/ubi0_4",
-};
-
-}  // namespace
-
 // clang-format off
+// The nodes are those before start-up has read the kernel's numbers.
 mtd_partition mtd_config_table[mtd_config_table_rows] = {
-  // dev_name          part_name       size  type              format                image                     bank             p  c  t
-  {initial_nodes[0],  "bootstrap",      -1,  mtd_type_serial,  mtd_format_firmware,  mtd_image_bootstrap,      mtd_bank_none,   1, 0, 0},
-  {initial_nodes[1],  "prod_config",    -1,  mtd_type_serial,  mtd_format_tlv,       mtd_image_product_config, mtd_bank_none,   1, 0, 1},
-  {initial_nodes[2],  "bootloader",     -1,  mtd_type_serial,  mtd_format_uboot_rom, mtd_image_bootloader,     mtd_bank_none,   1, 0, 1},
-  {initial_nodes[3],  "bootenv_1",      -1,  mtd_type_serial,  mtd_format_uboot_env, mtd_image_boot_env,       mtd_bank_none,   1, 0, 1},
-  {initial_nodes[4],  "bootenv_2",      -1,  mtd_type_serial,  mtd_format_uboot_env, mtd_image_boot_env,       mtd_bank_none,   1, 0, 1},
-  {initial_nodes[5],  "kernel_1",       -1,  mtd_type_serial,  mtd_format_uimage,    mtd_image_kernel,         mtd_bank_1,      0, 0, 0},
-  {initial_nodes[6],  "kernel_2",       -1,  mtd_type_serial,  mtd_format_uimage,    mtd_image_kernel,         mtd_bank_2,      0, 0, 0},
-  {initial_nodes[7],  "kernel_single",  -1,  mtd_type_serial,  mtd_format_uimage,    mtd_image_kernel,         mtd_bank_single, 0, 1, 1},
-  {initial_nodes[8],  "config_loader",  -1,  mtd_type_serial,  mtd_format_uimage,    mtd_image_config_loader,  mtd_bank_none,   0, 0, 1},
-  {initial_nodes[9],  "param_space",    -1,  mtd_type_serial,  mtd_format_raw,       mtd_image_other,          mtd_bank_none,   0, 1, 1},
-  {initial_nodes[10], "ubi0",           -1,  mtd_type_nand,    mtd_format_ubi,       mtd_image_ubi0,           mtd_bank_none,   0, 1, 1},
-  {initial_nodes[11], "rootfs_1",       25,  mtd_type_ubi0,    mtd_format_ubifs,     mtd_image_rootfs,         mtd_bank_1,      0, 0, 0},
-  {initial_nodes[12], "rootfs_2",       25,  mtd_type_ubi0,    mtd_format_ubifs,     mtd_image_rootfs,         mtd_bank_2,      0, 0, 0},
-  {initial_nodes[13], "rootfs_single",  50,  mtd_type_ubi0,    mtd_format_ubifs,     mtd_image_rootfs,         mtd_bank_single, 0, 0, 0},
-  {initial_nodes[14], "vexo_private",    2,  mtd_type_ubi0,    mtd_format_ubifs,     mtd_image_privatefs,      mtd_bank_none,   0, 0, 0},
-  {initial_nodes[15], "vexo_user",       0,  mtd_type_ubi0,    mtd_format_ubifs,     mtd_image_userfs,         mtd_bank_none,   0, 0, 0},
+  // dev_name      part_name       size  type              format                image                     bank             p  c  t
+  {"/dev/mtd0",   "bootstrap",      -1,  mtd_type_serial,  mtd_format_firmware,  mtd_image_bootstrap,      mtd_bank_none,   1, 0, 0},
+  {"/dev/mtd1",   "prod_config",    -1,  mtd_type_serial,  mtd_format_tlv,       mtd_image_product_config, mtd_bank_none,   1, 0, 1},
+  {"/dev/mtd2",   "bootloader",     -1,  mtd_type_serial,  mtd_format_uboot_rom, mtd_image_bootloader,     mtd_bank_none,   1, 0, 1},
+  {"/dev/mtd3",   "bootenv_1",      -1,  mtd_type_serial,  mtd_format_uboot_env, mtd_image_boot_env,       mtd_bank_none,   1, 0, 1},
+  {"/dev/mtd4",   "bootenv_2",      -1,  mtd_type_serial,  mtd_format_uboot_env, mtd_image_boot_env,       mtd_bank_none,   1, 0, 1},
+  {"/dev/mtd5",   "kernel_1",       -1,  mtd_type_serial,  mtd_format_uimage,    mtd_image_kernel,         mtd_bank_1,      0, 0, 0},
+  {"/dev/mtd6",   "kernel_2",       -1,  mtd_type_serial,  mtd_format_uimage,    mtd_image_kernel,         mtd_bank_2,      0, 0, 0},
+  {"/dev/mtd7",   "kernel_single",  -1,  mtd_type_serial,  mtd_format_uimage,    mtd_image_kernel,         mtd_bank_single, 0, 1, 1},
+  {"/dev/mtd8",   "config_loader",  -1,  mtd_type_serial,  mtd_format_uimage,    mtd_image_config_loader,  mtd_bank_none,   0, 0, 1},
+  {"/dev/mtd9",   "param_space",    -1,  mtd_type_serial,  mtd_format_raw,       mtd_image_other,          mtd_bank_none,   0, 1, 1},
+  {"/dev/mtd10",  "ubi0",           -1,  mtd_type_nand,    mtd_format_ubi,       mtd_image_ubi0,           mtd_bank_none,   0, 1, 1},
+  {"/dev/ubi0_0", "rootfs_1",       25,  mtd_type_ubi0,    mtd_format_ubifs,     mtd_image_rootfs,         mtd_bank_1,      0, 0, 0},
+  {"/dev/ubi0_1", "rootfs_2",       25,  mtd_type_ubi0,    mtd_format_ubifs,     mtd_image_rootfs,         mtd_bank_2,      0, 0, 0},
+  {"/dev/ubi0_2", "rootfs_single",  50,  mtd_type_ubi0,    mtd_format_ubifs,     mtd_image_rootfs,         mtd_bank_single, 0, 0, 0},
+  {"/dev/ubi0_3", "vexo_private",    2,  mtd_type_ubi0,    mtd_format_ubifs,     mtd_image_privatefs,      mtd_bank_none,   0, 0, 0},
+  {"/dev/ubi0_4", "vexo_user",       0,  mtd_type_ubi0,    mtd_format_ubifs,     mtd_image_userfs,         mtd_bank_none,   0, 0, 0},
 };
 // clang-format on
 

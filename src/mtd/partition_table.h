@@ -1,5 +1,5 @@
-// The storage of the device as the loader knows it: one row for every MTD partition and UBI volume, and the
-// names of the values in the rows.
+// The flash map: one row for every MTD partition and UBI volume that the loader knows, and the names of the
+// values in the rows.
 #pragma once
 
 #include <cstdint>
@@ -60,16 +60,16 @@ extern const char* const mtd_image_string[mtd_image_count];
 
 /// One partition or volume. Ten words of 32 bits on the device.
 struct mtd_partition {
-  char* dev_name;         // device node; brought in line with /proc/mtd at start-up and after changes
+  const char* dev_name;   // device node; brought in line with /proc/mtd at start-up and after changes
   const char* part_name;  // as the kernel and the boot loader know it
   int32_t volume_size;    // UBI volume: per cent of the UBI partition, 0 = the rest; -1 = MTD partition
-  int32_t type;           // mtd_types
-  int32_t format;         // mtd_formats
-  int32_t image;          // mtd_images
-  int32_t bank;           // mtd_banks
-  int32_t protect;        // 1 = unlocked before, and locked again after, every erase or write
-  int32_t clean;          // 1 = erased when the flash is cleaned
-  int32_t t;              // shown in listings
+  mtd_types type;         // kind of flash that holds it
+  mtd_formats format;     // of its contents
+  mtd_images image;       // kind of image that belongs in it
+  mtd_banks bank;
+  int32_t protect;  // 1 = unlocked before, and locked again after, every erase or write
+  int32_t clean;    // 1 = erased when the flash is cleaned
+  int32_t t;        // shown in listings
 };
 static_assert(sizeof(void*) != 4 || sizeof(mtd_partition) == 40);
 

@@ -1,4 +1,4 @@
-// Line format (drivers/mtd/mtdcore.c of the kernel): mtd5: 00400000 00010000 "kernel_1"
+// Path: /proc/mtd, read again at every question, for the list changes when partitions are split and merged.
 #include "mtd/proc_mtd.h"
 
 #include <cerrno>
@@ -21,7 +21,7 @@ bool find_line(const char* name, char (&line)[line_size]) {
   }
   bool found = false;
   while (!found && fgets(line, sizeof line, list) != nullptr) {
-    // The heading has all the words but not the beginning.
+    // The heading does not begin like a partition.
     found = strstr(line, name) != nullptr && strncmp(line, "mtd", 3) == 0;
   }
   fclose(list);

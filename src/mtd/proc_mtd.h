@@ -1,5 +1,6 @@
-// The kernel's own list of partitions, /proc/mtd: numbers, sizes and erase sizes by name.
-// A name is looked for as a part of the line, so the first partition whose name contains it is taken.
+// The kernel's own list of partitions, /proc/mtd: number, size and erase block size by name. The first
+// partition whose line contains the name anywhere is taken. A line (drivers/mtd/mtdcore.c of the kernel):
+// mtd5: 00400000 00010000 "kernel_1"
 #pragma once
 
 #include <cstdint>
@@ -11,6 +12,6 @@ uint64_t mtd_name_to_size(const char* name);
 /// Result: the erase block size of the partition in bytes, 0 when not found.
 uint32_t mtd_name_to_erasesize(const char* name);
 
-/// Gives every row of the partition table that the kernel lists its node "/dev/mtdN"; other rows keep
-/// theirs. A replaced name is not freed: an operation under way may still hold it.
+/// Gives every row of the flash map that the kernel lists its node "/dev/mtdN"; the other rows keep theirs.
+/// The name before is not freed, for an operation under way may still hold it.
 void mtd_init_dev_names();

@@ -1,4 +1,5 @@
-// See repartition.h. Paths: /dev/mtdN, /dev/mtd0.
+// Paths: /dev/mtdN of the partition that is changed, /dev/mtd0 for requests to the flash as a whole.
+// Requests: the device's kernel's own, below.
 #include "mtd/repartition.h"
 
 #include <fcntl.h>
@@ -14,7 +15,7 @@
 
 namespace {
 
-// Requests of the device's kernel: magic 'M', direction write, an argument of four bytes.
+// Magic 'M', direction write, an argument of four bytes.
 constexpr unsigned long request_create = 0x40044D17;
 constexpr unsigned long request_delete = 0x40044D18;
 constexpr unsigned long request_merge = 0x40044D1B;
@@ -59,7 +60,7 @@ bool delete_partition(const char* caller, int number) {
   return true;
 }
 
-// Creates `count` partitions inside the one at `node`, of number `number`, which `device` has open, and
+// Creates `count` partitions inside the one of `number`, which `device` has open under the name `node`, and
 // drops that one.
 bool replace_partition(const char* caller, unique_fd device, const char* node, int number,
                        new_partition* partitions, uint32_t count) {
@@ -78,12 +79,12 @@ bool replace_partition(const char* caller, unique_fd device, const char* node, i
 
 }  // namespace
 
-int mtd_partition_split(const char* part_name, uint64_t size1, uint64_t size2) {
+bool mtd_partition_split(const char* part_name, uint64_t size1, uint64_t size2) {
   log_printf(level_trace, "%s: part_name=%s size1=%llu size2=%llu\n", __func__, part_name,
              static_cast<unsigned long long>(size1), static_cast<unsigned long long>(size2));
   const int number = mtd_name_to_index(part_name);
   if (number < 0) {
-    return 0;
+    return false;
   }
   new_partition partitions[] = {make_partition(part_name, size1, 0), make_partition("user", size2, size1)};
   text_buffer<32> node;
@@ -91,24 +92,24 @@ int mtd_partition_split(const char* part_name, uint64_t size1, uint64_t size2) {
   unique_fd device(open(node.text(), O_RDONLY | O_CLOEXEC));
   if (!device) {
     log_printf(level_error, "%s: open(%s)\n", __func__, node.text());
-    return 0;
+    return false;
   }
-  return replace_partition(__func__, std::move(device), node.text(), number, partitions, 2) ? 1 : 0;
+  return replace_partition(__func__, std::move(device), node.text(), number, partitions, 2);
 }
 
-int mtd_partition_merge(const char* part_name) {
+bool mtd_partition_merge(const char* part_name) {
   log_printf(level_trace, "%s: part_name=%s\n", __func__, part_name);
-  // The kernel takes two bytes; 255 is what remains of "not found".
+  // The kernel takes the numbers as two bytes; "not found" becomes 255.
   uint8_t numbers[2] = {static_cast<uint8_t>(mtd_name_to_index(part_name)),
                         static_cast<uint8_t>(mtd_name_to_index("user"))};
   log_printf(level_verbose, "%s: merge_mtd_nums=%d,%d\n", __func__, numbers[0], numbers[1]);
   if (numbers[0] == 255 || numbers[1] == 255) {
-    return 0;
+    return false;
   }
   unique_fd device(open(any_mtd_node, O_RDONLY | O_CLOEXEC));
   if (!device) {
     log_printf(level_error, "%s: open(%s)\n", __func__, any_mtd_node);
-    return 0;
+    return false;
   }
   const bool merged = ioctl(device.get(), request_merge, numbers) >= 0;
   if (!merged) {
@@ -116,22 +117,22 @@ int mtd_partition_merge(const char* part_name) {
   }
   device.reset();
   mtd_init_dev_names();
-  return merged ? 1 : 0;
+  return merged;
 }
 
-int mtd_partition_resize_and_move(const mtd_partition* row, uint64_t size) {
+bool mtd_partition_resize_and_move(const mtd_partition* row, uint64_t size) {
   log_printf(level_trace, "%s: dev=%s size=%llu\n", __func__, row->dev_name,
              static_cast<unsigned long long>(size));
   int number = -1;
   // NOLINTNEXTLINE(cert-err34-c): the number comes from a node that this program composed
   if (sscanf(row->dev_name, "/dev/mtd%d", &number) != 1) {
-    return 0;
+    return false;
   }
   new_partition partition = make_partition(row->part_name, size, 0);
   const char* node = row->dev_name;
   unique_fd device(open(node, O_RDONLY | O_CLOEXEC));
   if (!device) {
-    return 0;
+    return false;
   }
-  return replace_partition(__func__, std::move(device), node, number, &partition, 1) ? 1 : 0;
+  return replace_partition(__func__, std::move(device), node, number, &partition, 1);
 }

@@ -1,4 +1,4 @@
-// See startup.h.
+// The size of the UBI partition comes from the kernel, the wanted one from the boot environment.
 #include "mtd/startup.h"
 
 #include "mtd/mtdparts.h"
@@ -15,10 +15,10 @@ void mtd_init() {
   }
   uint32_t size_kib = 0;
   uint64_t wanted = ubi0_mtd_size_max;
-  if (ubi_get_mtd_size_from_env("ubi0", &size_kib) != 0) {
+  if (ubi_get_mtd_size_from_env("ubi0", &size_kib)) {
     wanted = uint64_t{size_kib} * 1024;
   }
-  if (ubi0_mtd_size_max > wanted && mtd_partition_split("ubi0", wanted, ubi0_mtd_size_max - wanted) == 0) {
+  if (ubi0_mtd_size_max > wanted && !mtd_partition_split("ubi0", wanted, ubi0_mtd_size_max - wanted)) {
     log_printf(level_error, "Failed to repartition ubi mtd!!!\n");
   }
   mtd_init_dev_names();

@@ -1,4 +1,4 @@
-// What start-up does with the flash.
+// What start-up does with the flash map.
 #pragma once
 
 /// Records `ubi0_mtd_size_max`, splits the UBI partition when the boot environment asks for a smaller one,

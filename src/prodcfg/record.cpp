@@ -1,4 +1,4 @@
-// See record.h. Path: the node of the partition.
+// Path: the node of the partition, read in one piece of the greatest length that a record may have.
 #include "prodcfg/record.h"
 
 #include <fcntl.h>
@@ -13,7 +13,7 @@
 #include "util/unique_fd.h"
 
 product_config g_product_config;
-uint8_t g_product_config_avail = 0;
+bool g_product_config_avail = false;
 
 namespace {
 
@@ -75,7 +75,7 @@ uint16_t sum_of(const uint8_t* record, unsigned size) {
   return static_cast<uint16_t>(sum);
 }
 
-// A shorter item leaves nothing of one of the same type before it.
+// An item replaces one of its type before it, also where it is shorter.
 void keep_item(const item_type& item, const uint8_t* value, unsigned length) {
   auto* config = reinterpret_cast<uint8_t*>(&g_product_config);
   memset(config + item.field, 0, item.field_size);
@@ -119,7 +119,7 @@ bool tlv_parse_buffer(const uint8_t* at, unsigned remaining) {
   return true;
 }
 
-// Reads the longest record that may be there. Result: false after an error on behalf of `caller`.
+// Reads as much as a record may be long. Result: false after an error on behalf of `caller`.
 bool read_flash(const char* caller, uint8_t* record) {
   const mtd_partition* row = mtd_get_by_image_and_bank(nullptr, mtd_image_product_config, mtd_bank_any);
   if (row == nullptr) {
@@ -180,8 +180,8 @@ bool get_text(product_text& text, const char* value, uint8_t length) {
 void prodcfg_init() {
   log_printf(level_trace, "%s:\n", __func__);
   prodcfg_reset();
-  g_product_config_avail = static_cast<uint8_t>(prodcfg_read());
-  if (g_product_config_avail == 0) {
+  g_product_config_avail = prodcfg_read();
+  if (!g_product_config_avail) {
     prodcfg_reset();
   }
 }
@@ -194,20 +194,19 @@ void prodcfg_reset() {
   g_product_config.product_id_length = product_item_absent;
 }
 
-int prodcfg_read() {
+bool prodcfg_read() {
   log_printf(level_trace, "%s:\n", __func__);
   const heap_buffer record(longest_record);
   if (!record) {
     log_printf(level_error, "%s: malloc(%i) error(%s)\n", __func__, static_cast<int>(longest_record),
                strerror(errno));
-    return 0;
+    return false;
   }
   if (!read_flash(__func__, record.data()) || !check_record(__func__, record.data())) {
-    return 0;
+    return false;
   }
-  const bool parsed = tlv_parse_buffer(record.data() + record_header_size,
-                                       g_product_config.total_length - record_header_size);
-  return parsed ? 1 : 0;
+  return tlv_parse_buffer(record.data() + record_header_size,
+                          g_product_config.total_length - record_header_size);
 }
 
 bool prodcfg_get_product_id(product_text& text) {

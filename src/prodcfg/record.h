@@ -1,9 +1,9 @@
-// The product configuration: what the factory wrote about this very device into a flash partition of its own.
-// The shell reads it once and never writes it.
+// The product configuration: what the factory wrote about this device into a flash partition of its own. The
+// shell reads it once and never writes it.
 //
 // On flash, all numbers little-endian: checksum (16 bits), total length in bytes with these four (16 bits),
-// then items without padding between: type (8 bits), length (16 bits), value. The checksum makes the sum of
-// all 16-bit words of the record, a last odd byte counting as one, zero modulo 65536.
+// then items without padding: type (8 bits), length (16 bits), value. The checksum makes the sum of all
+// 16-bit words of the record, a last odd byte counting as one, zero modulo 65536.
 #pragma once
 
 #include <cstddef>
@@ -33,21 +33,21 @@ static_assert(offsetof(product_config, checksum) == 294 && offsetof(product_conf
 static_assert(offsetof(product_config, product_id_length) == 302 && sizeof(product_config) == 304);
 
 extern product_config g_product_config;
-/// 1 when the record was read and accepted. When 0, all of `g_product_config` is as after a reset.
-extern uint8_t g_product_config_avail;
+/// Whether the record was read and accepted. While it is not, `g_product_config` is as after a reset.
+extern bool g_product_config_avail;
 
-/// Start-up: reads the record. Failures are logged; those that an empty partition causes are no errors but
-/// infos.
+/// Start-up: reads the record. What an empty partition leads to is logged as an info, other failures as
+/// errors.
 void prodcfg_init();
-/// Empties `g_product_config`: zeroes, no items.
+/// Makes `g_product_config` a record without items.
 void prodcfg_reset();
-/// Reads, checks and parses the record into `g_product_config`. Result: 1, or 0 after an error, with the
-/// items before it already there.
-int prodcfg_read();
+/// Reads, checks and parses the record into `g_product_config`. Result: true, or false after an error; the
+/// items in front of it are then there already.
+bool prodcfg_read();
 
 /// An item as text.
 using product_text = char[65];
-/// Each stores the item, up to a zero byte if it holds one. Result: false, with an empty text, when the
-/// record has none.
+/// Each stores the item, up to the first zero byte in it. Result: false, with an empty text, when the record
+/// has none.
 bool prodcfg_get_product_id(product_text& text);
 bool prodcfg_get_hwcfg(product_text& text);

@@ -1,10 +1,10 @@
-// The steps of a format. Tools run: /usr/sbin/ubiformat, and those of ubi/device, ubi/volume, flash/raw_io,
+// The steps of a format. Tools run: /usr/sbin/ubiformat, and those of ubi/device, ubi/volume, flash/erase,
 // mtd/mtdparts and mtd/repartition.
 #include "ubi/format.h"
 
 #include <cstring>
 
-#include "flash/raw_io.h"
+#include "flash/erase.h"
 #include "mtd/mtdparts.h"
 #include "mtd/partition_table.h"
 #include "mtd/proc_mtd.h"

@@ -1,5 +1,7 @@
 // Raw flash: the exact order of tools and writes with and without protection, and every step failing.
-#include "flash/raw_io.h"
+#include "flash/erase.h"
+#include "flash/read.h"
+#include "flash/write.h"
 
 #include <mtd/mtd-user.h>
 #include <sys/ioctl.h>

@@ -98,7 +98,7 @@ TEST_F(ubi_schema_test, a_device_too_small_for_two_banks_is_not_resized_to_nothi
 TEST_F(ubi_schema_test, a_table_that_lacks_one_of_the_three_changes_nothing) {
   for (const int missing : {11, 12}) {
     set_lebs(300, 300, 1, 0);
-    const int type = std::exchange(mtd_config_table[missing].type, mtd_type_nand);
+    const mtd_types type = std::exchange(mtd_config_table[missing].type, mtd_type_nand);
     EXPECT_EQ(change_for("1", "/dev/ubi0_2"), 0);
     EXPECT_EQ(root.shell_lines(), schema_check);
     EXPECT_EQ(root.printed(), to_single);
