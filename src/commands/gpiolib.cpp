@@ -1,4 +1,4 @@
-// See gpiolib.h.
+// Listing and driving the signals of platform/gpiolib.
 #include "commands/gpiolib.h"
 
 #include "commands/command.h"

@@ -1,4 +1,4 @@
-// See opmode.h.
+// Setting and showing the operating mode of platform/discover.
 #include "commands/opmode.h"
 
 #include "commands/command.h"
@@ -7,17 +7,17 @@
 
 namespace {
 
-void set_and_report(int (*set)(const char*)) {
+void set_and_report(bool (*set)(const char*)) {
   const char* word = token_shift();
   if (word == nullptr) {
     helper_incomplete_command();
     return;
   }
-  if (set(word) == 0) {
+  if (!set(word)) {
     helper_invalid_parameter(word);
     return;
   }
-  _print_done_success_failure(1);
+  _print_done_success_failure(true);
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 
 // clang-format off
 
-/// "set opmode board|io|serports": overrides what was found, until the program restarts.
+/// "set opmode board|io|serports": replaces what was found at start-up, until the next one.
 void cmd_set_opmode_board();
 void cmd_set_opmode_io();
 void cmd_set_opmode_serports();
@@ -23,7 +23,7 @@ inline constexpr command_record commands_set_opmode[] = {
      .handler = cmd_set_opmode_serports},
 };
 
-/// "show opmode".
+/// "show opmode": shows all three.
 void cmd_show_opmode();
 inline constexpr command_record command_show_opmode = {
     .name = "opmode",

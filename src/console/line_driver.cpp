@@ -91,7 +91,8 @@ bool tty_configure_mode(const tty_port& port) {
   const mode_levels& mode = modes[port.mode];
   const auto& levels = is_terminated(port) ? mode.terminated : mode.unterminated;
   for (unsigned i = 0; i < signal_count; ++i) {
-    gpiolib_set_state(signals[i], levels[i]);  // a signal that fails has said so; the others still move
+    // A signal that fails has said so; the others still move.
+    gpiolib_set_state(signals[i], levels[i] != 0 ? gpiolib_state_1 : gpiolib_state_0);
   }
   return request_rs485(port);
 }

@@ -1,4 +1,4 @@
-// See control_device.h. Path: /dev/ctrl.
+// Path: /dev/ctrl. Requests: those of platform/control_requests.h.
 #include "platform/control_device.h"
 
 #include <fcntl.h>
@@ -19,23 +19,23 @@ constexpr useconds_t look_interval_us = 100000;
 constexpr unsigned release_seconds = 1;  // for the hand to leave the button before it resets again
 
 // Switches a rail or drives a line; `what` names the request in an error.
-int switch_line(unsigned long request, const char* action, const char* what) {
+bool switch_line(unsigned long request, const char* action, const char* what) {
   log_printf(level_verbose, "%s\n", action);
   return ctrl_request(request, 0, what);
 }
 
 // A request about the reset input, on behalf of `caller`.
-int request_urst(const char* caller, unsigned long request, unsigned long argument,
-                 const char* request_name) {
+bool request_urst(const char* caller, unsigned long request, unsigned long argument,
+                  const char* request_name) {
   const unique_fd device(open(ctrl_node, O_RDWR | O_CLOEXEC));
   if (!device) {
     log_printf(level_error, "%s: open() error=%s\n", caller, strerror(errno));
-    return 0;
+    return false;
   }
   if (ioctl(device.get(), request, argument) < 0) {
     log_printf(level_error, "%s: ioctl(%s) error=%s\n", caller, request_name, strerror(errno));
   }
-  return 1;
+  return true;
 }
 
 // Result: true once the reset input is active, false when `ms` milliseconds pass before.
@@ -46,7 +46,7 @@ bool wait_for_push(int ms) {
   do {
     usleep(look_interval_us);
     uint32_t status = 0;
-    if (ctrl_urst_status(&status) == 0) {
+    if (!ctrl_urst_status(&status)) {
       return false;
     }
     if (status != 0) {
@@ -59,53 +59,52 @@ bool wait_for_push(int ms) {
 
 }  // namespace
 
-int ctrl_urst_disable() {
+bool ctrl_urst_disable() {
   return request_urst(__func__, ctrl_request_urst_disable, 0, "URST_DISABLE");
 }
 
-int ctrl_urst_enable() {
+bool ctrl_urst_enable() {
   return request_urst(__func__, ctrl_request_urst_enable, 0, "URST_ENABLE");
 }
 
-int ctrl_urst_status(uint32_t* out) {
+bool ctrl_urst_status(uint32_t* out) {
   return request_urst(__func__, ctrl_request_urst_status, reinterpret_cast<unsigned long>(out),
                       "URST_STATUS");
 }
 
-int ctrl_erst_assert() {
+bool ctrl_erst_assert() {
   return switch_line(ctrl_request_erst_assert, "Asserting external reset signal", "ioctl(ERST_ASSERT)");
 }
 
-int ctrl_ethphy_powerdown() {
+bool ctrl_ethphy_powerdown() {
   return switch_line(ctrl_request_eth_powerdown, "Powering down 3V3_PHY rail", "ioctl(ETH_POWERDOWN)");
 }
 
-int ctrl_ethphy_powerup() {
+bool ctrl_ethphy_powerup() {
   return switch_line(ctrl_request_eth_powerup, "Powering up 3V3_PHY rail", "ioctl(ETH_POWERUP)");
 }
 
-int ctrl_wlan_powerdown() {
+bool ctrl_wlan_powerdown() {
   return switch_line(ctrl_request_wl_powerdown, "Powering down 3V3_WL rail", "ioctl(WL_POWERDOWN)");
 }
 
-int ctrl_wlan_powerup() {
+bool ctrl_wlan_powerup() {
   return switch_line(ctrl_request_wl_powerup, "Powering up 3V3_WL rail", "ioctl(WL_POWERUP)");
 }
 
-int ctrl_sleep(unsigned long argument) {
+bool ctrl_sleep(unsigned long argument) {
   return request_urst(__func__, ctrl_request_urst_status, argument, "URST_STATUS");
 }
 
-int ctrl_test_nresetin(int ms) {
+bool ctrl_test_nresetin(int ms) {
   log_printf(level_trace, "%s: ms=%i\n", __func__, ms);
   uint32_t status = 0;
-  if (ctrl_urst_status(&status) == 0 || ctrl_urst_disable() == 0) {
-    return 0;
+  if (!ctrl_urst_status(&status) || !ctrl_urst_disable()) {
+    return false;
   }
   const bool pushed = wait_for_push(ms);
   if (pushed) {
     sleep(release_seconds);
   }
-  const int enabled = ctrl_urst_enable();
-  return pushed ? enabled : 0;
+  return ctrl_urst_enable() && pushed;
 }

@@ -1,33 +1,34 @@
-// Power rails and reset lines of the board, switched through its control device.
+// Power rails and reset lines of the board, switched through its control device. No command uses them; they
+// are for programs that are built upon this library.
 //
-// Every operation opens the device, sends one request and closes it. Result: 1, or 0 after an error; an
-// operation whose comment says so also counts a refused request, which is logged, as done.
+// Every operation opens the device, sends one request and closes it. It answers true, or false after an
+// error. Where the comment says so, a request that the driver refused is logged and counts as done.
 #pragma once
 
 #include <cstdint>
 
-/// The user reset input: whether the hardware resets on it. Result: 1 whenever the device could be opened.
-int ctrl_urst_disable();
-int ctrl_urst_enable();
-/// Stores whether the reset input is active (0 = not). Result: 1 whenever the device could be opened; a
-/// refused request leaves `*out` as it was.
-int ctrl_urst_status(uint32_t* out);
+/// Whether the hardware resets on the user reset input. A refused request counts as done.
+bool ctrl_urst_disable();
+bool ctrl_urst_enable();
+/// Stores whether the reset input is active (0 = not). A refused request counts as done and leaves `*out` as
+/// it was.
+bool ctrl_urst_status(uint32_t* out);
 
 /// Drives the external reset line.
-int ctrl_erst_assert();
+bool ctrl_erst_assert();
 
 /// Supply of the ethernet transceiver.
-int ctrl_ethphy_powerdown();
-int ctrl_ethphy_powerup();
+bool ctrl_ethphy_powerdown();
+bool ctrl_ethphy_powerup();
 /// Supply of the WLAN module.
-int ctrl_wlan_powerdown();
-int ctrl_wlan_powerup();
+bool ctrl_wlan_powerdown();
+bool ctrl_wlan_powerup();
 
-/// Sends the status request with `argument` as it stands, and reports under the status request's name: the
-/// driver has no other for it. Result: 1 whenever the device could be opened.
-int ctrl_sleep(unsigned long argument);
+/// Sends the status request with `argument` as it stands, and reports under that request's name: the driver
+/// has no other for it. A refused request counts as done.
+bool ctrl_sleep(unsigned long argument);
 
 /// Watches the reset input for a push, looking every 100 ms until `ms` milliseconds have passed (at least
-/// once). The input does not reset the board meanwhile. Result: 1 when it was pushed, one second after; 0
-/// when not, or when the device cannot be opened.
-int ctrl_test_nresetin(int ms);
+/// once). Meanwhile the input does not reset the board. Result: true one second after it was pushed; false
+/// when it was not, or when the device cannot be opened.
+bool ctrl_test_nresetin(int ms);

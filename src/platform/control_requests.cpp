@@ -1,4 +1,4 @@
-// See control_requests.h. Path: /dev/ctrl.
+// Path: /dev/ctrl.
 #include "platform/control_requests.h"
 
 #include <fcntl.h>
@@ -9,15 +9,15 @@
 #include "util/log.h"
 #include "util/unique_fd.h"
 
-int ctrl_request(unsigned long request, unsigned long argument, const char* what) {
+bool ctrl_request(unsigned long request, unsigned long argument, const char* what) {
   const unique_fd device(open(ctrl_node, O_RDWR | O_CLOEXEC));
   if (!device) {
     log_printf(level_error, "open(%s) error=%s\n", ctrl_node, strerror(errno));
-    return 0;
+    return false;
   }
   if (ioctl(device.get(), request, argument) < 0) {
     log_printf(level_error, "%s error=%s\n", what, strerror(errno));
-    return 0;
+    return false;
   }
-  return 1;
+  return true;
 }

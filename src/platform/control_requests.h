@@ -40,6 +40,6 @@ static_assert(VEXO_CTRL_IOCS_PIN_MODE == _IOW('L', 10, ctrl_pin_request));
 /// The node.
 constexpr const char* ctrl_node = "/dev/ctrl";
 
-/// Opens the device, sends one request and closes it. Result: 1, or 0 after an error, which for a refused
-/// request begins with `what`.
-int ctrl_request(unsigned long request, unsigned long argument, const char* what);
+/// Opens the device, sends one request and closes it. Result: true, or false after an error; that of a
+/// refused request begins with `what`.
+bool ctrl_request(unsigned long request, unsigned long argument, const char* what);

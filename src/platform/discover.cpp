@@ -1,4 +1,4 @@
-// See discover.h.
+// The product ID tells the board, the hardware configuration (items such as "sp4,dio2x1r") the rest.
 #include "platform/discover.h"
 
 #include <cstring>
@@ -13,7 +13,7 @@ namespace {
 
 struct product_family {
   char prefix[3];  // first two characters of the product ID
-  uint32_t board;
+  opmode_boards board;
 };
 
 // clang-format off
@@ -80,16 +80,16 @@ void set_serports_from_hwcfg(const char* hwcfg) {
   }
 }
 
-// Stores in `value` the index of `text` in `names`, or `fallback` for "default". Result: false for any other.
-bool parse_name(const char* text, const char* const* names, uint32_t count, uint32_t fallback,
-                uint32_t* value) {
+// Stores the value whose name is `text`, or `fallback` for "default". Result: false for any other text.
+template <typename Value, size_t Count>
+bool parse_name(const char* text, const char* const (&names)[Count], Value fallback, Value* value) {
   if (strcmp(text, "default") == 0) {
     *value = fallback;
     return true;
   }
-  for (uint32_t i = 0; i < count; ++i) {
+  for (size_t i = 0; i < Count; ++i) {
     if (strcmp(text, names[i]) == 0) {
-      *value = i;
+      *value = static_cast<Value>(i);
       return true;
     }
   }
@@ -98,10 +98,10 @@ bool parse_name(const char* text, const char* const* names, uint32_t count, uint
 
 }  // namespace
 
-int opmode_discover() {
+bool opmode_discover() {
   log_printf(level_trace, "%s:\n", __func__);
   set_defaults();
-  if (g_product_config_avail != 0) {
+  if (g_product_config_avail) {
     set_board_from_product_id();
     product_text hwcfg;
     if (prodcfg_get_hwcfg(hwcfg)) {
@@ -112,32 +112,32 @@ int opmode_discover() {
   return gpiolib_init();
 }
 
-int opmode_board_set(const char* text) {
+bool opmode_board_set(const char* text) {
   log_printf(level_trace, "%s:\n", __func__);
-  if (!parse_name(text, opmode_board_names, opmode_board_count, opmode_board_default, &g_opmode_board)) {
-    return 0;
+  if (!parse_name(text, opmode_board_names, opmode_board_default, &g_opmode_board)) {
+    return false;
   }
   gpiolib_init();
-  return 1;
+  return true;
 }
 
-int opmode_io_set(const char* text) {
+bool opmode_io_set(const char* text) {
   log_printf(level_trace, "%s:\n", __func__);
-  if (!parse_name(text, opmode_io_names, opmode_io_count, opmode_io_default, &g_opmode_io)) {
-    return 0;
+  if (!parse_name(text, opmode_io_names, opmode_io_default, &g_opmode_io)) {
+    return false;
   }
   gpiolib_init();
-  return 1;
+  return true;
 }
 
-int opmode_num_serports_set(const char* text) {
+bool opmode_num_serports_set(const char* text) {
   log_printf(level_trace, "%s:\n", __func__);
   uint32_t number = opmode_num_serports_default;
   if (strcmp(text, "default") != 0 && (!strdectoul(text, &number) || number > opmode_num_serports_max)) {
-    return 0;
+    return false;
   }
   g_opmode_num_serports = number;
-  return 1;
+  return true;
 }
 
 void opmode_print() {

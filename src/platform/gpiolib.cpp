@@ -1,4 +1,5 @@
-// See gpiolib.h. Paths, below /sys/class/gpio: export, unexport, gpioN/direction, gpioN/value.
+// Paths, below /sys/class/gpio: export, unexport, gpioN/direction, gpioN/value. A value is written together
+// with its terminating zero byte.
 #include "platform/gpiolib.h"
 
 #include <fcntl.h>
@@ -28,8 +29,8 @@ line_path path_of(const gpiolib_signal& row, const char* attribute) {
   return path;
 }
 
-// Writes a value together with its terminator; it is there only when the kernel took every byte. Result:
-// null, or the step that failed: "open" or "write".
+// The value is set only when the kernel took every byte. Result: null, or the step that failed: "open" or
+// "write".
 const char* write_attribute(const char* path, const char* value) {
   const unique_fd file(open(path, O_WRONLY | O_CLOEXEC));
   if (!file) {
@@ -82,7 +83,7 @@ void gpiolib_unexport_all() {
       continue;
     }
     const char* failed = write_number(unexport_path, number);
-    // Lines that kernel drivers hold cannot be given back, which is no news.
+    // Lines that kernel drivers hold cannot be given back; that is so on every board.
     if (failed != nullptr && log_level >= level_verbose) {
       log_printf(level_error, "Failed %s to unexport gpio%d\n", failed, number);
     }
@@ -108,14 +109,14 @@ void choose_table() {
 
 // Inputs are exported as such by the kernel; their direction is not written.
 void initialise_signal(const gpiolib_signal* row) {
-  if (gpiolib_export(row, false) != 0 && row->direction == gpiolib_direction_out &&
-      gpiolib_set_direction(row, gpiolib_direction_out) != 0) {
+  if (gpiolib_export(row, false) && row->direction == gpiolib_direction_out &&
+      gpiolib_set_direction(row, gpiolib_direction_out)) {
     gpiolib_set_state(row, row->default_state);
   }
 }
 
 // Result: false when `word` is no state.
-bool parse_state(const char* word, uint32_t* state) {
+bool parse_state(const char* word, gpiolib_states* state) {
   const bool high = strcmp(word, "high") == 0 || strcmp(word, "1") == 0;
   *state = high ? gpiolib_state_1 : gpiolib_state_0;
   return high || strcmp(word, "low") == 0 || strcmp(word, "0") == 0;
@@ -144,9 +145,9 @@ void print_signal(const gpiolib_signal* row) {
   source.format("%s/%s", row->source, row->connector);
   text_buffer<12> part;
   part.format("%i", row->partner);
-  uint32_t state = gpiolib_state_none;
-  if (is_plain_gpio(*row) && gpiolib_get_state(row, &state) == 0) {
-    state = gpiolib_state_none;
+  gpiolib_states state = gpiolib_state_none;
+  if (is_plain_gpio(*row)) {
+    gpiolib_get_state(row, &state);  // stays "-" when the level cannot be read
   }
   print_row({.num = num.text(),
              .dir = row->pin_mode != nullptr ? "-" : gpiolib_direction_names[row->direction],
@@ -160,7 +161,7 @@ void print_signal(const gpiolib_signal* row) {
 
 }  // namespace
 
-int gpiolib_init() {
+bool gpiolib_init() {
   log_printf(level_trace, "%s:\n", __func__);
   gpiolib_unexport_all();
   choose_table();
@@ -170,7 +171,7 @@ int gpiolib_init() {
     }
   }
   tty_flush_cli_input();
-  return 1;
+  return true;
 }
 
 const gpiolib_signal* gpiolib_lookup_num_or_name_string(const char* text) {
@@ -206,95 +207,95 @@ int32_t gpiolib_table_index(const gpiolib_signal* row) {
   return static_cast<int32_t>(row - gpiolib_current);
 }
 
-int gpiolib_export(const gpiolib_signal* row, bool quiet) {
+bool gpiolib_export(const gpiolib_signal* row, bool quiet) {
   log_printf(level_trace, "%s: %d (%s)\n", __func__, row->gpio, row->name);
-  if (row->pin_mode != nullptr && row->pin_mode(1) == 0) {
+  if (row->pin_mode != nullptr && !row->pin_mode(1)) {
     log_printf(level_error, "Failed to set pin mode to gpio for gpio%d (%s)\n", row->gpio, row->name);
-    return 0;
+    return false;
   }
   const char* failed = write_number(export_path, row->gpio);
   if (failed != nullptr && !quiet) {
     log_printf(level_error, "Failed %s to export gpio%d (%s)\n", failed, row->gpio, row->name);
   }
-  return failed == nullptr ? 1 : 0;
+  return failed == nullptr;
 }
 
-int gpiolib_unexport(const gpiolib_signal* row, bool quiet) {
+bool gpiolib_unexport(const gpiolib_signal* row, bool quiet) {
   log_printf(level_trace, "%s:\n", __func__);
   if (const char* failed = write_number(unexport_path, row->gpio)) {
     if (!quiet) {
       log_printf(level_error, "Failed %s to unexport gpio%d (%s)\n", failed, row->gpio, row->name);
     }
-    return 0;
+    return false;
   }
-  if (row->pin_mode != nullptr && row->pin_mode(0) == 0) {
+  if (row->pin_mode != nullptr && !row->pin_mode(0)) {
     if (!quiet) {
       log_printf(level_error, "Failed to set pin mode to peripheral for gpio%d (%s)\n", row->gpio, row->name);
     }
-    return 0;
+    return false;
   }
-  return 1;
+  return true;
 }
 
-int gpiolib_set_direction(const gpiolib_signal* row, uint32_t direction) {
+bool gpiolib_set_direction(const gpiolib_signal* row, gpiolib_directions direction) {
   log_printf(level_trace, "%s:\n", __func__);
   const char* value = gpiolib_direction_names[direction];
   if (write_attribute(path_of(*row, "direction").text(), value) != nullptr) {
     // One text for both steps.
     log_printf(level_error, "Failed open to set gpio%d (%s) direction to '%s'\n", row->gpio, row->name,
                value);
-    return 0;
+    return false;
   }
-  return 1;
+  return true;
 }
 
-int gpiolib_set_state(const gpiolib_signal* row, uint32_t state) {
+bool gpiolib_set_state(const gpiolib_signal* row, gpiolib_states state) {
   log_printf(level_trace, "%s:\n", __func__);
   const char* value = gpiolib_state_names[state];
   if (const char* failed = write_attribute(path_of(*row, "value").text(), value)) {
     log_printf(level_error, "Failed %s to set gpio%d (%s) value to '%s'\n", failed, row->gpio, row->name,
                value);
-    return 0;
+    return false;
   }
-  return 1;
+  return true;
 }
 
-int gpiolib_get_state(const gpiolib_signal* row, uint32_t* state) {
+bool gpiolib_get_state(const gpiolib_signal* row, gpiolib_states* state) {
   log_printf(level_trace, "%s:\n", __func__);
   const unique_fd file(open(path_of(*row, "value").text(), O_RDONLY | O_CLOEXEC));
   if (!file) {
     log_printf(level_error, "Failed open to read gpio%d (%s) value\n", row->gpio, row->name);
-    return 0;
+    return false;
   }
   char level;
   if (read(file.get(), &level, 1) != 1) {
     log_printf(level_error, "Failed reading gpio%d (%s) value\n", row->gpio, row->name);
-    return 0;
+    return false;
   }
   for (uint32_t i = 0; i < gpiolib_state_count; ++i) {
     if (level == gpiolib_state_names[i][0]) {
-      *state = i;
-      return 1;
+      *state = static_cast<gpiolib_states>(i);
+      return true;
     }
   }
-  return 0;
+  return false;
 }
 
-int gpiolib_set_state_by_num_or_name(const char* signal, const char* state_word) {
+bool gpiolib_set_state_by_num_or_name(const char* signal, const char* state_word) {
   log_printf(level_trace, "%s:\n", __func__);
   const gpiolib_signal* row = gpiolib_lookup_num_or_name_string(signal);
   if (row == nullptr) {
     log_printf(level_error, "Invalid number or name '%s'\n", signal);
-    return 0;
+    return false;
   }
-  uint32_t state;
+  gpiolib_states state;
   if (!parse_state(state_word, &state)) {
     log_printf(level_error, "Invalid state '%s'\n", state_word);
-    return 0;
+    return false;
   }
   if (row->direction != gpiolib_direction_out) {
     log_printf(level_error, "gpio%d (%s) is not an output\n", row->gpio, row->name);
-    return 0;
+    return false;
   }
   return gpiolib_set_state(row, state);
 }

@@ -1,4 +1,4 @@
-// See mode.h.
+// The names of the values, and the mode itself.
 #include "platform/mode.h"
 
 const char* const opmode_board_names[opmode_board_count] = {
@@ -6,6 +6,6 @@ const char* const opmode_board_names[opmode_board_count] = {
 };
 const char* const opmode_io_names[opmode_io_count] = {"none", "dio2x1r"};
 
-uint32_t g_opmode_board = opmode_board_default;
-uint32_t g_opmode_io = opmode_io_default;
+opmode_boards g_opmode_board = opmode_board_default;
+opmode_ios g_opmode_io = opmode_io_default;
 uint32_t g_opmode_num_serports = opmode_num_serports_default;

@@ -1,5 +1,5 @@
 // The operating mode: which board the shell runs on, which optional I/O is fitted, and how many serial ports
-// the product has. Derived at start-up (discover.h), never stored.
+// the product has. It is found out at start-up (platform/discover.h) and never stored.
 #pragma once
 
 #include <cstdint>
@@ -24,12 +24,12 @@ enum opmode_ios : uint32_t {
 extern const char* const opmode_board_names[opmode_board_count];
 extern const char* const opmode_io_names[opmode_io_count];
 
-constexpr uint32_t opmode_board_default = opmode_board_tk10_eval;
-constexpr uint32_t opmode_io_default = opmode_io_none;
+constexpr opmode_boards opmode_board_default = opmode_board_tk10_eval;
+constexpr opmode_ios opmode_io_default = opmode_io_none;
 constexpr uint32_t opmode_num_serports_default = 2;
 constexpr uint32_t opmode_num_serports_max = 32;
 
 /// The mode; the defaults unless something else was found or set.
-extern uint32_t g_opmode_board;         // opmode_boards
-extern uint32_t g_opmode_io;            // opmode_ios
-extern uint32_t g_opmode_num_serports;  // 0 to 32
+extern opmode_boards g_opmode_board;
+extern opmode_ios g_opmode_io;
+extern uint32_t g_opmode_num_serports;  // up to opmode_num_serports_max

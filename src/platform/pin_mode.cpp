@@ -1,4 +1,4 @@
-// See pin_mode.h.
+// Request: VEXO_CTRL_IOCS_PIN_MODE of the control device.
 #include "platform/pin_mode.h"
 
 #include "platform/control_requests.h"
@@ -62,7 +62,7 @@ text_buffer<48> request_name(const processor_pin& pin) {
   return name;
 }
 
-int set_mode(const processor_pin& pin, int mode) {
+bool set_mode(const processor_pin& pin, int mode) {
   const char* peripheral = pin.kind == pin_kind::i2c ? "i2c-gpio" : "uart";
   log_printf(level_verbose, "Setting %s pin to %s mode\n", pin.name, mode == 0 ? peripheral : "gpio");
   ctrl_pin_request request = make_request(pin, mode == 0);
@@ -72,42 +72,42 @@ int set_mode(const processor_pin& pin, int mode) {
 
 }  // namespace
 
-int ctrl_i2cscl_mode(int mode) {
+bool ctrl_i2cscl_mode(int mode) {
   return set_mode(i2cscl, mode);
 }
 
-int ctrl_i2csda_mode(int mode) {
+bool ctrl_i2csda_mode(int mode) {
   return set_mode(i2csda, mode);
 }
 
-int ctrl_tx1_mode(int mode) {
+bool ctrl_tx1_mode(int mode) {
   return set_mode(tx1, mode);
 }
 
-int ctrl_rx1_mode(int mode) {
+bool ctrl_rx1_mode(int mode) {
   return set_mode(rx1, mode);
 }
 
-int ctrl_rts1_mode(int mode) {
+bool ctrl_rts1_mode(int mode) {
   return set_mode(rts1, mode);
 }
 
-int ctrl_cts1_mode(int mode) {
+bool ctrl_cts1_mode(int mode) {
   return set_mode(cts1, mode);
 }
 
-int ctrl_tx2_mode(int mode) {
+bool ctrl_tx2_mode(int mode) {
   return set_mode(tx2, mode);
 }
 
-int ctrl_rx2_mode(int mode) {
+bool ctrl_rx2_mode(int mode) {
   return set_mode(rx2, mode);
 }
 
-int ctrl_rts2_mode(int mode) {
+bool ctrl_rts2_mode(int mode) {
   return set_mode(rts2, mode);
 }
 
-int ctrl_cts2_mode(int mode) {
+bool ctrl_cts2_mode(int mode) {
   return set_mode(cts2, mode);
 }

@@ -1,4 +1,4 @@
-// See signal.h.
+// The names of the values, as the listing and the kernel have them.
 #include "platform/signal.h"
 
 const char* const gpiolib_direction_names[gpiolib_direction_count] = {"in", "out", "-"};

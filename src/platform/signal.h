@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "platform/mode.h"
+
 enum gpiolib_directions : uint32_t {
   gpiolib_direction_in,
   gpiolib_direction_out,
@@ -38,15 +40,15 @@ struct gpiolib_signal {
   const char* source;       // "TK-10", the module's own pins, or an I2C port expander
   const char* connector;    // pin of the module's connector, or port of the expander
   const char* cpu_pin;      // "" for signals of an expander
-  uint32_t direction;       // gpiolib_directions
-  uint32_t pull;            // gpiolib_resistors
-  uint32_t default_state;   // gpiolib_states; an output is driven to it at initialisation
-  uint32_t flag_a;          // kept for the tables' sake; nothing reads it
-  uint32_t io_mode;         // 0 = always there, else only in this I/O mode (platform/mode.h)
-  int (*pin_mode)(int);     // switches the pin between GPIO (1) and its peripheral (0); null for plain pins
-  int32_t partner;          // number of the signal that the test fixture wires to this one; -1 for none
-  uint32_t button;          // 1 = push button or switch
-  int (*reader)(int ms);    // reads a signal without number within a time limit; null for all others
+  gpiolib_directions direction;
+  gpiolib_resistors pull;
+  gpiolib_states default_state;  // an output is driven to it at initialisation
+  uint32_t flag_a;               // in the boards' documents; nothing reads it
+  opmode_ios io_mode;            // opmode_io_none = always there, else only in this I/O mode
+  bool (*pin_mode)(int);         // switches the pin to GPIO (1) or its peripheral (0); null for plain pins
+  int32_t partner;               // number of the signal that the test fixture wires to this one; -1 for none
+  uint32_t button;               // 1 = push button or switch
+  bool (*reader)(int ms);        // reads a signal without a number within a time limit; null for all others
 };
 static_assert(sizeof(void*) != 4 || sizeof(gpiolib_signal) == 60);
 

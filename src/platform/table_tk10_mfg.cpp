@@ -1,5 +1,5 @@
-// The signals of the tk10 module on the manufacturing test fixture, which wires them in pairs. Laid out like
-// the fixture's schematics; check it against them, row by row.
+// The signals of the tk10 module on the manufacturing test fixture, which wires them in pairs. In the order
+// of the fixture's schematics, to be checked against them row by row.
 #include "platform/control_device.h"
 #include "platform/mode.h"
 #include "platform/pin_mode.h"
@@ -7,11 +7,11 @@
 
 namespace {
 
-constexpr uint32_t in = gpiolib_direction_in;
-constexpr uint32_t up = gpiolib_resistor_up;
-constexpr uint32_t none = gpiolib_resistor_none;
-constexpr uint32_t undriven = gpiolib_state_none;
-constexpr uint32_t always = opmode_io_none;
+constexpr gpiolib_directions in = gpiolib_direction_in;
+constexpr gpiolib_resistors up = gpiolib_resistor_up;
+constexpr gpiolib_resistors none = gpiolib_resistor_none;
+constexpr gpiolib_states undriven = gpiolib_state_none;
+constexpr opmode_ios always = opmode_io_none;
 
 }  // namespace
 

@@ -30,7 +30,7 @@ class ctrl_test : public loader_test {
 // lines
 
 struct switch_case {
-  int (*operation)();
+  bool (*operation)();
   uint32_t request;
   const char* action;
   const char* name;
@@ -234,7 +234,7 @@ TEST_F(ctrl_nresetin_opening_test, enable_after_a_push) {
 // ---------------------------------------------------------------------------------------------- pins
 
 struct pin_case {
-  int (*operation)(int);
+  bool (*operation)(int);
   const char* name;
   const char* peripheral;  // what the log calls it
   const char* label;       // in errors

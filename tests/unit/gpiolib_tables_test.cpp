@@ -14,7 +14,7 @@ constexpr const char* documents[] = {
 
 struct named_operation {
   const char* name;
-  int (*operation)(int);
+  bool (*operation)(int);
 };
 
 const named_operation operations[] = {
@@ -24,7 +24,7 @@ const named_operation operations[] = {
     {"rts2", ctrl_rts2_mode}, {"cts2", ctrl_cts2_mode},     {"nresetin", ctrl_test_nresetin},
 };
 
-std::string name_of(int (*operation)(int)) {
+std::string name_of(bool (*operation)(int)) {
   for (const named_operation& row : operations) {
     if (row.operation == operation) return row.name;
   }

@@ -12,7 +12,7 @@ class gpiolib_test : public model_test {
  protected:
   static const gpiolib_signal* signal(const char* name) { return gpiolib_lookup_num_or_name_string(name); }
 
-  void use_board(uint32_t board) {
+  void use_board(opmode_boards board) {
     g_opmode_board = board;
     gpiolib_init();
     root.printed();
@@ -136,7 +136,7 @@ TEST_F(gpiolib_test, a_write_that_takes_all_but_the_zero_byte_has_failed) {
   EXPECT_EQ(gpiolib_export(signal("FAULT_LED"), false), 0);
   EXPECT_EQ(root.printed(), "ERROR: Failed write to export gpio74 (FAULT_LED)\n");
   root.fail_call("write", {.match = "/value", .error = 0, .result = 1});
-  EXPECT_EQ(gpiolib_set_state(signal("FAULT_LED"), 0), 0);
+  EXPECT_EQ(gpiolib_set_state(signal("FAULT_LED"), gpiolib_state_0), 0);
   EXPECT_EQ(root.printed(), "ERROR: Failed write to set gpio74 (FAULT_LED) value to '0'\n");
   root.fail_call("write", {.match = "/direction", .error = 0, .result = 3});
   EXPECT_EQ(gpiolib_set_direction(signal("FAULT_LED"), gpiolib_direction_out), 0);
@@ -205,11 +205,11 @@ TEST_F(gpiolib_test, direction) {
 
 TEST_F(gpiolib_test, state) {
   make_gpio_tree({74});
-  EXPECT_EQ(gpiolib_set_state(signal("FAULT_LED"), 1), 1);
-  EXPECT_EQ(gpiolib_set_state(signal("FAULT_LED"), 0), 1);
+  EXPECT_EQ(gpiolib_set_state(signal("FAULT_LED"), gpiolib_state_1), 1);
+  EXPECT_EQ(gpiolib_set_state(signal("FAULT_LED"), gpiolib_state_0), 1);
   EXPECT_EQ(gpio_writes(), lines({"gpio74/value 1", "gpio74/value 0"}));
   root.remove("/sys/class/gpio/gpio74/value");
-  EXPECT_EQ(gpiolib_set_state(signal("FAULT_LED"), 1), 0);
+  EXPECT_EQ(gpiolib_set_state(signal("FAULT_LED"), gpiolib_state_1), 0);
   EXPECT_EQ(root.printed(), "ERROR: Failed open to set gpio74 (FAULT_LED) value to '1'\n");
 }
 
@@ -219,7 +219,7 @@ TEST_F(gpiolib_test, read_state) {
   const char* const levels[] = {"0\n", "1\n", "-\n"};
   for (uint32_t i = 0; i < 3; i++) {
     root.write_file("/sys/class/gpio/gpio74/value", levels[i]);
-    uint32_t state = 9;
+    auto state = static_cast<gpiolib_states>(9);
     EXPECT_EQ(gpiolib_get_state(led, &state), 1);
     EXPECT_EQ(state, i);
   }
@@ -228,7 +228,7 @@ TEST_F(gpiolib_test, read_state) {
 
 TEST_F(gpiolib_test, read_failures) {
   const gpiolib_signal* led = signal("FAULT_LED");
-  uint32_t state = 9;
+  auto state = static_cast<gpiolib_states>(9);
   EXPECT_EQ(gpiolib_get_state(led, &state), 0);
   EXPECT_EQ(root.printed(), "ERROR: Failed open to read gpio74 (FAULT_LED) value\n");
   make_gpio_tree({74});
@@ -275,8 +275,8 @@ TEST_F(gpiolib_test, every_operation_names_itself) {
   gpiolib_export(led, true);
   gpiolib_unexport(led, true);
   gpiolib_set_direction(led, gpiolib_direction_out);
-  gpiolib_set_state(led, 1);
-  uint32_t state;
+  gpiolib_set_state(led, gpiolib_state_1);
+  gpiolib_states state;
   gpiolib_get_state(led, &state);
   EXPECT_EQ(root.printed(),
             "TRACE: gpiolib_lookup_num_int32:\nTRACE: gpiolib_lookup_next:\n"

@@ -27,7 +27,7 @@ struct program_state {
   uint32_t level = log_level;
   int32_t state = log_state;
   tty_port console = tty_cli;
-  uint32_t board = g_opmode_board;
+  opmode_boards board = g_opmode_board;
   uint64_t ubi0_size = ubi0_mtd_size_max;
   std::vector<mtd_partition> rows{mtd_config_table, mtd_config_table + mtd_config_table_rows};
 
@@ -41,6 +41,10 @@ struct program_state {
   }
 };
 inline const program_state state_at_start;
+
+inline constexpr opmode_boards every_board[opmode_board_count] = {
+    opmode_board_unknown, opmode_board_tk10_mfg, opmode_board_tk10_eval,
+    opmode_board_tk20,    opmode_board_tk30,     opmode_board_tk40};
 
 class loader_test : public device_test {
  protected:

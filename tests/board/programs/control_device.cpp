@@ -15,18 +15,18 @@
 namespace {
 
 // Shows what an operation made of the status that stood at `place` before.
-int shown(int result, const uint32_t* place) {
+bool shown(bool result, const uint32_t* place) {
   printf("status 0x%x\n", *place);
   return result;
 }
 
-int run_status(const char*) {
+bool run_status(const char*) {
   uint32_t status = 0xA5A5A5A5;
   return shown(ctrl_urst_status(&status), &status);
 }
 
 // Without an argument: that of the status request.
-int run_sleep(const char* argument) {
+bool run_sleep(const char* argument) {
   uint32_t status = 0xA5A5A5A5;
   if (argument != nullptr) {
     return ctrl_sleep(strtoul(argument, nullptr, 0));
@@ -34,19 +34,19 @@ int run_sleep(const char* argument) {
   return shown(ctrl_sleep(reinterpret_cast<unsigned long>(&status)), &status);
 }
 
-template <int (*operation)()>
-int run(const char*) {
+template <bool (*operation)()>
+bool run(const char*) {
   return operation();
 }
 
-template <int (*operation)(int)>
-int run_number(const char* argument) {
+template <bool (*operation)(int)>
+bool run_number(const char* argument) {
   return operation(argument != nullptr ? atoi(argument) : 0);
 }
 
 struct named_operation {
   const char* name;
-  int (*run)(const char* argument);
+  bool (*run)(const char* argument);
 };
 
 constexpr named_operation operations[] = {
