@@ -1,4 +1,4 @@
-// See network.h.
+// The words of the commands in front of the operations of net/.
 #include "commands/network.h"
 
 #include <cstring>
@@ -12,57 +12,54 @@
 
 namespace {
 
-// An optional interface name in front of the other words.
-struct interface_word {
-  int if_index = -1;           // -1 when there was none
-  const char* next = nullptr;  // the first word that is not the name; null when none is left
+constexpr int default_interface = 0;
 
-  const char* take() {
-    next = token_shift();
-    if (next != nullptr) {
-      if_index = net_name_to_index(next);
-      if (if_index >= 0) {
-        next = token_shift();
-      }
-    }
-    return next;
+// Takes an optional interface name. Result: the interface's index, or -1 without a name.
+int take_interface() {
+  const char* word = token_first();
+  const int if_index = word != nullptr ? net_name_to_index(word) : -1;
+  if (if_index >= 0) {
+    token_shift();
   }
-  // The same where a word must follow. Result: null after an error.
-  const char* take_before_parameter() {
-    if (take() == nullptr) {
-      helper_incomplete_command();
-    }
-    return next;
-  }
-  bool was_given() const { return if_index >= 0; }
-  int index() const { return was_given() ? if_index : 0; }
-};
+  return if_index;
+}
 
-struct start_arguments {
-  uint32_t ip_addr = 0;
+int or_default(int if_index) {
+  return if_index >= 0 ? if_index : default_interface;
+}
+
+// Takes a word that must be there. Result: null after an error.
+const char* take_word() {
+  const char* word = token_shift();
+  if (word == nullptr) {
+    helper_incomplete_command();
+  }
+  return word;
+}
+
+// Addresses of a static configuration, 0 where none was given.
+struct ip_addresses {
+  uint32_t address = 0;
   uint32_t netmask = 0;
   uint32_t gateway = 0;
-
-  // Takes what follows the interface name, beginning with `word`. Result: false after an error.
-  bool take(const char* word) {
-    if (word == nullptr) {
-      return true;
-    }
-    if (!net_parse_ip(word, "IP address", &ip_addr)) {
-      return false;
-    }
-    word = token_shift();
-    if (word == nullptr) {
-      helper_incomplete_command();
-      return false;
-    }
-    if (!net_parse_ip(word, "netmask", &netmask)) {
-      return false;
-    }
-    word = token_shift();
-    return word == nullptr || net_parse_ip(word, "gateway", &gateway);
-  }
 };
+
+// Takes "[<ip_addr> <netmask> [<gateway>]]". Result: false after an error.
+bool take_addresses(ip_addresses* taken) {
+  const char* address = token_shift();
+  if (address == nullptr) {
+    return true;
+  }
+  if (!net_parse_ip(address, "IP address", &taken->address)) {
+    return false;
+  }
+  const char* netmask = take_word();
+  if (netmask == nullptr || !net_parse_ip(netmask, "netmask", &taken->netmask)) {
+    return false;
+  }
+  const char* gateway = token_shift();
+  return gateway == nullptr || net_parse_ip(gateway, "gateway", &taken->gateway);
+}
 
 // Result: the index of the mode of exactly this name, or -1.
 int linkmode_from_word(const char* word) {
@@ -80,15 +77,14 @@ void show_item(const char* label, const char* text) {
   log_printf(level_plain, "%14s : %s\n", label, text);
 }
 
-void show_ip(const char* label, int if_index, int (*get)(int, uint32_t*)) {
+void show_ip(const char* label, int if_index, bool (*get)(int, uint32_t*)) {
   uint32_t address;
-  show_item(label, get(if_index, &address) != 0 ? net_format_ip(address).text() : unavailable);
+  show_item(label, get(if_index, &address) ? net_format_ip(address).text() : unavailable);
 }
 
 void show_hwaddr(int if_index) {
   uint8_t hwaddr[net_hwaddr_size];
-  show_item("hw addr",
-            net_get_hwaddr(if_index, hwaddr) != 0 ? net_format_hwaddr(hwaddr).text() : unavailable);
+  show_item("hw addr", net_get_hwaddr(if_index, hwaddr) ? net_format_hwaddr(hwaddr).text() : unavailable);
 }
 
 void show_link(int if_index) {
@@ -101,8 +97,7 @@ void show_link(int if_index) {
 
 void show_interface(int if_index) {
   log_printf(level_plain, "\n");
-  log_printf(level_plain, "  %s: (%s)\n", net_if_names[if_index],
-             net_if_started[if_index] != 0 ? "up" : "down");
+  log_printf(level_plain, "  %s: (%s)\n", net_if_names[if_index], net_if_started[if_index] ? "up" : "down");
   show_hwaddr(if_index);
   show_ip("ip addr", if_index, net_get_ipaddr);
   show_ip("netmask", if_index, net_get_netmask);
@@ -111,13 +106,14 @@ void show_interface(int if_index) {
   log_printf(level_plain, "\n");
 }
 
-// Result: true when the interface that a ping is to leave through is started; false after an error.
-bool can_ping_through(const interface_word& interface) {
-  const char* if_name = net_if_names[interface.index()];
-  const bool is_started = net_if_started[interface.index()] != 0;
-  if (is_started && !interface.was_given()) {
+// Result: true when a ping can leave through the interface, the only one for -1; false after an error.
+bool can_ping_through(int if_index) {
+  const bool was_named = if_index >= 0;
+  const char* if_name = net_if_names[or_default(if_index)];
+  const bool is_started = net_if_started[or_default(if_index)];
+  if (is_started && !was_named) {
     log_printf(level_note, "Using interface '%s'\n", if_name);
-  } else if (!is_started && interface.was_given()) {
+  } else if (!is_started && was_named) {
     log_printf(level_error, "Network interface '%s' is not running\n", if_name);
   } else if (!is_started) {
     log_printf(level_error, "No network interface is running\n");
@@ -129,8 +125,8 @@ bool can_ping_through(const interface_word& interface) {
 
 void cmd_network_ethernet_link() {
   log_printf(level_trace, "%s:\n", __func__);
-  interface_word interface;
-  const char* word = interface.take_before_parameter();
+  const int if_index = or_default(take_interface());
+  const char* word = take_word();
   if (word == nullptr) {
     return;
   }
@@ -139,38 +135,34 @@ void cmd_network_ethernet_link() {
     helper_invalid_parameter(word);
     return;
   }
-  log_printf(level_verbose, "%s: if_idx=%i mode=%s\n", __func__, interface.index(), word);
-  _print_done_success_failure(net_eth_set_link(interface.index(), mode));
+  log_printf(level_verbose, "%s: if_idx=%i mode=%s\n", __func__, if_index, word);
+  _print_done_success_failure(net_eth_set_link(if_index, mode));
 }
 
 void cmd_network_ethernet_start() {
   log_printf(level_trace, "%s:\n", __func__);
-  interface_word interface;
-  start_arguments arguments;
-  if (!arguments.take(interface.take())) {
+  const int if_index = or_default(take_interface());
+  ip_addresses ip;
+  if (!take_addresses(&ip)) {
     return;
   }
-  log_printf(level_verbose, "%s: ip_addr=%s\n", __func__, net_format_ip(arguments.ip_addr).text());
-  log_printf(level_verbose, "%s: netmask=%s\n", __func__, net_format_ip(arguments.netmask).text());
-  log_printf(level_verbose, "%s: gateway=%s\n", __func__, net_format_ip(arguments.gateway).text());
-  const int if_index = interface.index();
-  if (net_if_started[if_index] != 0) {
+  log_printf(level_verbose, "%s: ip_addr=%s\n", __func__, net_format_ip(ip.address).text());
+  log_printf(level_verbose, "%s: netmask=%s\n", __func__, net_format_ip(ip.netmask).text());
+  log_printf(level_verbose, "%s: gateway=%s\n", __func__, net_format_ip(ip.gateway).text());
+  if (net_if_started[if_index]) {
     log_printf(level_error, "Network interface '%s' is already running\n", net_if_names[if_index]);
-    _print_done_success_failure(0);
+    _print_done_success_failure(false);
     return;
   }
-  _print_done_success_failure(
-      net_start(if_index, &arguments.ip_addr, &arguments.netmask, &arguments.gateway));
+  _print_done_success_failure(net_start(if_index, &ip.address, &ip.netmask, &ip.gateway));
 }
 
 void cmd_network_ethernet_stop() {
   log_printf(level_trace, "%s:\n", __func__);
-  interface_word interface;
-  interface.take();  // a name that is not known stands for the first interface
-  const int if_index = interface.index();
-  if (net_if_started[if_index] == 0) {
+  const int if_index = or_default(take_interface());  // also for a name that is none
+  if (!net_if_started[if_index]) {
     log_printf(level_note, "Network interface '%s' is already stopped\n", net_if_names[if_index]);
-    _print_done_success_failure(1);
+    _print_done_success_failure(true);
     return;
   }
   _print_done_success_failure(net_stop(if_index));
@@ -195,13 +187,13 @@ void cmd_network_info() {
 
 void cmd_network_ping() {
   log_printf(level_trace, "%s:\n", __func__);
-  interface_word interface;
-  const char* word = interface.take_before_parameter();
+  const int named = take_interface();
+  const char* word = take_word();
   uint32_t host;
-  if (word == nullptr || !net_parse_ip(word, "IP address", &host) || !can_ping_through(interface)) {
+  if (word == nullptr || !net_parse_ip(word, "IP address", &host) || !can_ping_through(named)) {
     return;
   }
-  const int if_index = interface.index();
+  const int if_index = or_default(named);
   log_printf(level_verbose, "%s: if_idx=%i (%s), ip_addr=%s\n", __func__, if_index, net_if_names[if_index],
              net_format_ip(host).text());
   _print_done_success_failure(net_ping(if_index, net_octets(host)));

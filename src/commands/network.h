@@ -5,7 +5,7 @@
 
 // clang-format off
 
-/// "network ethernet link", "start" and "stop".
+/// "network ethernet link", "start" and "stop": speed and duplex; static addresses or DHCP; down again.
 void cmd_network_ethernet_link();
 void cmd_network_ethernet_start();
 void cmd_network_ethernet_stop();
@@ -37,9 +37,9 @@ inline constexpr command_record commands_network_ethernet[] = {
      .handler = cmd_network_ethernet_stop},
 };
 
-/// "network info": addresses and link.
+/// "network info": shows addresses and link.
 void cmd_network_info();
-/// "network ping": four echo requests.
+/// "network ping": sends four echo requests.
 void cmd_network_ping();
 inline constexpr command_record commands_network[] = {
     {.name = "ethernet", .usage = "network ethernet ",

@@ -1,4 +1,4 @@
-// See address.h.
+// Reading and writing the texts of addresses.
 #include "net/address.h"
 
 #include "util/log.h"

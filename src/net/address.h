@@ -1,5 +1,5 @@
-// IPv4 and hardware addresses as text, and as parameters of commands. IPv4 addresses are kept as the socket
-// interface has them: 32 bits in network byte order, the first number in the first byte in memory.
+// IPv4 and hardware addresses as text. An IPv4 address is kept as the socket interface has it: 32 bits in
+// network byte order, the first number in the first byte in memory.
 #pragma once
 
 #include <cstddef>
@@ -23,6 +23,6 @@ net_ip_text net_format_ip(uint32_t address);
 /// "00:20:4A:12:34:56"
 net_hwaddr_text net_format_hwaddr(const uint8_t* hwaddr);
 
-/// Converts an address parameter into `*address`. Result: false after "Invalid WHAT 'WORD'" when the word is
-/// not an address, or is 0.0.0.0 or 255.255.255.255.
+/// Converts an address typed by the operator into `*address`. Result: false after the error "Invalid WHAT
+/// 'WORD'" when it is none, or is 0.0.0.0 or 255.255.255.255.
 bool net_parse_ip(const char* word, const char* what, uint32_t* address);

@@ -1,4 +1,4 @@
-// See interface.h. Tools run: /sbin/ifconfig, /sbin/route, /sbin/udhcpc.
+// Tools run: /sbin/ifconfig, /sbin/route, /sbin/udhcpc.
 #include "net/interface.h"
 
 #include <unistd.h>
@@ -14,7 +14,7 @@
 #include "util/log.h"
 #include "util/parse.h"
 
-uint8_t net_if_started[net_if_count];
+bool net_if_started[net_if_count];
 
 namespace {
 
@@ -36,7 +36,7 @@ uint32_t value_or_zero(const uint32_t* value) {
 }
 
 bool is_started(int if_index) {
-  return if_index >= 0 && if_index < net_if_count && net_if_started[if_index] != 0;
+  return if_index >= 0 && if_index < net_if_count && net_if_started[if_index];
 }
 
 // A configuration tool that prints anything has failed.
@@ -53,7 +53,7 @@ bool run_ifconfig(const char* if_name, const char* word) {
 // null when nothing is to be changed.
 const uint8_t* hwaddr_to_set(const char* if_name, const uint8_t* current) {
   const uint8_t* wanted = g_product_config.mac[0];
-  if (g_product_config_avail == 0 || !mac_address_is_valid(wanted)) {
+  if (!g_product_config_avail || !mac_address_is_valid(wanted)) {
     log_printf(level_note, "Can't get mac address from product config, using %s\n",
                net_format_hwaddr(current).text());
     return nullptr;
@@ -103,7 +103,7 @@ bool net_configure(int if_index, const ip_configuration& wanted) {
     return false;
   }
   uint8_t current[net_hwaddr_size];
-  if (net_get_hwaddr(if_index, current) == 0) {
+  if (!net_get_hwaddr(if_index, current)) {
     log_printf(level_error, "Can't get configured mac address\n");
     return false;
   }
@@ -116,12 +116,12 @@ bool net_configure(int if_index, const ip_configuration& wanted) {
 }
 
 bool wait_for_link(const char* if_name) {
-  if (net_syscmd_ifconfig_wait_string(if_name, up_extra_polls, "UP", 1) == 0) {
+  if (!net_syscmd_ifconfig_wait_string(if_name, up_extra_polls, "UP", 1)) {
     log_printf(level_note, "Network interface up timeout\n");
     return false;
   }
   sleep(up_seconds);
-  if (net_syscmd_ifconfig_wait_string(if_name, link_extra_polls, "RUNNING", 1) == 0) {
+  if (!net_syscmd_ifconfig_wait_string(if_name, link_extra_polls, "RUNNING", 1)) {
     log_printf(level_note, "Network link up timeout\n");
     return false;
   }
@@ -130,8 +130,7 @@ bool wait_for_link(const char* if_name) {
 
 bool request_lease(const char* if_name) {
   command_line line;
-  if (compose_command(line, "/sbin/udhcpc -nq -t 5 -i %s &>/dev/null", if_name) &&
-      exec_system_cmd(line.text()) == 0) {
+  if (compose_command(line, "/sbin/udhcpc -nq -t 5 -i %s &>/dev/null", if_name) && run_command(line.text())) {
     return true;
   }
   log_printf(level_note, "DHCP request failed\n");
@@ -140,7 +139,8 @@ bool request_lease(const char* if_name) {
 
 enum class listing { has_text, lacks_text, unavailable };
 
-// One look at what the tool lists of an interface, to the end: it must not die of a pipe that nobody reads.
+// Looks once at what the tool lists of an interface. All of it is read: a tool whose output nobody reads
+// dies.
 listing look_for(const char* caller, const char* command, const char* text) {
   command_pipe tool(command, "r");
   if (!tool) {
@@ -159,13 +159,15 @@ listing look_for(const char* caller, const char* command, const char* text) {
 
 void net_init() {
   log_printf(level_trace, "%s:\n", __func__);
-  memset(net_if_started, 0, sizeof net_if_started);
+  for (bool& started : net_if_started) {
+    started = false;
+  }
 }
 
-int net_start(int if_index, const uint32_t* ip_addr, const uint32_t* netmask, const uint32_t* gateway) {
+bool net_start(int if_index, const uint32_t* ip_addr, const uint32_t* netmask, const uint32_t* gateway) {
   log_printf(level_trace, "%s:\n", __func__);
   if (is_started(if_index)) {
-    return 1;
+    return true;
   }
   const ip_configuration wanted = {value_or_zero(ip_addr), value_or_zero(netmask), value_or_zero(gateway)};
   const bool is_static = wanted.address != 0;
@@ -174,42 +176,42 @@ int net_start(int if_index, const uint32_t* ip_addr, const uint32_t* netmask, co
     const bool is_known = if_index >= 0 && if_index < net_if_count;
     log_printf(level_error, "Unable to configure network '%s'\n",
                is_known ? net_if_names[if_index] : "<unknown>");
-    return 0;
+    return false;
   }
   const char* if_name = net_if_names[if_index];
   if (!wait_for_link(if_name) || (!is_static && !request_lease(if_name))) {
-    return 0;
+    return false;
   }
   sleep(settle_seconds);
-  net_if_started[if_index] = 1;
-  return 1;
+  net_if_started[if_index] = true;
+  return true;
 }
 
-int net_stop(int if_index) {
+bool net_stop(int if_index) {
   log_printf(level_trace, "%s:\n", __func__);
   if (is_started(if_index)) {
     run_ifconfig(net_if_names[if_index], "down");
-    net_if_started[if_index] = 0;
+    net_if_started[if_index] = false;
   }
-  return 1;
+  return true;
 }
 
-int net_syscmd_ifconfig_wait_string(const char* if_name, int seconds, const char* text, int find) {
+bool net_syscmd_ifconfig_wait_string(const char* if_name, int seconds, const char* text, int find) {
   log_printf(level_trace, "%s:\n", __func__);
   log_printf(level_verbose, "%s: interface=%s seconds=%i str=%s find=%d\n", __func__, if_name, seconds, text,
              find);
   command_line command;
   if (!compose_command(command, "/sbin/ifconfig %s", if_name)) {
-    return 0;
+    return false;
   }
   const listing wanted = find != 0 ? listing::has_text : listing::lacks_text;
   for (int left = seconds;; --left) {
     const listing seen = look_for(__func__, command.text(), text);
     if (seen == wanted) {
-      return 1;
+      return true;
     }
     if (seen == listing::unavailable || left <= 0) {
-      return 0;
+      return false;
     }
     sleep(1);
   }

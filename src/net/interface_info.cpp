@@ -1,5 +1,5 @@
-// See interface_info.h. Requests made: SIOCGIFADDR, SIOCGIFNETMASK, SIOCGIFHWADDR. Tools run: /bin/iproute,
-// which lists the routes as "default via GATEWAY dev INTERFACE ...", /bin/grep, /usr/bin/awk.
+// Requests: SIOCGIFADDR, SIOCGIFNETMASK, SIOCGIFHWADDR. Tools run: /bin/iproute, which lists the routes as
+// "default via GATEWAY dev INTERFACE ...", /bin/grep, /usr/bin/awk.
 #include "net/interface_info.h"
 
 #include <netinet/in.h>
@@ -19,7 +19,7 @@ const char* const net_if_names[net_if_count] = {"eth0"};
 
 namespace {
 
-// What a getter begins with. Result: false after an error.
+// The beginning of every getter. Result: false after an error.
 bool enter_getter(const char* caller, int if_index) {
   log_printf(level_trace, "%s: if_idx=%i\n", caller, if_index);
   return net_check_index(if_index);
@@ -73,43 +73,43 @@ bool net_check_index(int if_index) {
   return false;
 }
 
-int net_get_ipaddr(int if_index, uint32_t* out) {
-  return ask_ip(__func__, if_index, SIOCGIFADDR, out) ? 1 : 0;
+bool net_get_ipaddr(int if_index, uint32_t* out) {
+  return ask_ip(__func__, if_index, SIOCGIFADDR, out);
 }
 
-int net_get_netmask(int if_index, uint32_t* out) {
-  return ask_ip(__func__, if_index, SIOCGIFNETMASK, out) ? 1 : 0;
+bool net_get_netmask(int if_index, uint32_t* out) {
+  return ask_ip(__func__, if_index, SIOCGIFNETMASK, out);
 }
 
-int net_get_hwaddr(int if_index, uint8_t* out) {
+bool net_get_hwaddr(int if_index, uint8_t* out) {
   sockaddr answer;
   if (!ask_kernel(__func__, if_index, SIOCGIFHWADDR, &answer)) {
-    return 0;
+    return false;
   }
   memcpy(out, answer.sa_data, net_hwaddr_size);
-  return 1;
+  return true;
 }
 
-int net_get_gateway(int if_index, uint32_t* out) {
+bool net_get_gateway(int if_index, uint32_t* out) {
   if (!enter_getter(__func__, if_index)) {
-    return 0;
+    return false;
   }
   command_line command;
   if (!compose_command(command, "/bin/iproute | /bin/grep %s | /bin/grep default | /usr/bin/awk '{print $3}'",
                        net_if_names[if_index])) {
-    return 0;
+    return false;
   }
   log_printf(level_verbose, "%s: popen(%s)\n", __func__, command.text());
   command_pipe tools(command.text(), "r");
   if (!tools) {
     log_printf(level_error, "%s: popen(%s) error(%s)\n", __func__, command.text(), strerror(errno));
-    return 0;
+    return false;
   }
   char line[256];
   if (fgets(line, sizeof line, tools.stream()) == nullptr || line[0] == '\0') {
-    return 0;
+    return false;
   }
   line[strlen(line) - 1] = '\0';
   *out = ipaddr4_strtoul(line);
-  return *out != 0 ? 1 : 0;
+  return *out != 0;
 }

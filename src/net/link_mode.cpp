@@ -1,4 +1,4 @@
-// See link_mode.h. Requests made: SIOCETHTOOL with the commands ETHTOOL_GSET, ETHTOOL_SSET and ETHTOOL_GLINK
+// Request: SIOCETHTOOL with the commands ETHTOOL_GSET, ETHTOOL_SSET and ETHTOOL_GLINK
 // of linux/ethtool.h.
 #include "net/link_mode.h"
 
@@ -114,7 +114,7 @@ bool read_link(interface_request& request, const char* if_name, ethtool_value* l
 void apply(const link_setting& setting, ethtool_cmd* settings) {
   if (setting.auto_negotiation) {
     settings->autoneg = AUTONEG_ENABLE;
-    // Everything else that was advertised goes, the ports and the auto-negotiation bit, too.
+    // Nothing else stays advertised, not even the ports and the auto-negotiation bit.
     settings->advertising = settings->supported & setting.advertised;
   } else {
     settings->autoneg = AUTONEG_DISABLE;
@@ -146,34 +146,34 @@ const speed_text& find_speed_text(const ethtool_cmd& settings) {
 
 }  // namespace
 
-int net_eth_set_link(int if_index, int mode) {
+bool net_eth_set_link(int if_index, int mode) {
   log_printf(level_trace, "%s: if_idx=%i\n", __func__, if_index);
   if (!net_check_index(if_index)) {
-    return 0;
+    return false;
   }
   const char* if_name = net_if_names[if_index];
   interface_request request(if_name);
   ethtool_cmd settings;
   if (!has_socket(request, if_name) || !read_settings(request, if_name, &settings)) {
-    return 0;
+    return false;
   }
   if (mode < 0 || mode >= net_eth_linkmode_count) {
     log_printf(level_verbose, "Invalid mode setting (%i)\n", mode);
-    return 0;
+    return false;
   }
   apply(link_settings[mode], &settings);
   settings.cmd = ETHTOOL_SSET;
   if (!ask(request, &settings)) {
     log_printf(level_verbose, "Failed to set device settings for '%s'\n", if_name);
-    return 0;
+    return false;
   }
-  return 1;
+  return true;
 }
 
-int net_eth_get_link(int if_index, const char** mode_text, const char** link_text) {
+bool net_eth_get_link(int if_index, const char** mode_text, const char** link_text) {
   log_printf(level_trace, "%s: if_idx=%i\n", __func__, if_index);
   if (!net_check_index(if_index)) {
-    return 0;
+    return false;
   }
   const char* if_name = net_if_names[if_index];
   interface_request request(if_name);
@@ -181,10 +181,10 @@ int net_eth_get_link(int if_index, const char** mode_text, const char** link_tex
   ethtool_cmd settings;
   if (!has_socket(request, if_name) || !read_link(request, if_name, &link) ||
       !read_settings(request, if_name, &settings)) {
-    return 0;
+    return false;
   }
   const speed_text& speed = find_speed_text(settings);
   *mode_text = settings.autoneg == AUTONEG_ENABLE ? auto_text(settings.advertising) : speed.fixed;
   *link_text = link.data != 0 ? speed.state : "down";
-  return 1;
+  return true;
 }

@@ -42,10 +42,6 @@ struct program_state {
 };
 inline const program_state state_at_start;
 
-inline constexpr opmode_boards every_board[opmode_board_count] = {
-    opmode_board_unknown, opmode_board_tk10_mfg, opmode_board_tk10_eval,
-    opmode_board_tk20,    opmode_board_tk30,     opmode_board_tk40};
-
 class loader_test : public device_test {
  protected:
   loader_test() : descriptors_(open_descriptors()) { state_at_start.put(); }
