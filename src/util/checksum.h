@@ -11,8 +11,8 @@ class checksum_sum {
  public:
   /// Adds `size` bytes that follow those added before.
   void add(const void* data, size_t size);
-  /// Result: the checksum of all bytes added so far in the low 32 bits, the others set, as the complement of
-  /// a 64-bit sum that was folded into 32 bits has them.
+  /// Result: the complement of the folded 64-bit sum of all bytes added so far: the checksum in the low 32
+  /// bits. The others are set, but for bit 32 where the first fold carried.
   uint64_t finish() const;
 
  private:

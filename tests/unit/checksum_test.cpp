@@ -132,11 +132,55 @@ TEST(checksum_chunks_test, four_gigabytes_of_ones_overflow_nothing) {
   EXPECT_EQ(static_cast<uint32_t>(sum.finish()), 0xFEFFFFFF) << "ones are another zero";
 }
 
+// The sum as it is defined, in 64 bits: of words, then folded twice and complemented.
+uint64_t sum_of_words(const std::string& bytes) {
+  uint64_t sum = 0;
+  for (size_t i = 0; i < bytes.size(); i++)
+    sum += uint64_t{static_cast<uint8_t>(bytes[i])} << (24 - 8 * (i % 4));
+  return sum;
+}
+
+uint64_t defined_value(const std::string& bytes) {
+  const uint64_t sum = sum_of_words(bytes);
+  const uint64_t folded = (sum & 0xFFFFFFFF) + (sum >> 32);
+  return ~(folded + (folded >> 32));
+}
+
 TEST(checksum_sum_test, upper_half_of_the_result_is_the_complement_of_zero) {
   checksum_sum sum;
   EXPECT_EQ(sum.finish(), 0xFFFFFFFFFFFFFFFF);
   sum.add("\x01\x02\x03\x04", 4);
   EXPECT_EQ(sum.finish(), 0xFFFFFFFFFEFDFCFB);
+}
+
+TEST(checksum_sum_test, a_carry_of_the_first_fold_stays_in_bit_32) {
+  const std::string ones(8, '\xFF');
+  for (const char* last : {"\x00\x00\x00\x01", "\x00\x00\x00\x02", "\xFF\xFF\xFF\xFF"}) {
+    checksum_sum sum;
+    sum.add(ones.data(), ones.size());
+    sum.add(last, 4);
+    EXPECT_EQ(sum.finish(), defined_value(ones + std::string(last, 4)));
+  }
+  checksum_sum sum;
+  sum.add((ones + big_endian(1)).data(), 12);  // 1 FFFF FFFF -> 1 0000 0000 -> 1 0000 0001
+  EXPECT_EQ(sum.finish(), 0xFFFFFFFEFFFFFFFE);
+}
+
+// Whether the first fold carries depends on the whole sum, so no piece may be folded for itself.
+TEST(checksum_sum_test, the_carry_does_not_depend_on_cuts_and_alignment) {
+  std::string bytes = noise(100, 7);
+  bytes += big_endian(0xFFFFFFFF - static_cast<uint32_t>(sum_of_words(bytes)));
+  ASSERT_EQ(defined_value(bytes) >> 32, 0xFFFFFFFEU);
+  for (size_t cut = 0; cut <= bytes.size(); cut++) {
+    for (size_t alignment = 0; alignment < 8; alignment++) {
+      alignas(8) char room[120];
+      memcpy(room + alignment, bytes.data() + cut, bytes.size() - cut);
+      checksum_sum sum;
+      sum.add(bytes.data(), cut);
+      sum.add(room + alignment, bytes.size() - cut);
+      ASSERT_EQ(sum.finish(), defined_value(bytes)) << cut << " " << alignment;
+    }
+  }
 }
 
 }  // namespace
