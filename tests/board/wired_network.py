@@ -24,7 +24,7 @@ NO_PRODUCT = f"NOTE: Can't get mac address from product config, using {MAC}\n"
 
 def info(state, mac=MAC, **shown):
     """What `network info` shows."""
-    return network_info(state, mac, **shown)
+    return network_info(state, mac.upper(), **shown)
 
 
 class Interface(NamedTuple):

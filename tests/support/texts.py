@@ -39,9 +39,9 @@ def system_failed(command: str, status: int = 1) -> str:
     return f"ERROR: system({command}) sys_rc={status << 8} exitstatus={status}\n"
 
 
-def network_info(state, mac, ip="<unavailable>", netmask="<unavailable>", gateway="<unavailable>", mode="auto", link="down"):
+def network_info(state, hw, ip="<unavailable>", netmask="<unavailable>", gateway="<unavailable>", mode="auto", link="down"):
     """What `network info` shows."""
-    return (f"\n  eth0: ({state})\n       hw addr : {mac.upper()}\n       ip addr : {ip}\n       netmask : {netmask}\n"
+    return (f"\n  eth0: ({state})\n       hw addr : {hw}\n       ip addr : {ip}\n       netmask : {netmask}\n"
             f"       gateway : {gateway}\n     link mode : {mode}\n    link state : {link}\n\n")
 
 

@@ -56,18 +56,6 @@ TEST_F(image_write_fd_test, raw_parts_go_to_their_partitions_and_the_bank_is_swi
   EXPECT_EQ(source.rest(), "what follows");
 }
 
-TEST_F(image_write_fd_test, good_headers_and_counts_are_told) {
-  const sender source(config_loader.whole());
-  log_level = 6;
-  EXPECT_EQ(install(source), 1);
-  EXPECT_EQ(root.printed(),
-            "VERBOSE: Found good image header: type=8\n"
-            "VERBOSE: image_validate_destination: mtd_dev_name=/dev/ubi0_0\n" +
-                config_loader.info() +
-                "VERBOSE: flash_write_buffer_fd received 16 bytes, written 16 bytes to flash\n"
-                "INFO: Wrote 1 image parts, skipped 0\n");
-}
-
 TEST_F(image_write_fd_test, a_stream_that_ends_or_fails_within_a_header_fails) {
   sender source(config_loader.whole().substr(0, 255));
   source.hang_up();
