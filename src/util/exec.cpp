@@ -1,16 +1,15 @@
-// Two runners use system(); the two that capture output use fork(), popen() and waitpid().
+// Two runners start a command and wait for it; the two that capture output do that in a fork() that reads.
 #include "util/exec.h"
 
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "util/command_pipe.h"
+#include "util/command_process.h"
 #include "util/log.h"
 #include "util/signals.h"
 
@@ -20,24 +19,15 @@ bool exited_cleanly(int status) {
   return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-// Whether Ctrl-C ended the tool. A shell that waited for the tool reports that as 128 and the signal's
-// number.
-bool ended_by_interrupt(int status) {
-  if (status == -1) {
-    return false;
-  }
-  return WIFSIGNALED(status) ? WTERMSIG(status) == SIGINT : WEXITSTATUS(status) == 128 + SIGINT;
-}
-
 int run(const char* command) {
   log_printf(level_verbose, "system(%s)\n", command);
-  const int status = system(command);
-  if (ended_by_interrupt(status)) {
-    // system() ignores Ctrl-C in this process while the tool runs, but a loop that can be interrupted must
-    // see it. Elsewhere the shell ignores the signal.
-    raise(SIGINT);
+  const pid_t process = command_start(command);
+  if (process != -1) {
+    return command_wait(process);
   }
-  return status;
+  // Without memory nothing was started; else there is no shell to run, which its status tells, too.
+  constexpr int shell_is_missing = 127 << 8;
+  return errno == ENOMEM || errno == EAGAIN ? -1 : shell_is_missing;
 }
 
 constexpr int child_failure = -1;
@@ -71,12 +61,8 @@ enum class capture_result { success, failure, signalled };
 
 // Waits for the child of a capturing runner and reports how it ended.
 capture_result wait_for_reader(const char* caller, const char* command, pid_t child) {
-  int status = 0;
-  pid_t waited;
-  do {
-    waited = waitpid(child, &status, 0);
-  } while (waited == -1 && errno == EINTR);
-  if (waited == -1) {
+  const int status = command_wait(child);
+  if (status == -1) {
     log_printf(level_error, "%s(%s): error waiting for child\n", caller, command);
     return capture_result::failure;
   }
@@ -92,6 +78,17 @@ capture_result wait_for_reader(const char* caller, const char* command, pid_t ch
   return capture_result::success;
 }
 
+// Forks a reader that Ctrl-C ends from its first moment: what is pressed before the action is the default
+// waits.
+pid_t fork_reader() {
+  const sigint_deferred until_set;
+  const pid_t child = fork();
+  if (child == 0) {
+    sigint_install_default();
+  }
+  return child;
+}
+
 // The common frame of the capturing runners. `body` gets the line to run and answers the child's exit
 // status; it runs in a child of its own, so that Ctrl-C ends the reading and the tool but not the shell.
 template <typename Body>
@@ -101,13 +98,12 @@ capture_result run_captured(const char* caller, const char* command, Body body) 
     return capture_result::failure;
   }
   log_printf(level_verbose, "%s: fork popen(%s)\n", caller, line.text());
-  const pid_t child = fork();
+  const pid_t child = fork_reader();
   if (child == -1) {
     log_printf(level_error, "%s(%s): fork failed\n", caller, command);
     return capture_result::failure;
   }
   if (child == 0) {
-    sigint_install_default();
     _exit(body(line.text()));
   }
   return wait_for_reader(caller, command, child);

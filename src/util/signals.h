@@ -29,7 +29,7 @@ class sigint_deferred {
 };
 
 /// While it lives, writing to a pipe that nobody reads any more fails with EPIPE instead of ending the shell.
-/// A tool that is started meanwhile inherits it; start tools before or after.
+/// Tools do not inherit that.
 class sigpipe_ignored {
  public:
   sigpipe_ignored();

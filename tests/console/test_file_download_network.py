@@ -101,14 +101,14 @@ def test_ctrl_c_ends_a_transfer(up):
 GET = 'tftp -g -l /tmp/file -r "file" 10.0.0.1'
 
 
-@pytest.mark.parametrize("call, error, told", [
-    ("fork", "EAGAIN", f"ERROR: exec_system_cmd_print_with_match({GET}): fork failed\n"),
-    ("waitpid", "ECHILD", f"ERROR: exec_system_cmd_print_with_match({GET}): error waiting for child\n"),
-    ("popen", "EMFILE", f"ERROR: exec_system_cmd_print_with_match: popen({GET} 2>&1) error(Too many open files)\n"
-                        "ERROR: Exit status=255\n"),
+@pytest.mark.parametrize("call, match, error, told", [
+    ("fork", "", "EAGAIN", f"ERROR: exec_system_cmd_print_with_match({GET}): fork failed\n"),
+    ("waitpid", "program", "ECHILD", f"ERROR: exec_system_cmd_print_with_match({GET}): error waiting for child\n"),
+    ("posix_spawn", "", "EMFILE",
+     f"ERROR: exec_system_cmd_print_with_match: popen({GET} 2>&1) error(Too many open files)\nERROR: Exit status=255\n"),
 ], ids=["fork", "waitpid", "popen"])
-def test_client_that_cannot_be_run(up, call, error, told):
-    up.fail_call(call, error=error, times=1)
+def test_client_that_cannot_be_run(up, call, match, error, told):
+    up.fail_call(call, match, error=error, times=1)
     assert up.command("file download network 10.0.0.1 file") == retrieving("file") + told + GET_FAILED + FAILURE
 
 

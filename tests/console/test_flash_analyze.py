@@ -323,9 +323,20 @@ def test_ctrl_c_while_the_volume_is_given_back_ends_the_table_afterwards(formatt
 
 
 def test_ctrl_c_that_ends_a_tool_ends_the_table(formatted):
-    formatted.answer("ubiattach", signal=2, times=1)
+    formatted.answer("ubiattach", hold=60, times=1)
     formatted.boot()
-    screen = analyze(formatted)
+    formatted.type("flash analyze")
+    formatted.wait_for("answer")
+    formatted.interrupt()
+    screen = formatted.text_until_prompt()
     assert screen.endswith("\n\nERROR: Terminated by signal\n" + FAILURE)
     assert "rootfs_2" not in screen
     assert formatted.ignores(2)
+
+
+def test_a_tool_that_answers_like_one_ended_by_ctrl_c_ends_nothing(formatted):
+    formatted.answer("ubiattach", status=130, times=1)
+    formatted.boot()
+    screen = analyze(formatted)
+    assert "rootfs_2" in screen
+    assert screen.endswith("\n" + SUCCESS)

@@ -322,7 +322,7 @@ def test_tools_of_protection_are_missing(dev):
 
 
 def test_no_process_for_a_tool(dev):
-    dev.fail_call("system", "flash_unlock", error="EAGAIN")
+    dev.fail_call("posix_spawn", "flash_unlock", error="EAGAIN")
     assert dev.install(LOADER[:256]) == (
         images.info(LOADER) + f"ERROR: system({UNLOCK_BOOTLOADER}) returned -1\n" + NOT_WRITTEN + NOT_INSTALLED)
     dev.expect_ran_exactly([LOCK_BOOTLOADER])

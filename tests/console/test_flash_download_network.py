@@ -239,7 +239,7 @@ def test_without_a_network(dev):
 
 
 def test_a_client_that_cannot_be_started(up):
-    up.fail_call("popen", "tftp", error="ENOMEM")
+    up.fail_call("posix_spawn", "tftp", error="ENOMEM")
     assert install(up) == (f"ERROR: cmd_flash_download_network: popen({TFTP}) error(Cannot allocate memory)\n"
                            + NOT_FETCHED + FAILURE)
     expect_untouched(up, fetched=0)
@@ -247,7 +247,7 @@ def test_a_client_that_cannot_be_started(up):
 
 def test_a_client_that_cannot_be_started_again(up):
     serve(up, CONFIG_LOADER)
-    up.fail_call("popen", "tftp", error="ENOMEM", after=1)
+    up.fail_call("posix_spawn", "tftp", error="ENOMEM", after=1)
     assert install(up) == (images.info(CONFIG_LOADER) + PREPARING + INSTALLING +
                            f"ERROR: cmd_flash_download_network: popen({TFTP}) error(Cannot allocate memory)\n"
                            + NOT_WRITTEN + FAILURE)

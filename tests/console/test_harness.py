@@ -153,16 +153,16 @@ def test_flash_requests_of_the_device_kernel(dev):
 
 def test_failing_call_fails_as_often_as_told(dev):
     dev.boot()
-    dev.fail_call("system", "/bin/dmesg", error="ENOMEM", after=1, times=1)
+    dev.fail_call("posix_spawn", "/bin/dmesg", error="ENOMEM", after=1, times=1)
     assert [dev.command("show klog") for _ in range(3)] == [
         "", "ERROR: system(/bin/dmesg) returned -1\n" + FAILURE, ""]
     assert [(event.call, event.subject, event.error) for event in dev.events.of("caught")] == [
-        ("system", "/bin/dmesg", "ENOMEM")]
+        ("posix_spawn", "/bin/dmesg", "ENOMEM")]
 
 
 def test_dropped_rules_are_gone(dev):
     dev.boot()
-    dev.fail_call("system", error="ENOMEM", optional=True)
+    dev.fail_call("posix_spawn", error="ENOMEM", optional=True)
     dev.drop_rules()
     assert dev.command("show klog") == ""
 

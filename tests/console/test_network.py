@@ -300,7 +300,7 @@ def test_words_that_ping_refuses(dev, words, output, started):
 def test_ping_that_cannot_be_started(dev):
     dev.boot()
     start(dev)
-    dev.fail_call("popen", "/bin/ping", error="ENOMEM")
+    dev.fail_call("posix_spawn", "/bin/ping", error="ENOMEM")
     assert dev.command("network ping 10.0.0.1") == (
         USING_ETH0 + f"ERROR: net_ping: popen({PING}) error(Cannot allocate memory)\n" + FAILURE)
 

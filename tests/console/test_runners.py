@@ -36,7 +36,7 @@ def test_a_device_without_any_tool(dev):
 
 def test_a_line_that_cannot_be_run(dev):
     dev.boot()
-    dev.fail_call("system", "/bin/dmesg", error="ENOMEM")
+    dev.fail_call("posix_spawn", "/bin/dmesg", error="ENOMEM")
     assert dev.command("show klog") == "ERROR: system(/bin/dmesg) returned -1\n" + FAILURE
     dev.expect_ran_exactly([])
 

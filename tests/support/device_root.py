@@ -198,13 +198,14 @@ class DeviceRoot:
                   after: int = 0, times: int = -1, optional: bool = False) -> None:
         """Makes a C library call of the program fail with `error`, returning `result`.
 
-        call      open fopen read write fwrite lseek select fork waitpid system popen pclose pipe malloc mmap stat
-                  fstat statfs tcgetattr tcsetattr tcflush socket sigaction
+        call      open fopen read write fwrite lseek select fork waitpid posix_spawn pipe malloc mmap stat fstat
+                  statfs tcgetattr tcsetattr tcflush socket sigaction
         match     only calls whose path (also of a descriptor) or command line contains this text; for malloc and
-                  mmap the exact size, for sigaction the exact signal number
+                  mmap the exact size, for sigaction the exact signal number, for waitpid "program" or "reader"
         after     so many matching calls succeed first; times: so many fail then, -1 = all
         error     None: no error. read and write then move at most `result` bytes (0: nothing, the end of input),
-                  other calls are skipped and return `result`; select with 0 times out at once
+                  other calls are skipped and return `result`; select with 0 times out at once; the child of
+                  fork is sent the signal `result` before it does anything
         optional  the test does not fail when the call never comes
         """
         self._add_rule(call, match, error, result, after, times, b"", optional)

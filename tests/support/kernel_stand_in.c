@@ -9,8 +9,8 @@
  * - Calls that a test chose (struct call_rule in control.h) fail, or move fewer bytes than asked.
  *
  * A rule is compared with the subject of a call: the path for calls on paths and descriptors, the command
- * line for system and popen, the size for malloc and mmap, path and number ("/dev/mtd0 0x40044d17") for
- * ioctl, else "".
+ * line for posix_spawn, "program" or "reader" for waitpid (which of them calls it), the size for malloc and
+ * mmap, path and number ("/dev/mtd0 0x40044d17") for ioctl, else "".
  *
  * The library is inert outside of a device root. */
 #define _GNU_SOURCE
@@ -25,6 +25,7 @@
 #include <linux/sockios.h>
 #include <net/if.h>
 #include <signal.h>
+#include <spawn.h>
 #include <stdbool.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
@@ -44,8 +45,10 @@
 #endif
 
 static struct control* control;
+static pid_t program; /* the process that this library was loaded into; its children are readers */
 
 static void __attribute__((constructor)) map_control(void) {
+  program = getpid();
   long fd = syscall(SYS_openat, AT_FDCWD, CONTROL_FILE, O_RDWR | O_CLOEXEC, 0);
   if (fd < 0) {
     return;
@@ -535,11 +538,46 @@ int tcflush(int fd, int queue) {
 #define CATCHABLE(type, name, types, subject, parameters, arguments) \
   CATCHABLE_AS(#name, type, name, types, subject, parameters, arguments)
 
-CATCHABLE(pid_t, fork, (void), path_subject(""), (void), ())
-CATCHABLE(pid_t, waitpid, (pid_t, int*, int), path_subject(""), (pid_t child, int* status, int options),
-          (child, status, options))
-CATCHABLE(int, system, (const char*), path_subject(line), (const char* line), (line))
-CATCHABLE(int, pclose, (FILE*), path_subject(""), (FILE * file), (file))
+/* A rule without an error lets the fork happen and sends the child a signal before it does anything else. */
+pid_t fork(void) {
+  REAL(pid_t, fork, void)
+  const struct call_rule* rule = has_rule("fork") ? caught("fork", "", false) : NULL;
+  if (rule == NULL) {
+    return real();
+  }
+  note_caught("fork", "", rule);
+  if (rule->error != 0) {
+    return -1;
+  }
+  const pid_t child = real();
+  if (child == 0) {
+    raise((int)rule->result);
+  }
+  return child;
+}
+
+/* What the program's process waits for, and what a reader that it forked waits for, happen at the same time.
+ */
+static const char* waiting_process(void) {
+  return getpid() == program ? "program" : "reader";
+}
+
+/* Starts the shell for a command line, which is the third word; answers an error number, not -1. */
+int posix_spawn(pid_t* child, const char* path, const posix_spawn_file_actions_t* actions,
+                const posix_spawnattr_t* attributes, char* const words[], char* const environment[]) {
+  REAL(int, posix_spawn, pid_t*, const char*, const posix_spawn_file_actions_t*, const posix_spawnattr_t*,
+       char* const[], char* const[])
+  const char* line = words[1] != NULL && words[2] != NULL ? words[2] : "";
+  const struct call_rule* rule = has_rule("posix_spawn") ? caught("posix_spawn", line, false) : NULL;
+  if (rule == NULL) {
+    return real(child, path, actions, attributes, words, environment);
+  }
+  note_caught("posix_spawn", line, rule);
+  return rule->error;
+}
+
+CATCHABLE(pid_t, waitpid, (pid_t, int*, int), path_subject(waiting_process()),
+          (pid_t child, int* status, int options), (child, status, options))
 CATCHABLE(int, pipe, (int*), path_subject(""), (int ends[2]), (ends))
 CATCHABLE_AS("pipe", int, pipe2, (int*, int), path_subject(""), (int ends[2], int flags), (ends, flags))
 CATCHABLE(off_t, lseek, (int, off_t, int), fd_subject(fd), (int fd, off_t offset, int whence),
@@ -561,12 +599,6 @@ CATCHABLE(int, socket, (int, int, int), path_subject(""), (int domain, int type,
           (domain, type, protocol))
 CATCHABLE(int, sigaction, (int, const struct sigaction*, struct sigaction*), number_subject((size_t)number),
           (int number, const struct sigaction* act, struct sigaction* old), (number, act, old))
-
-FILE* popen(const char* line, const char* mode) {
-  REAL(FILE*, popen, const char*, const char*)
-  CATCH_POINTER("popen", path_subject(line), false, NULL)
-  return real(line, mode);
-}
 
 void* mmap(void* address, size_t length, int protection, int flags, int fd, off_t offset) {
   REAL(void*, mmap, void*, size_t, int, int, int, off_t)

@@ -76,7 +76,7 @@ TEST_F(jffs2_test, a_device_that_tells_no_size_is_not_dumped) {
 }
 
 TEST_F(jffs2_test, a_dump_that_cannot_be_started_is_an_error) {
-  root.fail_call("popen", {.match = "jffs2dump", .error = ENOMEM, .result = 0});
+  root.fail_call("posix_spawn", {.match = "jffs2dump", .error = ENOMEM, .result = 0});
   EXPECT_EQ(flash_analyze_jffs2("/dev/mtd0", &record_), 0);
   EXPECT_EQ(root.printed(),
             "ERROR: flash_analyze_jffs2: popen(" + dump + ") error(Cannot allocate memory)\n");

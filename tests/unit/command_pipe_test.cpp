@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 
 #include "loader_test.h"
+#include "util/signals.h"
 
 namespace {
 
@@ -43,8 +44,56 @@ TEST_F(command_pipe_test, tools_do_not_inherit_the_pipe) {
   EXPECT_EQ(fcntl(tool.fd(), F_GETFD), FD_CLOEXEC);
 }
 
+TEST_F(command_pipe_test, a_tool_of_the_shells_group_is_reached_by_ctrl_c) {
+  command_pipe tool("kill -INT $$; sleep 60", "r");
+  const int status = tool.close();
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(WTERMSIG(status), SIGINT);
+}
+
+// Two processes, of which the second alone holds the output.
+TEST_F(command_pipe_test, a_tool_in_its_own_group_can_be_ended_with_all_its_processes) {
+  root.answer("ps", {.out = "begun\n", .hold_ms = 60000});
+  command_pipe tool("/bin/ps | while read line; do echo $line; done", "r", command_pipe::group::its_own);
+  char line[64] = "";
+  EXPECT_NE(fgets(line, sizeof line, tool.stream()), nullptr);
+  const int output = fcntl(tool.fd(), F_DUPFD_CLOEXEC, 3);
+  const int status = tool.end();
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(WTERMSIG(status), SIGTERM);
+  EXPECT_EQ(read(output, line, sizeof line), 0) << "nobody is left who could write";
+  close(output);
+}
+
+TEST_F(command_pipe_test, a_tool_that_does_not_end_is_killed) {
+  command_pipe tool("trap '' TERM; echo begun; while :; do sleep 1; done", "r", command_pipe::group::its_own);
+  char line[64] = "";
+  EXPECT_NE(fgets(line, sizeof line, tool.stream()), nullptr);
+  const int status = tool.end();
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(WTERMSIG(status), SIGKILL);
+}
+
+TEST_F(command_pipe_test, a_tool_that_has_ended_is_only_reaped) {
+  root.answer("ps", {.status = 3});
+  command_pipe tool("/bin/ps", "r", command_pipe::group::its_own);
+  EXPECT_EQ(fgetc(tool.stream()), EOF);
+  while (root.events("exit").empty())
+    usleep(1000);
+  EXPECT_EQ(WEXITSTATUS(tool.end()), 3);
+}
+
+// A tool whose reader has gone ends, whatever the shell survives.
+TEST_F(command_pipe_test, tools_do_not_inherit_that_a_broken_pipe_is_survived) {
+  const sigpipe_ignored guard;
+  command_pipe tool("kill -PIPE $$", "r");
+  const int status = tool.close();
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(WTERMSIG(status), SIGPIPE);
+}
+
 TEST_F(command_pipe_test, a_tool_that_cannot_be_started_is_told_with_errno) {
-  root.fail_call("popen", {.error = EMFILE});
+  root.fail_call("posix_spawn", {.error = EMFILE});
   const command_pipe tool("/bin/ps", "r");
   EXPECT_EQ(errno, EMFILE);
   EXPECT_FALSE(tool);

@@ -15,6 +15,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "util/command_process.h"
+
 namespace {
 
 class device_root_test : public device_test {};
@@ -130,8 +132,9 @@ TEST_F(device_root_test, calls_fail_as_told) {
   root.fail_call("fork", {.error = EAGAIN, .after = 0, .times = 1});
   EXPECT_EQ(fork(), -1);
   EXPECT_EQ(errno, EAGAIN);
-  root.fail_call("popen", {.match = "fw_printenv", .error = ENOMEM});
-  EXPECT_EQ(popen("/usr/sbin/fw_printenv", "r"), nullptr);
+  root.fail_call("posix_spawn", {.match = "fw_printenv", .error = ENOMEM});
+  EXPECT_EQ(command_start("/usr/sbin/fw_printenv"), -1);
+  EXPECT_EQ(errno, ENOMEM);
   root.fail_call("open", {.match = "/dev/mtd2", .error = EACCES});
   EXPECT_EQ(open("/dev/mtd2", O_RDONLY), -1);
   EXPECT_EQ(errno, EACCES);

@@ -58,6 +58,48 @@ TEST_F(exec_system_cmd_test, a_killed_tool_is_a_failure) {
   EXPECT_EQ(root.printed(), "ERROR: system(kill -9 $$) sys_rc=9 exitstatus=0\n");
 }
 
+TEST_F(exec_system_cmd_test, a_system_call_that_fails_is_told_apart) {
+  root.fail_call("posix_spawn", {.error = ENOMEM});
+  EXPECT_EQ(exec_system_cmd(tool), 1);
+  EXPECT_EQ(root.printed(), "ERROR: system(/bin/ps) returned -1\n");
+}
+
+TEST_F(exec_system_cmd_test, ctrl_c_is_heard_however_shortly_the_tool_runs) {
+  sigint_install_test_interrupt();
+  EXPECT_EQ(exec_system_cmd("kill -INT $PPID"), 0);
+  EXPECT_EQ(test_interrupted, 1);
+}
+
+TEST_F(exec_system_cmd_test, ctrl_c_ends_the_tool_and_is_heard) {
+  sigint_install_test_interrupt();
+  EXPECT_EQ(exec_system_cmd("kill -INT $PPID; kill -INT $$; sleep 60"), 1);
+  EXPECT_EQ(test_interrupted, 1);
+  EXPECT_EQ(root.printed(), "ERROR: system(kill -INT $PPID; kill -INT $$; sleep 60) sys_rc=2 exitstatus=0\n");
+}
+
+// 128 and the number of the signal: what a shell answers whose tool Ctrl-C has ended.
+TEST_F(exec_system_cmd_test, a_status_of_130_is_no_ctrl_c) {
+  sigint_install_test_interrupt();
+  EXPECT_EQ(exec_system_cmd("exit 130"), 1);
+  EXPECT_EQ(exec_system_cmd_quiet("exit 130"), 1);
+  EXPECT_EQ(test_interrupted, 0);
+  EXPECT_EQ(root.printed(), "ERROR: system(exit 130) sys_rc=33280 exitstatus=130\n");
+}
+
+TEST_F(exec_system_cmd_test, an_interrupted_wait_goes_on) {
+  sigint_install_test_interrupt();
+  root.answer("ps", {.status = 2});
+  root.fail_call("waitpid", {.error = EINTR, .times = 2});
+  EXPECT_EQ(exec_system_cmd(tool), 1);
+  EXPECT_EQ(root.printed(), "ERROR: system(/bin/ps) sys_rc=512 exitstatus=2\n");
+}
+
+TEST_F(exec_system_cmd_test, without_a_shell_the_status_is_that_of_a_missing_tool) {
+  root.fail_call("posix_spawn", {.error = ENOENT});
+  EXPECT_EQ(exec_system_cmd(tool), 1);
+  EXPECT_EQ(root.printed(), "ERROR: system(/bin/ps) sys_rc=32512 exitstatus=127\n");
+}
+
 TEST_F(exec_system_cmd_test, the_tool_keeps_the_signal_settings_of_the_shell) {
   sigint_install_ignore();
   EXPECT_EQ(exec_system_cmd(tool), 0);
@@ -80,7 +122,7 @@ TEST_F(exec_system_cmd_quiet_test, no_failure_is_reported) {
   root.answer("ps", {.status = 2});
   EXPECT_EQ(exec_system_cmd_quiet(tool), 1);
   EXPECT_EQ(exec_system_cmd_quiet(killed_tool), 1);
-  root.fail_call("system", {.error = ENOMEM});
+  root.fail_call("posix_spawn", {.error = ENOMEM});
   EXPECT_EQ(exec_system_cmd_quiet(tool), 1);
   EXPECT_EQ(root.printed(), "");
 }
@@ -180,14 +222,14 @@ TEST_F(check_stderr_test, fork_that_fails_runs_nothing) {
 }
 
 TEST_F(check_stderr_test, wait_that_fails_is_a_failure) {
-  root.fail_call("waitpid", {.error = ECHILD, .times = 1});
+  root.fail_call("waitpid", {.match = "program", .error = ECHILD, .times = 1});
   EXPECT_EQ(exec_system_cmd_check_stderr(tool, false), 0);
   EXPECT_EQ(root.printed(), "ERROR: exec_system_cmd_check_stderr(/bin/ps): error waiting for child\n");
   reap_children();
 }
 
 TEST_F(check_stderr_test, a_tool_that_cannot_be_started_is_reported_by_reader_and_shell) {
-  root.fail_call("popen", {.error = EMFILE});
+  root.fail_call("posix_spawn", {.error = EMFILE});
   EXPECT_EQ(exec_system_cmd_check_stderr(tool, false), 0);
   EXPECT_EQ(root.printed(),
             "ERROR: exec_system_cmd_check_stderr: popen(/bin/ps 2>&1) error(Too many open files)\n"
@@ -270,11 +312,11 @@ TEST_F(print_with_match_test, fork_wait_and_start_failures_give_one) {
   root.fail_call("fork", {.error = EAGAIN, .times = 1});
   EXPECT_EQ(exec_system_cmd_print_with_match(tool, nullptr, nullptr, false), 1);
   EXPECT_EQ(root.printed(), "ERROR: exec_system_cmd_print_with_match(/bin/ps): fork failed\n");
-  root.fail_call("waitpid", {.error = ECHILD, .times = 1});
+  root.fail_call("waitpid", {.match = "program", .error = ECHILD, .times = 1});
   EXPECT_EQ(exec_system_cmd_print_with_match(tool, nullptr, nullptr, false), 1);
   EXPECT_EQ(root.printed(), "ERROR: exec_system_cmd_print_with_match(/bin/ps): error waiting for child\n");
   reap_children();
-  root.fail_call("popen", {.error = ENOMEM});
+  root.fail_call("posix_spawn", {.error = ENOMEM});
   EXPECT_EQ(exec_system_cmd_print_with_match(tool, nullptr, nullptr, false), 1);
   EXPECT_EQ(root.printed(),
             "ERROR: exec_system_cmd_print_with_match: popen(/bin/ps 2>&1) error(Cannot allocate memory)\n"
@@ -295,6 +337,24 @@ TEST_F(capturing_runner_test, tools_can_be_interrupted_though_the_shell_ignores_
   struct sigaction action;
   sigaction(SIGINT, nullptr, &action);
   EXPECT_EQ(action.sa_handler, SIG_IGN) << "the shell itself still ignores it";
+}
+
+// The stand-in sends the signal to the forked reader before that has set anything.
+TEST_F(capturing_runner_test, ctrl_c_ends_the_reader_from_its_first_moment) {
+  sigint_install_ignore();
+  root.fail_call("fork", {.error = 0, .result = SIGINT});
+  EXPECT_EQ(exec_system_cmd_check_stderr(tool, false), 0);
+  EXPECT_EQ(root.printed(), "\nERROR: Terminated by signal\n");
+  EXPECT_EQ(exec_system_cmd_print_with_match(tool, nullptr, nullptr, false), -1);
+  EXPECT_EQ(root.printed(), "\nERROR: Terminated by signal\n");
+  EXPECT_EQ(root.ran(), lines());
+}
+
+TEST_F(capturing_runner_test, an_interrupted_wait_goes_on) {
+  root.answer("ps", {.status = 3});
+  root.fail_call("waitpid", {.match = "program", .error = EINTR, .times = 2});
+  EXPECT_EQ(exec_system_cmd_print_with_match(tool, nullptr, nullptr, false), 1);
+  EXPECT_EQ(root.printed(), "ERROR: Child exit status=3\nERROR: Exit status=255\n");
 }
 
 TEST_F(capturing_runner_test, a_line_that_fills_the_buffer_runs_and_a_longer_one_is_refused_with_an_error) {

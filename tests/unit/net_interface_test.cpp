@@ -216,7 +216,7 @@ TEST_F(wait_string_test, the_whole_listing_is_read_and_the_text_may_stand_anywhe
 }
 
 TEST_F(wait_string_test, a_tool_that_cannot_be_started_is_an_error_at_once) {
-  root.fail_call("popen", {.error = EMFILE});
+  root.fail_call("posix_spawn", {.error = EMFILE});
   EXPECT_EQ(net_syscmd_ifconfig_wait_string("eth0", 5, "UP", 1), 0);
   EXPECT_EQ(net_syscmd_ifconfig_wait_string("eth0", 5, "UP", 0), 0);
   const std::string error =
@@ -319,7 +319,7 @@ TEST_F(gateway_test, the_last_character_goes_whatever_it_is) {
 
 TEST_F(gateway_test, tools_that_cannot_be_started) {
   log_level = level_verbose;
-  root.fail_call("popen", {.error = ENOMEM});
+  root.fail_call("posix_spawn", {.error = ENOMEM});
   EXPECT_EQ(net_get_gateway(0, &address_), 0);
   EXPECT_EQ(root.printed(), std::string("VERBOSE: net_get_gateway: popen(") + command +
                                 ")\nERROR: net_get_gateway: popen(" + command +

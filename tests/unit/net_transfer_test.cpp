@@ -101,7 +101,7 @@ TEST_F(ping_test, long_lines_and_tools_that_die_do_not_matter) {
 
 TEST_F(ping_test, a_tool_that_cannot_be_started) {
   log_level = level_trace;
-  root.fail_call("popen", {.error = EAGAIN});
+  root.fail_call("posix_spawn", {.error = EAGAIN});
   EXPECT_EQ(net_ping(0, server), 0);
   EXPECT_EQ(root.printed(),
             "TRACE: net_ping:\n"

@@ -220,7 +220,7 @@ TEST_F(ubifs_writer_test, a_tool_that_fails_after_its_input_goes_unnoticed) {
 }
 
 TEST_F(ubifs_writer_test, a_tool_that_cannot_be_started_is_an_error) {
-  root.fail_call("popen", {.match = "ubiupdatevol"});
+  root.fail_call("posix_spawn", {.match = "ubiupdatevol"});
   const sender line("x");
   EXPECT_EQ(ubi_write_buffer_ubifs_fd("/dev/ubi0_1", "ubi0", line.fd(), nullptr, 1, 0, nullptr), 0);
   EXPECT_EQ(root.printed(), "ERROR: Failed to open pipe for write\n");
