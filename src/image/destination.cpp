@@ -91,5 +91,9 @@ bool image_mask_skips(uint32_t mask, uint32_t contents_type) {
 }
 
 bool image_skips_boot_env(uint32_t contents_type) {
-  return contents_type == image_contents_boot_env && !ubi_is_clean("ubi0");
+  if (contents_type != image_contents_boot_env || ubi_is_clean("ubi0")) {
+    return false;
+  }
+  log_printf(level_note, "Skipping boot_env image because flash is not clean\n");
+  return true;
 }

@@ -45,6 +45,6 @@ bool image_mask_selects(uint32_t mask, uint32_t contents_type);
 /// without a destination is never skipped: an image with such a part is not for this device.
 bool image_mask_skips(uint32_t mask, uint32_t contents_type);
 
-/// Result: true when a part of this type is a boot environment that is to be skipped: one is in use on flash
-/// that is not clean. Asking pauses for two seconds.
+/// Result: true, after a note, when a part of this type is a boot environment that is to be skipped: on flash
+/// that is not clean one is in use. For that type asking pauses for two seconds.
 bool image_skips_boot_env(uint32_t contents_type);

@@ -92,7 +92,6 @@ bool write_part(const image_part& part, installation& state) {
     return true;
   }
   if (image_skips_boot_env(part.type)) {
-    log_printf(level_note, "Skipping boot_env image because flash is not clean\n");
     ++state.skipped;
     return true;
   }

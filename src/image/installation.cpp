@@ -46,6 +46,5 @@ bool installation_finish(const installation& state) {
   if (!state.switches_bank) {
     return true;
   }
-  const bool kernel_size_set = set_kernel_size(state);
-  return set_bootbank(state) && kernel_size_set;
+  return set_kernel_size(state) && set_bootbank(state);
 }

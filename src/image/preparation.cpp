@@ -80,7 +80,6 @@ bool prepare_volume(const mtd_partition& volume, uint32_t type, const uint8_t* h
 
 bool prepare_part(uint32_t type, mtd_banks bank, const uint8_t* header) {
   if (image_skips_boot_env(type)) {
-    log_printf(level_note, "Skipping boot_env image because flash is not clean\n");
     return true;
   }
   const mtd_partition* row = image_find_destination("image_prepare_system", type, bank);

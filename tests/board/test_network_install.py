@@ -13,7 +13,7 @@ from board_session import DEFAULT_ENVIRONMENT
 from network_device import OLD, OLD_VOLUMES, install, make_old
 from real_images import (BOOTLOADER, BOOTSTRAP, CONFIG_LOADER, KERNEL, SMALL_BOOTLOADER, SMALL_CONFIG_LOADER,
                          SMALL_KERNEL, contents, info, split)
-from texts import INSTALLING, PREPARING, SUCCESS
+from texts import INSTALLING, PREPARING, SKIPPED_BOOT_ENV, SUCCESS
 from ubi_device import (attached, expect_given_back, fresh_layout, root_files, single_layout, tar_gz, tar_xz, ubifs,
                         with_set_user_id)
 
@@ -68,12 +68,13 @@ def test_release_over_an_older_one(dev, server, parts):
     image = parts.build(("kernel", SMALL_KERNEL), ("boot-env", real_images.environment(bootdelay="7")),
                         ("config-loader", SMALL_CONFIG_LOADER), ("rootfs-ubifs-128k", root), ("oem-defaults", OEM),
                         ("python", tar_gz(PYTHON)))
+    kernel, boot_env, *others = split(image)
     assert install(dev, server, image, bank="2") == (
-        info(image) + PREPARING + "NOTE: Skipping boot_env image because flash is not clean\n" + INSTALLING
-        + info(image) + SUCCESS)
+        info(image) + PREPARING + SKIPPED_BOOT_ENV + INSTALLING + info(kernel + boot_env) + SKIPPED_BOOT_ENV
+        + info(b"".join(others)) + SUCCESS)
     expect_given_back(dev)
     dev.expect_locked()
-    kernel, _, config_loader = split(image)[:3]
+    config_loader = others[0]
     assert dev.environment() == dev.shown_environment() == {
         **DEFAULT_ENVIRONMENT, "bootbank": "2", "kernel_size_1": "1234", "kernel_size_2": kernel_size(kernel)}
     dev.expect_flash(**{**OLD, "kernel_2": kernel, "config_loader": config_loader,
@@ -126,6 +127,20 @@ def test_boot_environment_of_a_new_device(dev, server, parts):
     dev.expect_locked()
     assert dev.environment() == dev.shown_environment() == {
         **DEFAULT_ENVIRONMENT, "bootbank": "2", "bootdelay": "7", "kernel_size_2": kernel_size(kernel)}
+
+
+def test_boot_environment_of_a_new_device_whose_root_file_system_comes_with_it(dev, server, parts):
+    """The format between the two transfers makes it a device in use."""
+    image = parts.build(("boot-env", real_images.environment(bootdelay="7")), ("rootfs-tar", tar_xz(ROOT)))
+    boot_env, archive = split(image)
+    shown = install(dev, server, image)
+    assert without_complaints(shown) == (
+        info(image) + PREPARING + INSTALLING + info(boot_env) + SKIPPED_BOOT_ENV + info(archive) + SUCCESS)
+    expect_given_back(dev)
+    assert dev.environment() == dev.shown_environment() == {
+        **DEFAULT_ENVIRONMENT, "bootbank": "2", "kernel_size_2": "0"}
+    with attached(dev) as ubi:
+        assert ubi.files("rootfs_2") == with_set_user_id(ROOT)
 
 
 def test_every_bank_takes_its_kernel(dev, server):

@@ -6,7 +6,7 @@ import pytest
 import images
 from downloads import expect_at_rest
 from network import command, start
-from texts import FAILURE, INSTALLING, NOT_INSTALLED, PREPARING, SUCCESS
+from texts import FAILURE, INSTALLING, NOT_INSTALLED, PREPARING, SKIPPED_BOOT_ENV, SUCCESS
 
 QUIET = " &> /dev/null"
 ATTACH = [f"/usr/sbin/ubiattach /dev/ubi_ctrl -d 0 -p /dev/mtd10{QUIET}", f"/sbin/mdev -s{QUIET}"]
@@ -256,6 +256,19 @@ def test_header_that_lies_about_its_length_times_out(used):
     used.expect_not_ran("fw_setenv")
 
 
+def test_boot_environment_behind_the_root_file_system_that_the_flash_was_formatted_for(clean):
+    archive = images.part(images.ROOTFS_TAR_LZMA, images.pattern(9001, 1), more=True)
+    clean.boot()
+    clean.begin("flash download serial 2")
+    clean.send_stream(archive)
+    clean.wait_for("run", "ignored", "/bin/umount")
+    clean.partition("ubi0").write(b"UBI#")
+    clean.send(BOOT_ENV)
+    assert clean.text_until_prompt() == images.info(archive) + images.info(BOOT_ENV) + SKIPPED_BOOT_ENV + SUCCESS
+    assert clean.shell_lines == FORMAT + write_archive() + switch_to(2)
+    assert clean.partition("bootenv_1").read(0, 4) == bytes(4)
+
+
 # ---------------------------------------------------------------------- over the network
 
 TFTP = 'tftp -g -r "image.rom" -l - 10.0.0.1'
@@ -358,6 +371,24 @@ def test_network_boot_environment_is_erased_without_and_written_with_its_lock_br
     assert clean.shell_lines == [TFTP, "/usr/sbin/flash_erase -q /dev/mtd3 0 0", TFTP,
                                  "/usr/sbin/flash_unlock /dev/mtd3", "/usr/sbin/flash_lock /dev/mtd3 0 -1"]
     assert clean.partition("bootenv_1").read(0, 3000) == BOOT_ENV[256:]
+
+
+def test_network_boot_environment_that_the_root_file_system_leaves_no_clean_flash_for(clean):
+    """Erased while the flash was clean, dropped because the format for the root file system came in between."""
+    environment = images.part(images.BOOT_ENV, images.pattern(3000), more=True)
+    clean.answer("tftp", times=1, stdout=environment + ARCHIVE)
+    clean.answer("tftp", times=1, stdout=environment + ARCHIVE, held=True)
+    clean.boot()
+    start(clean)
+    clean.mark()
+    clean.type("flash download network 2 10.0.0.1 image.rom")
+    clean.expect(INSTALLING)
+    clean.partition("ubi0").write(b"UBI#")
+    clean.release("tftp")
+    assert clean.text_until_prompt() == images.info(environment) + SKIPPED_BOOT_ENV + images.info(ARCHIVE) + SUCCESS
+    assert clean.shell_lines == ([TFTP, "/usr/sbin/flash_erase -q /dev/mtd3 0 0"] + FORMAT + [TFTP] + write_archive() +
+                                 switch_to(2))
+    assert clean.partition("bootenv_1").read(0, 3000) == b"\xff" * 3000
 
 
 def test_network_preparing_at_verbosity_6(used):

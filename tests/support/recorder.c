@@ -162,6 +162,15 @@ static struct answer find_answer(void) {
   return found;
 }
 
+/* A held answer waits until the test has removed the file beside it. */
+static void wait_for_release(const struct answer* answer) {
+  char path[1024];
+  snprintf(path, sizeof path, "%s.held", answer->file);
+  while (answer->file[0] != '\0' && access(path, F_OK) == 0) {
+    sleep_ms(5);
+  }
+}
+
 /* ------------------------------------------------------------------ input and output */
 
 static bool input_is_pipe(void) {
@@ -425,6 +434,7 @@ static int run_tool(void) {
   }
   bool acts = own < sizeof own_acts / sizeof own_acts[0] && (!answered || answer.acts);
   sleep_ms(answer.delay_ms);
+  wait_for_release(&answer);
   if (!acts || !own_acts[own].takes_input) {
     read_input(answer.reads);
   }

@@ -19,6 +19,7 @@ BEGIN = "Begin serial download...\n"
 NOT_WRITTEN = "ERROR: Failed to write firmware image\n"
 NOT_INSTALLED = NOT_WRITTEN + FAILURE
 PREPARING, INSTALLING = "Preparing ...\n", "Installing ...\n"
+SKIPPED_BOOT_ENV = "NOTE: Skipping boot_env image because flash is not clean\n"
 SETTING_DEFAULTS = "Setting boot environment to defaults...\n"
 
 DHCP, STATIC = "NOTE: Using DHCP\n", "NOTE: Using static configuration\n"

@@ -89,6 +89,12 @@ TEST_F(exec_system_cmd_test, without_a_shell_the_status_is_that_of_a_missing_too
   EXPECT_EQ(root.printed(), "ERROR: system(/bin/ps) sys_rc=32512 exitstatus=127\n");
 }
 
+TEST_F(exec_system_cmd_test, a_system_call_that_fails_is_told_apart) {
+  root.fail_call("posix_spawn", {.error = ENOMEM});
+  EXPECT_EQ(exec_system_cmd(tool), 1);
+  EXPECT_EQ(root.printed(), "ERROR: system(/bin/ps) returned -1\n");
+}
+
 TEST_F(exec_system_cmd_test, the_tool_keeps_the_signal_settings_of_the_shell) {
   sigint_install_ignore();
   EXPECT_EQ(exec_system_cmd(tool), 0);
