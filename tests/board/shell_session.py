@@ -26,7 +26,7 @@ FAILURE = "Done: FAILURE\n"
 NOT_INSTALLED = "ERROR: Failed to write firmware image\n" + FAILURE
 
 # The cores may be busy with other boards and builds: nothing that is expected to come fails for being slow.
-PATIENCE = 120.0
+PATIENCE = 300.0
 # Longest the shell waits for a sender to start, and its settling before and after.
 START_SECONDS = 30
 IDLE_SECONDS = 3
