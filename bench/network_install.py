@@ -52,20 +52,20 @@ def _seconds_of_second_transfer(board):
     return elapsed
 
 
-def network_throughput(build, runs):
+def network_throughput(program, kesto, runs):
     """{what is installed: the throughputs of `runs` installations relative to the transfer alone}."""
     ratios = {}
     with tempfile.TemporaryDirectory() as name:
         directory = Path(name)
         served = directory / "tftp"
         served.mkdir()
-        with Board(directory / "board", build / "recovery-loader", tftp=served) as board:
+        with Board(directory / "board", program, tftp=served) as board:
             board.start()
             board.console.expect("CLI> ", timeout=PATIENCE)
             board.console.send("network ethernet start\r")
             board.console.expect("Done: SUCCESS", timeout=PATIENCE)
             for word, make in ("kernel", _kernel), ("rootfs-ubifs-128k", _root_file_system):
-                subprocess.run([build / "kesto", "image", "build", "-o", served / FILE, f"--{word}", make(directory)],
+                subprocess.run([kesto, "image", "build", "-o", served / FILE, f"--{word}", make(directory)],
                                check=True, stdout=subprocess.DEVNULL)
                 _seconds_of_second_transfer(board)  # the first one finds new flash
                 ratios[word] = [_seconds_into_nothing(board) / _seconds_of_second_transfer(board) for _ in range(runs)]

@@ -3,14 +3,21 @@ The device's kernel: Debian's for 32-bit ARM machines, unpacked with its headers
 device, cross-built from kernel/.
 """
 
+import lzma
 import os
 import re
 import shutil
+import struct
+import zlib
 
 from artefact_cache import BUILD, CROSS, HERE, PackageTree, SetupError, make, run
 
 # Loaded at boot, in this order, each after what it needs. The compressors come first: UBIFS looks for them once.
 MODULES = ("virtio_pci", "virtio_console", "lzo", "zstd", "deflate", "mtd", "ubi", "ubifs", "jffs2", "e100")
+
+# Where this kernel's build wants to lie: the start of the machine's memory, and the offset that holds for a kernel that some
+# of the boards in its configuration force upon all.
+KERNEL_ADDRESS = 0x4000_0000 + 0x20_8000
 
 # The headers refer to the scripts of the build machine's own package.
 _KBUILD = "usr/lib/linux-kbuild-6.1"
@@ -50,6 +57,32 @@ TREE = PackageTree("linux-armmp", "armhf", _fetch, _finish)
 def image():
     """The kernel as the package has it: a zImage. The tree must be there."""
     return TREE.path / "boot" / f"vmlinuz-{_release(TREE.path)}"
+
+
+def unpacked():
+    """
+    The same kernel unpacked, which saves a machine that starts it directly its own unpacking at each boot: a legacy image of
+    the boot loader, because that says where the kernel wants to lie.
+    """
+    return make(BUILD / "kernel.uImage", [HERE / "device_kernel.py", TREE.contents], _unpack)
+
+
+def _unpack(target):
+    packed = image().read_bytes()
+    # With the flags behind it: the unpacking code in front of the kernel holds the magic alone.
+    start = packed.find(b"\xfd7zXZ\0\0\1")
+    if start < 0:
+        raise SetupError(f"{image()}: unknown kernel compression")
+    kernel = lzma.LZMADecompressor().decompress(packed[start:])
+    target.write_bytes(_legacy_header(kernel) + kernel)
+
+
+def _legacy_header(kernel):
+    """The 64 bytes of include/image.h of U-Boot: Linux, ARM, a kernel, not compressed."""
+    def header(checksum):
+        return struct.pack(">7I4B32s", 0x27051956, checksum, 0, len(kernel), KERNEL_ADDRESS, KERNEL_ADDRESS,
+                           zlib.crc32(kernel), 5, 2, 2, 0, b"Linux")
+    return header(zlib.crc32(header(0)))
 
 
 def module():

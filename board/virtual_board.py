@@ -86,7 +86,7 @@ class Board(ChipFiles, Instruments):
         programs = {SHELL_PATH: self.program} if self.program else {}
         initrd.write_bytes(base + root_file_system.overlay(base, programs, self.files))
         chips = {chip: self.chip_path(chip) for chip in CHIP_SLOTS}
-        self._machine.start(made.kernel, initrd, self._kernel_words(), chips)
+        self._machine.start(made.unpacked_kernel, initrd, self._kernel_words(), chips)
         if wait:
             self.wait_boot(timeout)
 

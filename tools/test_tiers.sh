@@ -71,7 +71,7 @@ run_unit_tests() {
 need_unit() { setup_need build test; }
 need_console() { setup_need build test; }
 need_board() { setup_need build test arm board; }
-need_arm() { setup_need build arm; }
+need_arm() { setup_need build test arm; }
 need_fuzz() { setup_need build fuzz; }
 need_lint() { setup_need build test lint; }
 
@@ -109,6 +109,11 @@ tier_arm() {
     build_preset arm || return 1
     check arm links_libc_only tools/check_device_binary.sh build/arm/recovery-loader
     check arm starts_under_qemu tools/check_arm_start.sh build/arm/recovery-loader
+    build_preset release && tools/arm_device_root.sh || return 1
+    local left_out
+    mapfile -t left_out < <(sed -n '/^[^#]/s/^/--deselect=/p' tests/not_emulated)
+    timeout 1100 /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider "--junitxml=$results/arm.xml" \
+        --build=build/arm-root "${left_out[@]}" tests/console
 }
 
 tier_fuzz() {

@@ -23,7 +23,7 @@ def test_one_byte(dev, name, path, port):
 
 
 def test_five_megabytes(dev):
-    data = artefacts.ensure().boot_image.read_bytes()[:5 * MEBIBYTE]
+    data = artefacts.ensure().kernel.read_bytes()[:5 * MEBIBYTE]
     assert len(data) == 5 * MEBIBYTE, "a kernel is larger than that"
     assert dev.install(data, "file download serial kernel", timeout=600) == SUCCESS
     assert checksum_on_board(dev, "/tmp/kernel") == hashlib.sha256(data).hexdigest()

@@ -1,0 +1,111 @@
+"""What an installation costs the device's own program on the board: memory, and system calls as its kernel counts them."""
+
+import contextlib
+import os
+import re
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "board"))
+
+from virtual_board import UART_RATE, Board  # noqa: E402  (the path had to be set first)
+
+PATIENCE = 600
+SERVER, FILE = "10.0.2.2", "image.rom"
+KERNEL_SIZE, ROOT_SIZE, SERIAL_SIZE = 6 << 20, 24 << 20, 64 << 10
+# The true speed of a line of 115200 bits per second is the last.
+SERIAL_RATES = (UART_RATE, 40_000, 11_520)
+_COUNTER = "/sys/kernel/debug/tracing/events/raw_syscalls/sys_enter"
+
+
+class _Shell:
+    """The shell on a board: its memory, its system calls, and installations by it."""
+
+    def __init__(self, board, kesto, served):
+        self._board, self._kesto, self._served = board, kesto, served
+        self._command("network ethernet start")
+        self._pid = board.sh("pidof recovery-loader", check=True).output.strip()
+
+    def _command(self, line):
+        self._board.console.send(line + "\r")
+        if self._board.console.expect("Done: SUCCESS", "Done: FAILURE", timeout=PATIENCE).index:
+            sys.exit(f"bench: {line} failed")
+        self._board.console.expect("CLI> ", timeout=PATIENCE)
+
+    def memory_kib(self, field):
+        """VmRSS: resident now; VmHWM: the most that ever was."""
+        status = self._board.sh(f"cat /proc/{self._pid}/status", check=True).output
+        return int(re.search(rf"^{field}:\s+(\d+) kB", status, re.MULTILINE)[1])
+
+    @contextlib.contextmanager
+    def _counted(self, counts):
+        rule = f"hist:keys=id.syscall if common_pid == {self._pid}"
+        self._board.sh(f"echo '{rule}' >{_COUNTER}/trigger", check=True)
+        try:
+            yield
+            shown = self._board.sh(f"cat {_COUNTER}/hist", check=True).output
+            counts.update({name: int(hits) for name, hits in re.findall(r"id: (\w+) .*hitcount: +(\d+)", shown)})
+        finally:
+            self._board.sh(f"echo '!{rule}' >{_COUNTER}/trigger")
+
+    def _image(self, word, file):
+        subprocess.run([self._kesto, "image", "build", "-o", self._served / FILE, f"--{word}", file], check=True,
+                       stdout=subprocess.DEVNULL)
+        return (self._served / FILE).read_bytes()
+
+    def calls_of_network_installation(self, word, file):
+        """System calls per 4 KiB piece, the two transfers and all that stands around them included."""
+        size, counts = len(self._image(word, file)), {}
+        with self._counted(counts):
+            self._command(f"flash download network 2 {SERVER} {FILE}")
+        return sum(counts.values()) / (size / 4096)
+
+    def calls_over_serial(self, file, rate):
+        """System calls per KiB of a kernel that comes over the console at `rate` bytes per second."""
+        image, counts = self._image("kernel", file), {}
+        self._command("flash kill 1 kernel")
+        with self._counted(counts):
+            self._board.serial_download("flash download serial 1", image, rate=rate)
+            if self._board.console.expect("Done: SUCCESS", "Done: FAILURE", timeout=PATIENCE).index:
+                sys.exit(f"bench: nothing was installed at {rate} bytes per second")
+            self._board.console.expect("CLI> ", timeout=PATIENCE)
+        return sum(counts.values()) / (len(image) / 1024)
+
+
+def _root_file_system(directory, size):
+    tree, image = directory / "tree", directory / "rootfs.tar.xz"
+    tree.mkdir()
+    (tree / "file").write_bytes(os.urandom(size))
+    subprocess.run(["tar", "-cJf", image, "-C", tree, "."], check=True)
+    return image
+
+
+def _random(path, size):
+    path.write_bytes(os.urandom(size))
+    return path
+
+
+def installation_cost(program, kesto):
+    """
+    {"idle": KiB resident at the first prompt, "small" and "large": KiB above that at the peak of installing 64 KiB and then
+    24 MiB, "calls": system calls per 4 KiB piece of a kernel over the network, "serial": {rate: system calls per KiB}}.
+    """
+    with tempfile.TemporaryDirectory() as name:
+        directory = Path(name)
+        served = directory / "tftp"
+        served.mkdir()
+        small, kernel = _random(directory / "small", SERIAL_SIZE), _random(directory / "kernel", KERNEL_SIZE)
+        with Board(directory / "board", program, tftp=served) as board:
+            board.start()
+            board.console.expect("CLI> ", timeout=PATIENCE)
+            shell = _Shell(board, kesto, served)
+            cost = {"idle": shell.memory_kib("VmRSS")}
+            shell.calls_of_network_installation("kernel", small)
+            cost["small"] = shell.memory_kib("VmHWM") - cost["idle"]
+            cost["calls"] = shell.calls_of_network_installation("kernel", kernel)
+            shell.calls_of_network_installation("rootfs-tar", _root_file_system(directory, ROOT_SIZE))
+            cost["large"] = shell.memory_kib("VmHWM") - cost["idle"]
+            cost["serial"] = {rate: shell.calls_over_serial(small, rate) for rate in SERIAL_RATES}
+    return cost
