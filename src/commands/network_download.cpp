@@ -56,17 +56,21 @@ struct server_file {
   }
 };
 
-// Fetches the file and hands the stream to `receive`. How the client ends tells nothing: its pipe breaks when
-// the image ends before the file does.
+// Fetches the file and hands the stream to `receive`. After a good transfer the client is waited for: it
+// still acknowledges the last block to the server. How it ends tells nothing, for its pipe breaks when the
+// image ends before the file does. After a failed one nobody needs it any more, and a server may let it wait
+// for long.
 template <typename Receive>
 bool transfer(const long_command_line& command, Receive receive) {
-  command_pipe client(command.text(), "r");
+  command_pipe client(command.text(), "r", command_pipe::group::its_own);
   if (!client) {
     log_printf(level_error, "%s: popen(%s) error(%s)\n", "cmd_flash_download_network", command.text(),
                strerror(errno));
     return false;
   }
-  return receive(client.fd());
+  const bool received = receive(client.fd());
+  received ? client.close() : client.end();
+  return received;
 }
 
 bool check_image(const long_command_line& command, mtd_banks bank) {

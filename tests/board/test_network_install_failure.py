@@ -88,7 +88,7 @@ def test_first_transfer_that_breaks_off(dev, server):
         (image[:-1], info(image) + no_data + NO_DATA),
         (loader + kernel, info(loader + kernel) + no_header + NO_DATA),
         (Stops(in_kernel, "worn out"), info(loader + kernel) + WORN_OUT + no_data + NO_DATA),
-        (Stops(in_kernel), info(loader + kernel) + no_data + SILENCE + "tftp: timeout\n"),
+        (Stops(in_kernel), info(loader + kernel) + no_data + SILENCE),
     ]
     for file, said in broken:
         expect_refused(dev, server, file, said)
@@ -130,7 +130,7 @@ def test_second_transfer_that_breaks_off(dev, server):
         (Stops(b"", "worn out"), WORN_OUT + "ERROR: Failed to write firmware image " + NO_DATA, b"", b""),
         (image[:-1], info(image) + cut_off.format(NO_DATA), kernel, config_loader[:-1]),
         (Stops(in_kernel, "worn out"), info(kernel) + WORN_OUT + cut_off.format(NO_DATA), in_kernel, b""),
-        (Stops(in_kernel), info(kernel) + cut_off.format(SILENCE) + "tftp: timeout\n", in_kernel, b""),
+        (Stops(in_kernel), info(kernel) + cut_off.format(SILENCE), in_kernel, b""),
     ]
     for file, said, kernel_left, config_loader_left in broken:
         expect_not_installed(dev, server, image, file, said, kernel_2=kernel_left, config_loader=config_loader_left)

@@ -1,6 +1,8 @@
 """Installing an image over the network: fetched once to check all of it, and once more to write it. Nothing is erased
 before the first transfer was found good, and the saved headers never stay behind."""
 
+from pathlib import Path
+
 import pytest
 
 import images
@@ -59,8 +61,8 @@ def damaged(part):
 
 
 def expect_untouched(dev, fetched=1):
-    """The image was fetched so often, and nothing else was done."""
-    assert steps(dev) == [TFTP] * fetched
+    """The image was fetched so often, and nothing else was done. A client that is ended at once may not have begun."""
+    assert dev.shell_lines in ([TFTP] * fetched, [])
     for partition in dev.partitions:
         if partition.name != "ubi0":
             assert partition.read(0, 13) == b"old contents\0", partition.name
@@ -255,7 +257,7 @@ def test_a_client_that_cannot_be_started_again(up):
 
 
 def test_headers_that_cannot_be_saved(up):
-    serve(up, IMAGE)
+    serve(up, IMAGE, optional=True)
     up.fail_call("open", SAVED_HEADERS, error="ENOSPC")
     assert install(up) == "ERROR: Failed to save image information\n" + NOT_FETCHED + FAILURE
     expect_untouched(up)
@@ -340,11 +342,34 @@ def test_a_part_that_nothing_takes(up, contents_type):
      + "ERROR: Failed to read firmware data [Connection timed out]\n"),
 ], ids=["before the header", "in the header", "in the contents"])
 def test_a_server_that_falls_silent_in_the_first_transfer(up, sent, output):
-    up.answer("tftp", stdout=IMAGE[:sent], hold=5, status=1)
+    up.answer("tftp", stdout=IMAGE[:sent], hold=5, status=1, optional=sent == 0)
     if sent == 0:
         up.fail_call("select", error=None, result=0, times=1)  # instead of 30 seconds
     assert install(up) == output + NOT_FETCHED + FAILURE
     expect_untouched(up)
+
+
+def client_ends(dev):
+    """The exit status of every client that came to its own end."""
+    return [event.fields[1] for event in dev.events.of("exit") if event.fields[0] == "tftp"]
+
+
+def test_the_client_of_a_good_transfer_ends_by_itself(up):
+    """It still has to tell the server that the last block has come."""
+    serve(up, IMAGE, hold=0.3)
+    assert install(up).endswith(SUCCESS)
+    assert client_ends(up) == ["0", "0"]
+
+
+@pytest.mark.parametrize("files", [[damaged(IMAGE)], [IMAGE, damaged(LOADER)]], ids=["first", "second"])
+def test_a_client_that_nobody_needs_any_more_is_ended(up, files):
+    """A transfer has failed, and its server lets the client wait."""
+    for file in files[:-1]:
+        up.answer("tftp", times=1, stdout=file)
+    up.answer("tftp", stdout=files[-1], hold=3600)
+    assert install(up).endswith(FAILURE)
+    assert client_ends(up) == ["0"] * (len(files) - 1)
+    assert not Path(f"/proc/{up.pid}/task/{up.pid}/children").read_text(), "nothing is left running"
 
 
 # ---------------------------------------------------------------------- preparing fails
