@@ -24,7 +24,7 @@ from serial_ports import SerialPort, SerialPorts, Timeout
 PROMPT = b"CLI> "
 BANNER = "Zentavio Solvantra Recovery Loader v3.1.0.0R1 ("
 ENTER = b"\r"
-TIMEOUT = 15  # seconds; generous, for a machine that runs many tests at once
+TIMEOUT = 60  # seconds; generous, for a machine that runs many tests at once, and for the emulator
 
 
 def onlcr(text: str) -> bytes:
