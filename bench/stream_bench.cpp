@@ -1,4 +1,5 @@
-// Streams from standard input the way the shell does from a port or a pipe: LENGTH bytes into FILE as into a raw partition
+// Streams LENGTH bytes from standard input into FILE the way the shell does from a port or a pipe into a raw
+// partition:
 //
 //   stream_bench FILE LENGTH
 #include <cstdio>

@@ -20,8 +20,9 @@ _READ, _, _DATA, _ACKNOWLEDGEMENT, _ERROR, _OPTIONS = range(1, 7)
 _NOT_FOUND, _OTHER = 1, 0
 BLOCK, _LARGEST_BLOCK = 512, 1428
 # An unacknowledged packet is sent again after so long, so often. Sooner, what the client repeats is a late copy: who
-# answered it would send everything twice from there on.
-_AGAIN_SECONDS, _TRIES = 0.2, 50
+# answered it would send everything twice from there on. The client does not take anything while the shell installs what came
+# so far; on busy cores that may be minutes.
+_AGAIN_SECONDS, _TRIES = 0.2, 1500
 
 
 class Stops:
