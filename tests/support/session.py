@@ -51,7 +51,7 @@ class Session:
     and a port has send(bytes), expect(bytes, timeout=...).before, unread and output.
     """
 
-    patience = 15.0  # seconds for what must come
+    patience = 60.0  # seconds for what must come: nothing fails for a busy machine or the emulator
     console = None
     ports = {}
 
