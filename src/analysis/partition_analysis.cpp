@@ -256,11 +256,13 @@ bool analyze_partition(const char* dev_name, int image, int format, flash_analys
 }  // namespace
 
 bool flash_analyze(const mtd_partition& row, flash_analysis* record) {
+  *record = {};
   return is_volume(row.image, row.format) ? ubi_ubifs_analyze(row, record)
                                           : analyze_partition(row.dev_name, row.image, row.format, record);
 }
 
 bool flash_analyze(const char* dev_name, int image, int format, flash_analysis* record) {
+  *record = {};
   return is_volume(image, format) ? ubi_ubifs_analyze(dev_name, record)
                                   : analyze_partition(dev_name, image, format, record);
 }

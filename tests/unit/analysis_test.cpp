@@ -2,8 +2,10 @@
 // volumes.
 #include "analysis/partition_analysis.h"
 
+#include <zlib.h>
 #include "analysis/ubifs_analysis.h"
 #include "flash/clean_check.h"
+
 #include "ubi_test.h"
 
 namespace {
@@ -82,7 +84,7 @@ TEST_F(jffs2_test, a_dump_that_cannot_be_started_is_an_error) {
             "ERROR: flash_analyze_jffs2: popen(" + dump + ") error(Cannot allocate memory)\n");
 }
 
-// ---------------------------------------------------------------------------------------------- kinds and
+// -------------------------------------------------------------------------------------------- kinds and
 // formats
 
 TEST_F(analysis_test, file_systems_are_told_apart_by_their_format) {
@@ -108,6 +110,27 @@ TEST_F(analysis_test, a_device_that_is_not_there) {
     EXPECT_EQ(flash_analyze("/dev/mtd9", kind, mtd_format_raw, &record_), 0) << kind;
   }
   EXPECT_EQ(root.printed(), "");
+}
+
+TEST_F(analysis_test, what_the_record_held_before_does_not_matter) {
+  const auto soil = [this] { memset(static_cast<void*>(&record_), 0xA5, sizeof record_); };
+  root.answer("jffs2dump", {.times = 2, .out = "Empty space: 1, dirty space: 1\n"});
+  soil();
+  EXPECT_EQ(analyze(mtd_image_rootfs, mtd_format_jffs2), 1);
+  EXPECT_EQ(record_.clean, 0);
+  soil();
+  mtd_partition row = mtd_config_table[9];
+  row.dev_name = "/dev/mtd0";
+  row.image = mtd_image_userfs;
+  row.format = mtd_format_jffs2;
+  EXPECT_EQ(flash_analyze(row, &record_), 1);
+  EXPECT_EQ(record_.clean, 0);
+  soil();
+  EXPECT_EQ(analyze(mtd_image_other, mtd_format_raw), 0);
+  EXPECT_EQ(record_.size, 0U);
+  EXPECT_EQ(record_.crc, 0U);
+  EXPECT_EQ(text_of(record_.version, sizeof record_.version), "");
+  EXPECT_EQ(text_of(record_.code, sizeof record_.code), "");
 }
 
 // ---------------------------------------------------------------------------------------------- read errors
@@ -148,7 +171,7 @@ TEST_F(analysis_test, the_steps_of_a_refusal_are_traced) {
   }
 }
 
-// ---------------------------------------------------------------------------------------------- files in
+// --------------------------------------------------------------------------------------------- files in
 // volumes
 
 class file_within_test : public analysis_test {
