@@ -153,18 +153,15 @@ bool flash_analyze_rom(const char* dev_name, int image, flash_analysis* record) 
 class environment_search {
  public:
   void add(const uint8_t* piece, size_t size) {
-    if (end_ == 0) {
-      memcpy(&stored_, piece, sizeof stored_);
-      note_used(piece, sizeof stored_);
-      end_ = sizeof stored_;
-      piece += sizeof stored_;
-      size -= sizeof stored_;
+    note_used(piece, size);
+    while (end_ < sizeof stored_ && size > 0) {
+      stored_[end_++] = *piece++;
+      --size;
     }
     crc_ = crc32(crc_, piece, static_cast<uInt>(size));
-    note_used(piece, size);
     end_ += size;
     if (found_length_ == 0 && end_ == next_length_) {
-      if (crc_ == stored_) {
+      if (crc_ == stored_crc()) {
         found_length_ = end_;
         found_used_ = used_;
       }
@@ -172,7 +169,11 @@ class environment_search {
     }
   }
   bool found() const { return found_length_ != 0; }
-  uint32_t stored_crc() const { return stored_; }
+  uint32_t stored_crc() const {
+    uint32_t crc;
+    memcpy(&crc, stored_, sizeof crc);
+    return crc;
+  }
   uint64_t length() const { return found_length_; }
   uint64_t used() const { return found_used_; }
 
@@ -186,7 +187,7 @@ class environment_search {
     }
   }
 
-  uint32_t stored_ = 0;
+  uint8_t stored_[4] = {};  // the CRC, in the order of the processor
   uLong crc_ = 0;
   uint64_t end_ = 0;             // bytes seen
   uint64_t used_ = 0;            // bytes up to the last that is not erased

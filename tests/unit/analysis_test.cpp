@@ -133,6 +133,40 @@ TEST_F(analysis_test, what_the_record_held_before_does_not_matter) {
   EXPECT_EQ(text_of(record_.code, sizeof record_.code), "");
 }
 
+// --------------------------------------------------------------------------------------- boot environment
+
+class environment_search_test : public analysis_test {
+ protected:
+  static std::string environment(size_t size) {
+    std::string body = "bootbank=1" + std::string(2, '\0');
+    body.resize(size - 4, '\xff');
+    const auto crc = static_cast<uint32_t>(
+        crc32(0, reinterpret_cast<const Bytef*>(body.data()), static_cast<uInt>(body.size())));
+    return std::string(reinterpret_cast<const char*>(&crc), sizeof crc) + body;
+  }
+  // Looks for `content` at the start of an erased partition of `size` bytes.
+  int search(size_t size, const std::string& content) {
+    root.set_partitions({{"bootenv_1", size, 0x10000}});
+    root.write_file("/dev/mtd0", content + std::string(size - content.size(), '\xff'));
+    return analyze(mtd_image_boot_env, mtd_format_uboot_env);
+  }
+};
+
+TEST_F(environment_search_test, the_smallest_environment_has_2048_bytes) {
+  EXPECT_EQ(search(0x10000, environment(2048)), 1);
+  EXPECT_EQ(record_.size, 16U);
+  EXPECT_EQ(search(2048, environment(2048)), 1);
+  EXPECT_EQ(search(0x10000, environment(1024)), 0);
+  EXPECT_EQ(search(1024, environment(1024)), 0);
+  EXPECT_EQ(search(2047, environment(2048).substr(0, 2047)), 0);
+}
+
+TEST_F(environment_search_test, a_partition_too_small_for_any_holds_none) {
+  for (size_t size = 0; size <= 9; size++)
+    EXPECT_EQ(search(size, std::string(size, 'e')), 0) << size;
+  EXPECT_EQ(root.printed(), "");
+}
+
 // ---------------------------------------------------------------------------------------------- read errors
 
 TEST_F(analysis_test, a_read_error_in_the_middle_of_a_kernel) {
