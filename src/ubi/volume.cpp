@@ -37,6 +37,12 @@ int64_t read_number(const char* caller, const char* path) {
   return number;
 }
 
+// A number of erase blocks; -1 for one that no flash has. The blocks of all volumes together fit an int.
+int as_lebs(int64_t number) {
+  constexpr int64_t most = INT32_MAX / 4;
+  return number >= 0 && number <= most ? static_cast<int>(number) : -1;
+}
+
 // An attribute of a volume. The directory is always that of ubi0, the only UBI device.
 int64_t read_volume_number(const char* caller, const char* dev_name, const char* attribute) {
   constexpr size_t dev_prefix = sizeof "/dev/" - 1;
@@ -101,12 +107,12 @@ bool ubi_erase_volume(const char* dev_name, const char* ubi_dev_name) {
 
 int ubi_get_volume_size_in_lebs(const char* dev_name) {
   log_printf(level_trace, "%s: dev_name=%s\n", __func__, dev_name);
-  return static_cast<int>(read_volume_number(__func__, dev_name, "reserved_ebs"));
+  return as_lebs(read_volume_number(__func__, dev_name, "reserved_ebs"));
 }
 
 int ubi_get_free_num_lebs() {
   log_printf(level_trace, "%s:\n", __func__);
-  return static_cast<int>(read_number(__func__, "/sys/class/ubi/ubi0/avail_eraseblocks"));
+  return as_lebs(read_number(__func__, "/sys/class/ubi/ubi0/avail_eraseblocks"));
 }
 
 int64_t ubi_get_volume_size_in_bytes(const char* dev_name) {

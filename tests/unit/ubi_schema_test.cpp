@@ -95,6 +95,33 @@ TEST_F(ubi_schema_test, a_device_too_small_for_two_banks_is_not_resized_to_nothi
                                 "ERROR: Failed to resize volume rootfs_1 to 0 LEBs\n");
 }
 
+// Only a single bank of exactly one block is out of use.
+TEST_F(ubi_schema_test, a_single_bank_of_none_or_two_blocks_counts_as_in_use) {
+  for (const int lebs : {0, 2}) {
+    set_lebs(300, 300, lebs, 0);
+    EXPECT_EQ(change_for("1", "/dev/ubi0_1"), 0) << lebs;
+    EXPECT_EQ(root.printed(),
+              "ERROR: Rootfs schema mismatch. Expected dual, detected single.\n"
+              "NOTE: Try full \"flash clean\" first.\n");
+    EXPECT_EQ(change_for("single", "/dev/ubi0_2"), 1) << lebs;
+    EXPECT_EQ(root.printed(), "");
+  }
+}
+
+TEST_F(ubi_schema_test, a_number_of_blocks_that_no_flash_has_is_not_known) {
+  for (const char* number : {"5000000000", "536870912", "99999999999999999999"}) {
+    set_lebs(1, 1, 599, 0);
+    set_attribute("ubi0_2/reserved_ebs", std::string(number) + "\n");
+    EXPECT_EQ(change_for("single", "/dev/ubi0_0"), 0) << number;
+    EXPECT_EQ(root.printed(), "ERROR: Failed to discover all current rootfs volume sizes\n");
+    set_lebs(1, 1, 599, 0);
+    set_attribute("avail_eraseblocks", std::string(number) + "\n");
+    EXPECT_EQ(change_for("single", "/dev/ubi0_0"), 0) << number;
+    EXPECT_EQ(root.printed(), "ERROR: Failed to discover all current rootfs volume sizes\n");
+    EXPECT_EQ(root.shell_lines(), lines({get_bank}));
+  }
+}
+
 TEST_F(ubi_schema_test, a_table_that_lacks_one_of_the_three_changes_nothing) {
   for (const int missing : {11, 12}) {
     set_lebs(300, 300, 1, 0);
