@@ -36,6 +36,11 @@ bool take_value(char* line, const char* key, char (&field)[Size]) {
 }
 
 void read_product_info(flash_analysis* record) {
+  // What is no file is not opened: a pipe would wait for its writer, a device might do anything.
+  struct stat status;
+  if (stat(product_info_path, &status) != 0 || !S_ISREG(status.st_mode)) {
+    return;
+  }
   FILE* file = fopen(product_info_path, "re");
   if (file == nullptr) {
     return;

@@ -1,5 +1,6 @@
 """The table of what each partition holds."""
 
+import os
 import struct
 import zlib
 
@@ -271,6 +272,17 @@ def test_product_information(formatted, text, version, code):
 def test_volume_without_product_information(formatted):
     formatted.boot()
     assert row("rootfs_1", "active", size="100000") in analyze(formatted)
+
+
+@pytest.mark.parametrize("make", [os.mkfifo, os.mkdir, lambda path: os.symlink("/dev/full", path),
+                                  lambda path: os.symlink("nowhere", path)],
+                         ids=["pipe", "directory", "device", "dangling link"])
+def test_what_is_no_file_is_no_product_information(formatted, make):
+    make(formatted.path("/mnt/etc/.vexo_product_info"))
+    formatted.boot()
+    formatted.trace("/mnt", "/dev/full")
+    assert row("rootfs_1", "active", size="100000") in analyze(formatted)
+    assert not [event for event in formatted.events.of("open") if event.path.startswith(("/mnt", "/dev/full"))]
 
 
 def test_volume_that_sysfs_does_not_know(formatted):
