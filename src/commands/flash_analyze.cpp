@@ -53,6 +53,7 @@ bool is_of_other_schema(const mtd_partition& row, mtd_banks active_bank) {
   return active_bank == mtd_bank_single ? dual_row : row.bank == mtd_bank_single;
 }
 
+// The size that the boot environment says, or else that of the flash.
 uint64_t ubi_partition_size(const mtd_partition& row) {
   uint32_t size_kib = 0;
   return ubi_get_mtd_size_from_env(row.part_name, &size_kib) ? uint64_t{size_kib} * 1024 : ubi0_mtd_size_max;
@@ -73,7 +74,10 @@ row_findings examine(const mtd_partition& row, const device_state& device) {
     return findings;
   }
   if (row.format == mtd_format_ubi) {
-    findings.set_size(ubi_partition_size(row));
+    const uint64_t size = ubi_partition_size(row);
+    if (!sigint_interrupted()) {  // else the size in the boot environment may not have been read
+      findings.set_size(size);
+    }
     return findings;
   }
   if (in_ubi && device.ubi0_is_clean) {
@@ -87,7 +91,9 @@ row_findings examine(const mtd_partition& row, const device_state& device) {
     return findings;
   }
   const bool clean = in_ubi ? device.ubi0_is_clean : flash_is_clean(row.dev_name);
-  findings.status = clean ? "clean" : "dirty";
+  if (!sigint_interrupted()) {  // else nobody has looked at all of it
+    findings.status = clean ? "clean" : "dirty";
+  }
   return findings;
 }
 

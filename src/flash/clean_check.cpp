@@ -11,6 +11,7 @@
 
 #include "mtd/partition_table.h"
 #include "util/log.h"
+#include "util/signals.h"
 #include "util/unique_fd.h"
 
 namespace {
@@ -43,6 +44,9 @@ bool flash_is_clean(const char* dev_name) {
     return false;
   }
   for (uint64_t offset = 0; offset < info.size; offset += chunk_size) {
+    if (sigint_interrupted()) {
+      return false;
+    }
     auto block = static_cast<loff_t>(offset);
     if (ioctl(device.get(), MEMGETBADBLOCK, &block) > 0) {
       if (lseek(device.get(), static_cast<off_t>(offset + chunk_size), SEEK_SET) < 0) {

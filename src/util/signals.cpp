@@ -23,6 +23,12 @@ bool set_action(int signal, void (*handler)(int)) {
 
 }  // namespace
 
+bool sigint_interrupted() {
+  struct sigaction action = {};
+  return test_interrupted != 0 && sigaction(SIGINT, nullptr, &action) == 0 &&
+         action.sa_handler == sigint_test_interrupt_handler;
+}
+
 bool sigint_install_ignore() {
   if (!set_action(SIGINT, SIG_IGN)) {
     log_printf(level_note, "%s: Failed to ignore sigint handler, error=%s\n", __func__, strerror(errno));

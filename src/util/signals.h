@@ -6,6 +6,9 @@
 
 /// Set by the test interrupt handler; polled by long loops.
 extern volatile sig_atomic_t test_interrupted;
+/// For what runs inside a command that may or may not be one that Ctrl-C ends. Result: true when the test
+/// interrupt handler is installed and has been called.
+bool sigint_interrupted();
 
 /// Each sets one signal's action with an empty mask and no flags. Result: true, or false after a note with
 /// the function's name and the system's error text.

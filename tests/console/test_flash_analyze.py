@@ -311,11 +311,37 @@ def test_ctrl_c_ends_the_table(flash):
     flash.boot()
     flash.type("flash analyze")
     flash.expect("mtd0       bootstrap       -   ")
+    flash.trace("/dev/mtd0")
+    flash.interrupt()
+    rest_of_row = row("bootstrap").removeprefix("mtd0       bootstrap       -   ")
+    assert flash.text_until_prompt() == rest_of_row + "\nERROR: Terminated by signal\n" + FAILURE
+    assert flash.ignores(2)
+    assert "read /dev/mtd0 1024" not in map(str, flash.events), "the check that Ctrl-C ended goes on reading"
+    # Nor does it make flash dirty for a command that does not hear it.
+    flash.sleep_scale = 0.01
+    assert flash.command("show oem").endswith("OEM Defaults File: Not Present\n")
+    flash.expect_not_ran("ubiattach")
+
+
+def test_ctrl_c_that_ends_the_question_for_the_size_makes_the_partition_no_larger(flash):
+    flash.env["mtdparts"] = "atmel_nand:128k(ubi0),-(user)"
+    flash.boot()
+    flash.answer("fw_printenv", when="mtdparts", hold=60, times=1)
+    flash.type("flash analyze")
+    flash.wait_for("answer")
     flash.interrupt()
     screen = flash.text_until_prompt()
+    assert "ubi0            -   -         -            -           -         -\n" in screen
     assert screen.endswith("\n\nERROR: Terminated by signal\n" + FAILURE)
-    assert "mtd2" not in screen
-    assert flash.ignores(2)
+
+
+def test_ctrl_c_that_ends_a_tool_leaves_the_row_without_a_status(formatted):
+    formatted.answer("mount", hold=60, times=1)
+    formatted.boot()
+    formatted.type("flash analyze")
+    formatted.wait_for("answer")
+    formatted.interrupt()
+    assert row("rootfs_1") in formatted.text_until_prompt()
 
 
 @pytest.mark.parametrize("tool", ["umount", "ubidetach"])

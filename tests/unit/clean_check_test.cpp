@@ -6,6 +6,7 @@
 
 #include "loader_test.h"
 #include "skeleton.h"
+#include "util/signals.h"
 
 namespace {
 
@@ -94,6 +95,28 @@ TEST_F(flash_is_clean_test, what_cannot_be_read_is_not_clean) {
   root.fail_call("lseek", {.match = node, .error = EIO});
   EXPECT_EQ(flash_is_clean(node), 0) << "a seek over a bad block";
   EXPECT_EQ(root.printed(), "");
+}
+
+// ---------------------------------------------------------------------------------------------- Ctrl-C
+
+TEST_F(flash_is_clean_test, ctrl_c_ends_it_in_a_command_that_hears_ctrl_c) {
+  fill(std::string(size, '\xFF'));
+  root.trace(node);
+  ASSERT_TRUE(sigint_install_test_interrupt());
+  raise(SIGINT);
+  EXPECT_EQ(flash_is_clean(node), 0);
+  EXPECT_EQ(root.events("read").size(), 0U);
+  ASSERT_TRUE(sigint_install_test_interrupt());
+  EXPECT_EQ(flash_is_clean(node), 1) << "an earlier one is forgotten";
+}
+
+TEST_F(flash_is_clean_test, an_earlier_ctrl_c_does_not_make_clean_flash_dirty) {
+  fill(std::string(size, '\xFF'));
+  ASSERT_TRUE(sigint_install_test_interrupt());
+  raise(SIGINT);
+  ASSERT_TRUE(sigint_install_ignore());
+  EXPECT_EQ(test_interrupted, 1);
+  EXPECT_EQ(flash_is_clean(node), 1);
 }
 
 TEST_F(flash_is_clean_test, traces_its_device) {

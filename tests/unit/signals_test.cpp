@@ -31,6 +31,21 @@ class signals_test : public loader_test {
   }
 };
 
+TEST_F(signals_test, an_interruption_counts_while_its_handler_is_installed) {
+  EXPECT_FALSE(sigint_interrupted());
+  sigint_install_test_interrupt();
+  EXPECT_FALSE(sigint_interrupted());
+  raise(SIGINT);
+  EXPECT_TRUE(sigint_interrupted());
+  sigint_install_ignore();
+  EXPECT_FALSE(sigint_interrupted());
+  sigint_install_test_interrupt();
+  EXPECT_FALSE(sigint_interrupted()) << "the next command begins anew";
+  raise(SIGINT);
+  sigint_install_default();
+  EXPECT_FALSE(sigint_interrupted());
+}
+
 TEST_F(signals_test, each_succeeds_silently_with_no_mask_and_no_flags) {
   constexpr int of_the_library = 0x04000000;  // SA_RESTORER
   for (const setting& s : settings) {
