@@ -9,6 +9,7 @@
 #include "mtd/mtdparts.h"
 #include "mtd/partition_table.h"
 #include "util/log.h"
+#include "util/printable.h"
 #include "util/signals.h"
 #include "util/text_buffer.h"
 
@@ -42,8 +43,8 @@ struct row_findings {
     if (record.crc != 0) {
       crc_hex.format("%08x", record.crc);
     }
-    version.format("%.16s", record.version);
-    code.format("%.4s", record.code);
+    version.format("%s", printable<16>(record.version).text());
+    code.format("%s", printable<4>(record.code).text());
   }
 };
 

@@ -10,6 +10,7 @@
 #include "commands/command.h"
 #include "prodcfg/record.h"
 #include "util/log.h"
+#include "util/printable.h"
 
 namespace {
 
@@ -39,7 +40,7 @@ bool parse_section(const char* word, section* chosen) {
 }
 
 void print_item(const char* label, bool present, const char* text) {
-  log_printf(level_plain, "  Product %s: %s\n", label, present ? text : "<not set>");
+  log_printf(level_plain, "  Product %s: %s\n", label, present ? printable<64>(text).text() : "<not set>");
 }
 
 void print_mac(unsigned id) {
@@ -105,7 +106,7 @@ void cmd_show_oem() {
   log_printf(level_trace, "%s:\n", __func__);
   char address[32];
   if (uboot_env_get_val("ethaddr", address, sizeof address)) {
-    log_printf(level_plain, "OEM Ethernet address: %s\n", address);
+    log_printf(level_plain, "OEM Ethernet address: %s\n", printable<31>(address).text());
   } else {
     log_printf(level_plain, "OEM Ethernet address not set\n");
   }

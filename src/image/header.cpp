@@ -6,6 +6,7 @@
 
 #include "util/checksum.h"
 #include "util/log.h"
+#include "util/printable.h"
 
 const char* const contents_type_names[image_contents_count] = {
     "invalid",
@@ -130,7 +131,7 @@ bool image_print_info(const uint8_t* header) {
              image_header_get(header, image_field_contents_checksum));
   const bool has_version =
       image_get_version_string(header + image_field_contents_version, version, sizeof version);
-  log_printf(level_plain, "  Contents Version: %s\n", has_version ? version : "none");
+  log_printf(level_plain, "  Contents Version: %s\n", has_version ? printable<31>(version).text() : "none");
   const bool has_code = image_get_product_code_string(header + image_field_product_code, code, sizeof code);
   log_printf(level_plain, "  Product Code: %s\n", has_code ? code : "none");
   if (!image_contents_has_destination(type)) {

@@ -123,6 +123,29 @@ def test_version_in_the_product_description(flash, description, version):
     assert row("prod_config", "active", version, size=f"{len(product):x}", crc=f"{crc:08x}") in analyze(flash)
 
 
+def test_version_at_the_end_of_a_description_that_fills_its_field(flash):
+    product = record((1, b"MACADR"), (6, b"x" * 50 + b" v3.1.0.0R12.4"[:14]))
+    flash.partition("prod_config").write(product)
+    flash.boot()
+    crc = struct.unpack_from("<H", product)[0]
+    assert row("prod_config", "active", "3.1.0.0R12.4", size=f"{len(product):x}", crc=f"{crc:08x}") in analyze(flash)
+
+
+def test_control_bytes_are_not_sent_to_the_terminal(flash):
+    """Escape sequences, bells and C1 controls of a version, whoever wrote it."""
+    loader = images.part(images.BOOTLOADER, b"loader", version=(1, 2, 3, 4, "\x1b", 5))
+    product = record((6, b"TK10 v\x1b[2J\x07\x9b"))
+    flash.partition("bootloader").write(loader)
+    flash.partition("bootstrap").write(bootstrap(name=b"Solvantra TK10 Bootstrap \x1b[31m\x7f"))
+    flash.partition("prod_config").write(product)
+    flash.boot()
+    screen = analyze(flash)
+    assert row("bootloader", "active", "1.2.3.4?5", size="6", crc=f"{images.field(loader, 16):08x}") in screen
+    crc = struct.unpack_from("<H", product)[0]
+    assert row("prod_config", "active", "?[2J??", size=f"{len(product):x}", crc=f"{crc:08x}") in screen
+    assert "active    ?[31m?       " in screen
+
+
 def test_checksum_of_zero_is_not_shown(flash):
     """The word behind the size makes the sum what it has to be."""
     code = bytearray(b"\xff" * 256)
@@ -262,6 +285,10 @@ def test_volume_is_attached_and_mounted_for_its_row_only(formatted):
     ('VEXO_PRODUCT_CODE="ABCDEF"\n', "-", "ABCD"),
     ('VEXO_PRODUCT_VERSION="VEXO_PRODUCT_CODE"\n', "VEXO_PRODUCT_COD", "-"),
     ("VEXO_PRODUCT_VERSION=" + '"' + "9" * 300 + '"\n', "-", "-"),
+    ('VEXO_PRODUCT_VERSION="1" VEXO_PRODUCT_CODE="K1"\n', '1" VEXO_PRODUCT_', "-"),
+    ('VEXO_PRODUCT_VERSION="0123456789AB"\nVEXO_PRODUCT_VERSION="1.0"\n', "1.0", "-"),
+    ('VEXO_PRODUCT_CODE="ABCD"\nVEXO_PRODUCT_CODE="K"\n', "-", "K"),
+    ('VEXO_PRODUCT_VERSION="\x1b[2J1\x08"\nVEXO_PRODUCT_CODE="\x1bc"\n', "?[2J1?", "?c"),
 ])
 def test_product_information(formatted, text, version, code):
     put_info(formatted, text)

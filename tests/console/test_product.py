@@ -89,6 +89,13 @@ def test_texts_that_fill_their_fields(dev):
     assert dev.command("show product mac 0") == "\n" + MACS + "    0: FF:FF:FF:FF:FF:FF\n\n" + SUCCESS
 
 
+def test_control_bytes_are_not_sent_to_the_terminal(dev):
+    dev.give_product((HWCFG, b"\x1b[2Jsp4\x07\x80\xff~"), (PRODUCT_ID, b"P2\r\x9b"))
+    dev.boot()
+    assert dev.command("show product id") == "\n  Product ID: P2??\n\n" + SUCCESS
+    assert dev.command("show product hwcfg") == "\n  Product HWCFG: ?[2Jsp4???~\n\n" + SUCCESS
+
+
 def test_empty_texts_are_set(dev):
     dev.give_product((HWCFG, b""), (PRODUCT_ID, b""))
     dev.boot()

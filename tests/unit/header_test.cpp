@@ -182,6 +182,15 @@ TEST_F(image_header_test, info_shows_type_length_checksum_version_and_code) {
   EXPECT_EQ(root.printed(), good.info());
 }
 
+TEST_F(image_header_test, a_version_letter_that_cannot_be_printed_is_a_question_mark) {
+  for (const char* letter : {"\x1b", "\x07", "\x9b"}) {
+    std::string header = good.header();
+    header.replace(32, 6, std::string("\1\2\3\4") + letter + "\5");
+    EXPECT_EQ(image_print_info(octets(header)), 1);
+    EXPECT_NE(root.printed().find("  Contents Version: 1.2.3.4?5\n"), std::string::npos);
+  }
+}
+
 TEST_F(image_header_test, types_with_a_destination_are_supported_and_all_others_are_not) {
   for (const uint32_t type : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 9U, 10U, 11U, 12U, 13U, 14U, 15U, 255U,
                               0x80000000U, 0xFFFFFFFFU}) {
