@@ -93,10 +93,11 @@ def test_a_refused_parameter_writes_nothing(dev, line, refusal):
     dev.expect_ran_exactly([])
 
 
-@pytest.mark.parametrize("word", ["ON", "Off", "yes", "1"])
+@pytest.mark.parametrize("word", ["ON", "Off", "yes", "1", "maybe"])
 def test_silent_takes_on_and_off_only(dev, word):
+    """A refused word ends the command; only that of bootcmd is also reported as a failure."""
     dev.boot()
-    assert dev.command(f"set bootenv silent {word}").startswith(invalid(word))
+    assert dev.command(f"set bootenv silent {word}") == invalid(word)
     dev.expect_ran_exactly([])
 
 
@@ -169,6 +170,13 @@ def test_defaults_report_their_progress_at_verbosity_5(dev):
         "PROGRESS: Erasing boot environment partition bootenv_2\n"
         "PROGRESS: Writing defaults to boot environment partition(s)\n" + SUCCESS)
     assert dev.shell_lines[1] == "/usr/sbin/flash_erase /dev/mtd3 0 0"
+
+
+def test_defaults_are_traced_by_the_step_that_flash_clean_shares(dev):
+    dev.boot()
+    dev.command("verbose 7")
+    for line in "set bootenv defaults", "flash clean":
+        assert "TRACE: helper_set_bootenv_defaults:\n" + SETTING_DEFAULTS in dev.command(line)
 
 
 @pytest.mark.parametrize("tool, node, report, ran", [

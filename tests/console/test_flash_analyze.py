@@ -170,6 +170,18 @@ def test_clean_ubi_partition_is_told_at_verbosity_6(flash, in_use, number):
     assert screen.count("ubi0_is_clean=") == 1 and HEADING + f"VERBOSE: ubi0_is_clean={number}\n" in screen
 
 
+def test_without_a_boot_bank_the_first_one_is_active(flash):
+    kernels = [images.part(images.KERNEL, images.pattern(50, n)) for n in (1, 2)]
+    for number, kernel in enumerate(kernels, 1):
+        flash.partition(f"kernel_{number}").write(kernel)
+    del flash.env["bootbank"]
+    flash.boot()
+    screen = analyze(flash)
+    for name, status, kernel in zip(("kernel_1", "kernel_2"), ("active", "inactive"), kernels):
+        assert row(name, status, size="32", crc=f"{images.field(kernel, 16):08x}") in screen
+    assert row("kernel_single") in screen
+
+
 def test_bank_that_is_not_active(flash):
     kernel = images.part(images.KERNEL, images.pattern(50, 2))
     flash.partition("kernel_1").write(kernel)
@@ -321,7 +333,10 @@ def test_volume_that_sysfs_does_not_know(formatted):
 def test_volume_that_cannot_be_mounted_is_dirty(formatted):
     formatted.answer("mount", status=32)
     formatted.boot()
+    formatted.mark()
     assert row("rootfs_1", "dirty") in analyze(formatted)
+    # The UBI partition is looked at once, whatever its volumes hold; nine others were not recognised.
+    assert formatted.sleeps.count(2) == 1 + 9
 
 
 def test_size_of_a_split_partition_comes_from_the_environment(flash):

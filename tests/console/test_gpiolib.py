@@ -71,6 +71,16 @@ def test_line_that_cannot_be_given_back_is_told_from_verbosity_6_on(dev):
 # ---------------------------------------------------------------------- gpiolib info
 
 
+@pytest.mark.parametrize("number", ["-1", "4294967295", "+4294967295"])
+def test_a_number_outside_of_the_lines_names_no_row(dev, number):
+    """Not even the reset input, which has the number -1 in the table of the test fixture."""
+    dev.give_model("P7")
+    dev.boot()
+    assert dev.command("gpiolib info NRESETIN") == listing(row_of(TK10_MFG, "NRESETIN"))
+    assert dev.command(f"gpiolib info {number}") == f"\nERROR: Invalid number or name '{number}'\n\n"
+    assert dev.command(f"gpiolib set {number} 1") == f"ERROR: Invalid number or name '{number}'\n" + FAILURE
+
+
 @pytest.mark.parametrize("product_id, hwcfg, rows", [
     ("P2", None, TK20), ("P2", "dio2x1r", TK20_DIO2X1R), ("P7", None, TK10_MFG),
     *((product_id, None, "") for product_id in ("P1", "P3", "P8", "XX"))])

@@ -168,6 +168,30 @@ def test_the_words_of_start_at_verbose(dev):
         f"{prefix}ip_addr=0.0.0.0\n{prefix}netmask=0.0.0.0\n{prefix}gateway=0.0.0.0\n" + ALREADY_RUNNING + FAILURE)
 
 
+def test_ctrl_c_ends_a_tool_that_configures_and_the_start_with_it(dev):
+    dev.answer("ifconfig", when="eth0 192.168.1.5", hold=60, times=1)
+    dev.boot()
+    dev.mark()
+    dev.type("network ethernet start 192.168.1.5 255.255.255.0")
+    dev.wait_for("answer")
+    dev.interrupt()
+    assert dev.text_until_prompt().endswith(
+        "\n" + STATIC + NO_PRODUCT + "\nERROR: Terminated by signal\n" + UNABLE_TO_CONFIGURE + FAILURE)
+    assert steps(dev) == [*DOWN, "/sbin/ifconfig eth0 192.168.1.5 2>&1"]
+    assert dev.ignores(2)
+    assert "(down)" in dev.command("network info")
+
+
+def test_ctrl_c_does_not_end_the_request_for_an_address(dev):
+    dev.answer("udhcpc", delay=1)
+    dev.boot()
+    dev.type("network ethernet start")
+    dev.wait_for("run", "ignored", "/sbin/udhcpc")
+    dev.interrupt()
+    assert dev.text_until_prompt().endswith("\n" + DHCP + NO_PRODUCT + SUCCESS)
+    assert "(up)" in dev.command("network info")
+
+
 # ---------------------------------------------------------------------- stop
 
 
@@ -188,6 +212,19 @@ def test_stop_succeeds_whatever_the_tool_does(dev):
     dev.answer("ifconfig", when="down", status=1)
     assert dev.command("network ethernet stop").endswith(SUCCESS)
     assert "(down)" in dev.command("network info")
+
+
+def test_ctrl_c_while_it_stops_counts_as_stopped(dev):
+    """The interface may still be up: the tool that takes it down was ended."""
+    dev.boot()
+    start(dev)
+    dev.answer("ifconfig", when="down", hold=60, times=1)
+    dev.type("network ethernet stop")
+    dev.wait_for("answer")
+    dev.interrupt()
+    assert dev.text_until_prompt() == "network ethernet stop\n\nERROR: Terminated by signal\n" + SUCCESS
+    assert dev.ignores(2)
+    assert dev.command("network ethernet stop") == ALREADY_STOPPED + SUCCESS
 
 
 def test_an_interface_that_was_configured_halfway_counts_as_stopped(dev):
@@ -270,6 +307,19 @@ def test_ping_prints_lines_as_they_come(dev):
     dev.expect("first\n")
     dev.expect_quiet()
     assert dev.text_until_prompt() == "last\n" + SUCCESS
+
+
+def test_ctrl_c_is_left_to_the_ping(dev):
+    """The shell goes on reading what it says, whatever it makes of Ctrl-C."""
+    dev.answer("ping", stdout=REPLIES, hold=1)
+    dev.boot()
+    start(dev)
+    dev.type("network ping eth0 10.0.0.1")
+    dev.expect(REPLIES)
+    dev.interrupt()
+    assert dev.text_until_prompt() == SUCCESS
+    assert [str(event) for event in dev.events.of("exit")][-1] == "exit ping 0"
+    assert dev.ignores(2)
 
 
 def test_ping_does_not_start_the_interface(dev):

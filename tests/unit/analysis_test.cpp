@@ -167,6 +167,21 @@ TEST_F(environment_search_test, a_partition_too_small_for_any_holds_none) {
   EXPECT_EQ(root.printed(), "");
 }
 
+TEST_F(analysis_test, every_analysis_is_traced_by_its_name) {
+  const std::pair<mtd_images, const char*> cases[] = {
+      {mtd_image_bootstrap, "TRACE: flash_analyze_bootstrap:\n"},
+      {mtd_image_product_config, "TRACE: flash_analyze_prodcfg:\n"},
+      {mtd_image_bootloader, "TRACE: flash_analyze_rom:\nTRACE: flash_analyze_rom: read() header\n"},
+      {mtd_image_boot_env, "TRACE: flash_analyze_boot_env:\n"},
+      {mtd_image_filesystem, "TRACE: flash_analyze_jffs2:\n"},
+      {mtd_image_other, ""}};
+  log_level = 7;
+  for (const auto& [kind, trace] : cases) {
+    EXPECT_EQ(flash_analyze("/dev/mtd9", kind, mtd_format_jffs2, &record_), 0) << kind;
+    EXPECT_EQ(root.printed(), trace);
+  }
+}
+
 // ---------------------------------------------------------------------------------------------- read errors
 
 TEST_F(analysis_test, a_read_error_in_the_middle_of_a_kernel) {

@@ -26,7 +26,7 @@ class ctrl_test : public loader_test {
   void refuse(uint32_t request) { root.fail_ioctl(request, EBUSY, "/dev/ctrl"); }
 };
 
-// ---------------------------------------------------------------------------------------------- rails and
+// -------------------------------------------------------------------------------------------- rails and
 // lines
 
 struct switch_case {
@@ -84,6 +84,21 @@ TEST_F(ctrl_urst_test, disable_and_enable) {
   EXPECT_EQ(root.sequence(),
             lines({"ioctl /dev/ctrl 0x00004c01 0 -> 0", "ioctl /dev/ctrl 0x00004c02 0 -> 0"}));
   EXPECT_EQ(root.printed(), "");
+}
+
+TEST_F(ctrl_urst_test, the_device_is_opened_for_reading_and_writing) {
+  root.trace("/dev/ctrl");
+  for (const uint32_t request : {urst_disable, urst_enable, urst_status})
+    accept(request);
+  uint32_t status = 0;
+  ctrl_urst_disable();
+  ctrl_urst_enable();
+  ctrl_urst_status(&status);
+  ctrl_sleep(0);
+  const std::vector<device_event> opened = root.events("open");
+  ASSERT_EQ(opened.size(), 4U);
+  for (const device_event& event : opened)
+    EXPECT_EQ(event.fields, lines({"/dev/ctrl", "02", "0"}));
 }
 
 TEST_F(ctrl_urst_test, status_is_what_the_driver_stores) {
@@ -164,6 +179,16 @@ TEST_F(ctrl_test_nresetin_test, push_ends_the_wait_after_a_second) {
   EXPECT_EQ(ctrl_test_nresetin(1000), 1);
   EXPECT_EQ(steps(), lines({"0x80044c03", "0x00004c01", "0.1", "0x80044c03", "1", "0x00004c02"}));
   EXPECT_EQ(root.printed(), "");
+}
+
+TEST_F(ctrl_test_nresetin_test, every_status_but_zero_is_a_push) {
+  for (const char* status : {"\x02\0\0\0", "\0\0\0\x80"}) {
+    root.drop_rules();
+    root.forget();
+    accept_all({status, 4});
+    EXPECT_EQ(ctrl_test_nresetin(1000), 1);
+    EXPECT_EQ(steps(), lines({"0x80044c03", "0x00004c01", "0.1", "0x80044c03", "1", "0x00004c02"}));
+  }
 }
 
 TEST_F(ctrl_test_nresetin_test, looks_until_the_limit) {

@@ -215,6 +215,19 @@ TEST_F(wait_string_test, the_whole_listing_is_read_and_the_text_may_stand_anywhe
   EXPECT_EQ(root.events("exit").at(0).fields, lines({"ifconfig", "0"})) << "the tool could write all of it";
 }
 
+// A long line is looked at in pieces of 255 characters; a text across two of them is not there.
+TEST_F(wait_string_test, a_text_split_by_the_end_of_a_piece_is_not_found) {
+  const auto look_behind = [this](size_t before) {
+    root.drop_rules();
+    root.answer("ifconfig", {.times = 1, .out = std::string(before, 'x') + "RUNNING\n"});
+    return net_syscmd_ifconfig_wait_string("eth0", 0, "RUNNING", 1);
+  };
+  EXPECT_EQ(look_behind(255 - 7), 1);
+  for (size_t before = 255 - 6; before < 255; before++)
+    EXPECT_EQ(look_behind(before), 0) << before;
+  EXPECT_EQ(look_behind(255), 1);
+}
+
 TEST_F(wait_string_test, a_tool_that_cannot_be_started_is_an_error_at_once) {
   root.fail_call("posix_spawn", {.error = EMFILE});
   EXPECT_EQ(net_syscmd_ifconfig_wait_string("eth0", 5, "UP", 1), 0);
@@ -261,14 +274,16 @@ TEST_F(getter_test, without_a_socket_there_is_an_error) {
 }
 
 TEST_F(getter_test, a_wrong_index_is_refused) {
-  EXPECT_EQ(net_get_ipaddr(1, &address_), 0);
-  EXPECT_EQ(net_get_netmask(1, &address_), 0);
-  EXPECT_EQ(net_get_hwaddr(1, hwaddr_), 0);
-  EXPECT_EQ(net_get_gateway(1, &address_), 0);
-  std::string refusals;
-  for (int i = 0; i < 4; i++)
-    refusals += "ERROR: Invalid interface number '1'\n";
-  EXPECT_EQ(root.printed(), refusals);
+  for (const int index : {1, -1, INT32_MIN}) {
+    EXPECT_EQ(net_get_ipaddr(index, &address_), 0);
+    EXPECT_EQ(net_get_netmask(index, &address_), 0);
+    EXPECT_EQ(net_get_hwaddr(index, hwaddr_), 0);
+    EXPECT_EQ(net_get_gateway(index, &address_), 0);
+    std::string refusals;
+    for (int i = 0; i < 4; i++)
+      refusals += "ERROR: Invalid interface number '" + std::to_string(index) + "'\n";
+    EXPECT_EQ(root.printed(), refusals);
+  }
   EXPECT_EQ(root.events("ioctl").size(), 0U);
   EXPECT_EQ(steps(), lines());
 }

@@ -136,6 +136,9 @@ TEST_F(link_mode_test, a_wrong_interface_is_an_error) {
   const char* text;
   EXPECT_EQ(net_eth_get_link(2, &text, &text), 0);
   EXPECT_EQ(root.printed(), "ERROR: Invalid interface number '1'\nERROR: Invalid interface number '2'\n");
+  EXPECT_EQ(net_eth_set_link(-1, 0), 0);
+  EXPECT_EQ(net_eth_get_link(-2, &text, &text), 0);
+  EXPECT_EQ(root.printed(), "ERROR: Invalid interface number '-1'\nERROR: Invalid interface number '-2'\n");
   EXPECT_EQ(requests(), lines());
 }
 

@@ -112,7 +112,8 @@ TEST_F(ping_test, a_tool_that_cannot_be_started) {
 
 TEST_F(ping_test, a_wrong_interface_is_an_error) {
   EXPECT_EQ(net_ping(1, server), 0);
-  EXPECT_EQ(root.printed(), "ERROR: Invalid interface number '1'\n");
+  EXPECT_EQ(net_ping(-1, server), 0);
+  EXPECT_EQ(root.printed(), "ERROR: Invalid interface number '1'\nERROR: Invalid interface number '-1'\n");
   EXPECT_EQ(root.shell_lines(), lines());
 }
 

@@ -117,6 +117,14 @@ TEST_F(opmode_test, port_count_comes_from_the_first_sp) {
                                                      {"sp4,sp5", 4},
                                                      {"sp33,sp4", 2},
                                                      {"SP4", 2},
+                                                     {"sp 4", 4},
+                                                     {"sp+4", 4},
+                                                     {"sp\n7", 7},
+                                                     {"sp\t 8,x", 8},
+                                                     {"sp-1", 2},
+                                                     {"sp-4294967292", 4},
+                                                     {"sp+", 2},
+                                                     {"sp 4 ", 2},
                                                      {"", 2},
                                                      {"sp4,", 4}};
   for (const auto& [hwcfg, count] : counts) {
@@ -143,6 +151,19 @@ TEST_F(opmode_test, hardware_configuration_that_fills_its_field) {
 }
 
 // ---------------------------------------------------------------------------------------------- setters
+
+// White space and a sign are part of a number here as in all the device's decimal numbers.
+TEST_F(opmode_test, number_of_serial_ports_with_a_sign_or_a_blank) {
+  const std::pair<const char*, unsigned> accepted[] = {{"+4", 4}, {" 5", 5},          {"\n7", 7},
+                                                       {"-0", 0}, {"-4294967290", 6}, {"+32", 32}};
+  for (const auto& [text, count] : accepted) {
+    EXPECT_EQ(opmode_num_serports_set(text), 1) << text;
+    EXPECT_EQ(g_opmode_num_serports, count) << text;
+  }
+  for (const char* text : {"-1", "- 4", "+-4", "4 ", "+", " ", ""})
+    EXPECT_EQ(opmode_num_serports_set(text), 0) << text;
+  EXPECT_EQ(g_opmode_num_serports, 32U);
+}
 
 TEST_F(opmode_test, trace) {
   log_level = level_trace;
