@@ -3,7 +3,6 @@
 import os
 import signal
 import termios
-import time
 
 import pytest
 
@@ -237,12 +236,15 @@ def test_a_signal_that_cannot_be_ignored_is_noted_and_start_up_goes_on(dev, numb
 
 
 def test_ctrl_c_during_a_command_raises_an_interrupt_that_such_a_tool_ignores(dev):
-    dev.answer("dmesg", stdout="one\n", hold=0.3)
+    dev.answer("dmesg", stdout="one\n", held="end")
     dev.boot()
     dev.type("show klog")
     dev.expect("one\n")
     assert termios.tcgetattr(dev.console.slave)[3] & termios.ISIG
     dev.interrupt()
+    dev.keys(b"v")
+    dev.wait_typed_ahead(1)  # so the line has taken the Ctrl-C in front of it, too
+    dev.release("dmesg")
     assert dev.screen_until_prompt() == b""  # no ^C, no failure
     assert dev.events.of("run")[0].sigint == "ignored"
     assert dev.events.of("exit")[0].status == "0"
@@ -251,23 +253,27 @@ def test_ctrl_c_during_a_command_raises_an_interrupt_that_such_a_tool_ignores(de
 
 def test_ctrl_backslash_is_a_character_everywhere(dev):
     dev.unknown_command_expected = True
-    dev.answer("dmesg", stdout="one\n", hold=0.2)
+    dev.answer("dmesg", stdout="one\n", held="end")
     dev.boot()
     dev.type("show klog")
     dev.expect("one\n")
-    dev.keys(b"\x1c")  # typed ahead
+    dev.keys(b"\x1c")
+    dev.wait_typed_ahead(1)
+    dev.release("dmesg")
     assert dev.screen_until_prompt() == b""
     assert dev.screen_of(b"\x1c") == b"\x1c\x1c\r\nERROR: Unknown Command\r\n"
 
 
 def test_ctrl_c_during_a_command_drops_what_was_typed_ahead(dev):
-    dev.answer("dmesg", stdout="one\n", hold=0.2)
+    dev.answer("dmesg", stdout="one\n", held="end")
     dev.boot()
     dev.type("show klog")
     dev.expect("one\n")
     dev.keys(b"abc")
-    time.sleep(0.05)
+    dev.wait_typed_ahead(3)
     dev.interrupt()
+    dev.wait_typed_ahead(0)
+    dev.release("dmesg")
     assert dev.screen_until_prompt() == b""
     dev.expect_quiet()
     assert dev.command("verbose") == "verbosity is 3\n"

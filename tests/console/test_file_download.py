@@ -173,7 +173,7 @@ def test_nothing_arrives(dev):
     start = time.monotonic()
     dev.begin("file download serial firmware")
     assert dev.text_until_prompt(45) == "INFO: Downloaded 0 bytes\n" + FAILED
-    assert 30 <= time.monotonic() - start < 40
+    assert 30 <= time.monotonic() - start
     assert not dev.path("/tmp/firmware").exists()
     expect_at_rest(dev)
 
@@ -184,7 +184,7 @@ def test_pause_of_three_seconds_ends_the_file(dev):
     dev.begin("file download serial firmware 2")
     dev.send_stream(b"first half", port=2)
     assert dev.text_until_prompt() == SUCCESS
-    assert 3 <= time.monotonic() - start < 8
+    assert 3 <= time.monotonic() - start < 25, "not the 30 seconds of the first wait"
     dev.send(b"second half", port=2)
     dev.expect_quiet()
     assert dev.path("/tmp/firmware").read_bytes() == b"first half"
@@ -194,11 +194,11 @@ def test_shorter_pauses_do_not(dev):
     dev.boot()
     dev.begin("file download serial firmware")
     dev.send_stream(b"one")
-    for piece in b"two", b"three":
-        time.sleep(2)
+    for piece in b"two", b"three", b"four", b"five":
+        time.sleep(0.9)
         dev.send(piece)
     assert dev.text_until_prompt() == SUCCESS
-    assert dev.path("/tmp/firmware").read_bytes() == b"onetwothree"
+    assert dev.path("/tmp/firmware").read_bytes() == b"onetwothreefourfive"
 
 
 def test_only_the_first_wait_is_long(dev):
@@ -288,12 +288,14 @@ def test_port_that_fails_ends_the_file(dev, call, outcome, sent, count, end):
     """What arrived before counts as the whole file."""
     dev.boot()
     dev.command("verbose 4")
+    dev.trace("/dev/ttyS2")
     dev.fail_call(call, "/dev/ttyS2" if call == "read" else "", after=1 if sent else 0, **outcome)
     dev.begin("file download serial firmware 2")
     dev.wait_for("tcsetattr", "/dev/ttyS2")
-    for piece in sent, b"more":
-        dev.send(piece, port=2)
-        time.sleep(0.1)
+    if sent:
+        dev.send(sent, port=2)
+        dev.wait_for("read", "/dev/ttyS2", str(len(sent)))
+    dev.send(b"more", port=2)
     assert dev.text_until_prompt() == f"INFO: Downloaded {count} bytes\n" + end
     assert dev.path("/tmp/firmware").exists() == (count > 0)
     expect_at_rest(dev)

@@ -1,6 +1,7 @@
 """The table of what each partition holds."""
 
 import os
+import signal
 import struct
 import zlib
 
@@ -349,7 +350,7 @@ def test_size_of_a_split_partition_comes_from_the_environment(flash):
 
 
 def test_ctrl_c_ends_the_table(flash):
-    flash.sleep_scale = 1.0
+    flash.sleep_scale = 3  # the key comes within the pauses before mtd1 and mtd2 are read
     flash.boot()
     flash.type("flash analyze")
     flash.expect("mtd0       bootstrap       -   ")
@@ -388,12 +389,14 @@ def test_ctrl_c_that_ends_a_tool_leaves_the_row_without_a_status(formatted):
 
 @pytest.mark.parametrize("tool", ["umount", "ubidetach"])
 def test_ctrl_c_while_the_volume_is_given_back_ends_the_table_afterwards(formatted, tool):
-    formatted.answer(tool, delay=1, times=1)
+    formatted.answer(tool, held="begin", times=1)
     formatted.boot()
     formatted.mark()
     formatted.type("flash analyze")
     formatted.wait_for("run", "default", {"umount": "/bin/umount", "ubidetach": "/usr/sbin/ubidetach"}[tool])
     formatted.interrupt()
+    formatted.wait_until(lambda: int(formatted.status("ShdPnd"), 16) >> (signal.SIGINT - 1) & 1)
+    formatted.release(tool)
     screen = formatted.text_until_prompt()
     assert screen.endswith("\n\nERROR: Terminated by signal\n" + FAILURE)
     assert "rootfs_2" not in screen

@@ -163,8 +163,8 @@ def test_sender_that_pauses_for_less_than_three_seconds(dev):
     image = images.part(images.CONFIG_LOADER, b"config loader")
     dev.begin("flash download serial")
     dev.send_stream(image[:100])
-    for begin, end in (100, 200), (200, 256), (256, 260), (260, 269):
-        time.sleep(1.5)
+    for begin, end in (100, 130), (130, 200), (200, 256), (256, 260), (260, 269):
+        time.sleep(0.8)
         dev.send(image[begin:end])
     assert dev.text_until_prompt() == images.info(image) + SUCCESS
 

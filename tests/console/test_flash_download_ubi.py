@@ -377,7 +377,7 @@ def test_network_boot_environment_that_the_root_file_system_leaves_no_clean_flas
     """Erased while the flash was clean, dropped because the format for the root file system came in between."""
     environment = images.part(images.BOOT_ENV, images.pattern(3000), more=True)
     clean.answer("tftp", times=1, stdout=environment + ARCHIVE)
-    clean.answer("tftp", times=1, stdout=environment + ARCHIVE, held=True)
+    clean.answer("tftp", times=1, stdout=environment + ARCHIVE, held="begin")
     clean.boot()
     start(clean)
     clean.mark()

@@ -482,7 +482,7 @@ def test_a_lasting_end_of_input_costs_no_processor_time(dev):
     dev.keys(b"a")
     dev.expect(b"a" + B + b" " + B)
     assert processor_seconds(dev, 2) < 0.1
-    assert 10 <= len(dev.sleeps) <= 40
+    assert 1 <= len(dev.sleeps) <= 40
 
 
 def hang_up(dev, port) -> None:
@@ -503,7 +503,7 @@ def test_a_console_that_hung_up_costs_no_processor_time(dev):
     dev.mark()
     hang_up(dev, dev.port(2))
     assert processor_seconds(dev, 2) < 0.1
-    assert 10 <= len(dev.sleeps) <= 40  # and the program has noticed
+    assert 1 <= len(dev.sleeps) <= 40  # and the program has noticed
 
 
 # ---------------------------------------------------------------------- the whole

@@ -39,11 +39,12 @@ def test_interrupt_and_quit_are_ignored_and_nothing_else(dev):
 
 
 def test_signals_are_ignored_before_anything_can_take_long(dev):
-    dev.answer("fw_printenv", status=1, hold=0.5)
+    dev.answer("fw_printenv", status=1, held="end")
     dev.start()
     dev.wait_ran(READ_MTDPARTS)
     os.kill(dev.pid, signal.SIGINT)
     os.kill(dev.pid, signal.SIGQUIT)
+    dev.release("fw_printenv")
     dev.text_until_prompt()
 
 

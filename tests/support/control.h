@@ -27,6 +27,8 @@ struct control {
   char trace[CONTROL_TRACES]
             [64]; /* path prefixes whose open, write and read are logged; "select" logs selects */
   struct call_rule rules[CONTROL_RULES];
+  uint64_t free_blocks; /* what statfs tells of every file system, whatever the host has */
+  int64_t block_size;
 };
 
 #endif

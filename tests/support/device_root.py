@@ -153,7 +153,7 @@ class DeviceRoot:
     def answer(self, tool: str, *, when: str = "", times: int = 0, status: int = 0, stdout: bytes | str = b"",
                stderr: bytes | str = b"", signal: int = 0, delay: float = 0, hold: float = 0,
                reads: int | None = None, piece: int = 0, pause: float = 0, acts: bool = False,
-               held: bool = False, optional: bool = False) -> None:
+               held: str = "", optional: bool = False) -> None:
         """Says how a tool (its name without the directory) answers from now on, instead of doing anything.
 
         when      only runs whose command line contains this text
@@ -165,7 +165,7 @@ class DeviceRoot:
         delay     seconds before it does anything; hold: seconds between printing and its end
         reads     bytes it takes from a pipe on its standard input, None = all
         acts      also do what the tool does without an answer
-        held      wait for release() before it does anything
+        held      wait for release(): at the "begin" before it does anything, at the "end" when it has printed
         optional  the test does not fail when the answer is never used
         """
         order = f"1-{len(self._answers):04}" if times else f"2-{len(self._answers):04}" if when else "3"
@@ -176,7 +176,7 @@ class DeviceRoot:
             raw = data.encode("latin-1") if isinstance(data, str) else data
             (directory / f"{name}.{ending}").write_bytes(raw)
         if held:
-            (directory / f"{name}.held").touch()
+            (directory / f"{name}.{held}").touch()
         keys = {"when": when, "times": times, "status": status, "signal": int(signal), "delay": round(delay * 1000),
                 "hold": round(hold * 1000), "reads": -1 if reads is None else reads, "piece": piece,
                 "pause": round(pause * 1000), "acts": int(acts)}
@@ -189,8 +189,9 @@ class DeviceRoot:
 
     def release(self, tool: str) -> None:
         """Lets the held answers of a tool go on."""
-        for file in self.path(f"/.harness/answers/{tool}").glob("*.held"):
-            file.unlink()
+        for where in "begin", "end":
+            for file in self.path(f"/.harness/answers/{tool}").glob(f"*.{where}"):
+                file.unlink()
 
     # ------------------------------------------------------------------ calls that fail, requests that are answered
 

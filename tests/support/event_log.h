@@ -18,6 +18,9 @@
 #include <time.h>
 #include <unistd.h>
 
+/* In the environment of a shell whose command line was noted by who started it. */
+#define SHELL_LINE_NOTED "SHELL_LINE_NOTED"
+
 #define EVENT_SMALL 256 /* data up to this size are logged in full, larger ones by size and checksum */
 
 struct event {

@@ -562,18 +562,45 @@ static const char* waiting_process(void) {
   return getpid() == program ? "program" : "reader";
 }
 
-/* Starts the shell for a command line, which is the third word; answers an error number, not -1. */
+static void note_line(const char* line) {
+  struct event event;
+  event_begin(&event, "shell");
+  event_field(&event, line);
+  event_write(&event);
+}
+
+/* The environment with a mark for /bin/sh that its line is in the log already. */
+static char* const* with_mark(char* const environment[]) {
+  static char mark[] = SHELL_LINE_NOTED "=1";
+  static char* marked[1024] = {mark};
+  const size_t room = sizeof marked / sizeof marked[0] - 1;
+  size_t count = 1;
+  while (count < room && environment[count - 1] != NULL) {
+    marked[count] = environment[count - 1];
+    count++;
+  }
+  marked[count] = NULL;
+  return marked;
+}
+
+/* Starts the shell for a command line, which is the third word; answers an error number, not -1. The line is
+ * noted here: the program goes on at once, and a shell that comes late would stand behind what the program
+ * did next. */
 int posix_spawn(pid_t* child, const char* path, const posix_spawn_file_actions_t* actions,
                 const posix_spawnattr_t* attributes, char* const words[], char* const environment[]) {
   REAL(int, posix_spawn, pid_t*, const char*, const posix_spawn_file_actions_t*, const posix_spawnattr_t*,
        char* const[], char* const[])
   const char* line = words[1] != NULL && words[2] != NULL ? words[2] : "";
   const struct call_rule* rule = has_rule("posix_spawn") ? caught("posix_spawn", line, false) : NULL;
-  if (rule == NULL) {
+  if (rule != NULL) {
+    note_caught("posix_spawn", line, rule);
+    return rule->error;
+  }
+  if (control == NULL) {
     return real(child, path, actions, attributes, words, environment);
   }
-  note_caught("posix_spawn", line, rule);
-  return rule->error;
+  note_line(line);
+  return real(child, path, actions, attributes, words, with_mark(environment));
 }
 
 CATCHABLE(pid_t, waitpid, (pid_t, int*, int), path_subject(waiting_process()),
@@ -591,10 +618,22 @@ CATCHABLE_AS("stat", int, stat64, (const char*, struct stat64*), path_subject(pa
 CATCHABLE(int, fstat, (int, struct stat*), fd_subject(fd), (int fd, struct stat* status), (fd, status))
 CATCHABLE_AS("fstat", int, fstat64, (int, struct stat64*), fd_subject(fd), (int fd, struct stat64* status),
              (fd, status))
-CATCHABLE(int, statfs, (const char*, struct statfs*), path_subject(path),
-          (const char* path, struct statfs* status), (path, status))
-CATCHABLE_AS("statfs", int, statfs64, (const char*, struct statfs64*), path_subject(path),
-             (const char* path, struct statfs64* status), (path, status))
+
+/* The free space of whatever file system is that of the control page. */
+#define STATFS(name)                                                   \
+  int name(const char* path, struct name* status) {                    \
+    REAL(int, name, const char*, struct name*)                         \
+    CATCH("statfs", path_subject(path), int)                           \
+    const int result = real(path, status);                             \
+    if (result == 0 && control != NULL) {                              \
+      status->f_bfree = (typeof(status->f_bfree))control->free_blocks; \
+      status->f_bsize = (typeof(status->f_bsize))control->block_size;  \
+    }                                                                  \
+    return result;                                                     \
+  }
+STATFS(statfs)
+STATFS(statfs64)
+
 CATCHABLE(int, socket, (int, int, int), path_subject(""), (int domain, int type, int protocol),
           (domain, type, protocol))
 CATCHABLE(int, sigaction, (int, const struct sigaction*, struct sigaction*), number_subject((size_t)number),

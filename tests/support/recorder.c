@@ -1,11 +1,11 @@
 /* The one tool behind every tool name of a device root: notes how it was called, and answers as the test
  * says.
  *
- * As /bin/sh it notes the composed command line and hands over to a real shell. That shell is bash: it knows
- * "&>" and, unlike busybox's, runs what the search path finds for a bare name, so tar, tftp or rm are
- * recorded, too. As any other tool it notes its arguments, reads its standard input when that is a pipe, and
- * then follows the test's answer, or without one does what the real tool does to the files of the root
- * (own_act), or nothing. */
+ * As /bin/sh it notes the composed command line, unless the stand-in has done so, and hands over to a real
+ * shell. That shell is bash: it knows "&>" and, unlike busybox's, runs what the search path finds for a bare
+ * name, so tar, tftp or rm are recorded, too. As any other tool it notes its arguments, reads its standard
+ * input when that is a pipe, and then follows the test's answer, or without one does what the real tool does
+ * to the files of the root (own_act), or nothing. */
 #define _GNU_SOURCE
 #include "ethernet.h"
 #include "event_log.h"
@@ -162,10 +162,10 @@ static struct answer find_answer(void) {
   return found;
 }
 
-/* A held answer waits until the test has removed the file beside it. */
-static void wait_for_release(const struct answer* answer) {
+/* A held answer waits at its begin or at its end until the test has removed the file of that name beside it. */
+static void wait_for_release(const struct answer* answer, const char* where) {
   char path[1024];
-  snprintf(path, sizeof path, "%s.held", answer->file);
+  snprintf(path, sizeof path, "%s.%s", answer->file, where);
   while (answer->file[0] != '\0' && access(path, F_OK) == 0) {
     sleep_ms(5);
   }
@@ -434,7 +434,7 @@ static int run_tool(void) {
   }
   bool acts = own < sizeof own_acts / sizeof own_acts[0] && (!answered || answer.acts);
   sleep_ms(answer.delay_ms);
-  wait_for_release(&answer);
+  wait_for_release(&answer, "begin");
   if (!acts || !own_acts[own].takes_input) {
     read_input(answer.reads);
   }
@@ -446,6 +446,7 @@ static int run_tool(void) {
     print_file(&answer, "err", 2);
     print_file(&answer, "out", 1);
     sleep_ms(answer.hold_ms);
+    wait_for_release(&answer, "end");
     status = answer.status;
   }
   if (answer.signal_number != 0) {
@@ -462,9 +463,12 @@ static int run_shell(void) {
   while (i < arg_count && (strcmp(args[i], "-c") == 0 || strcmp(args[i], "--") == 0)) {
     i++;
   }
-  event_begin(&event, "shell");
-  event_field(&event, i < arg_count ? args[i] : "");
-  event_write(&event);
+  if (getenv(SHELL_LINE_NOTED) == NULL) {
+    event_begin(&event, "shell");
+    event_field(&event, i < arg_count ? args[i] : "");
+    event_write(&event);
+  }
+  unsetenv(SHELL_LINE_NOTED);
   unsetenv("LD_PRELOAD"); /* the stand-in is for the program, not for its shell */
   execv("/.harness/bash", args);
   return 127;

@@ -7,8 +7,10 @@
 """
 
 import contextlib
+import fcntl
 import os
 import re
+import struct
 import termios
 import time
 from pathlib import Path
@@ -246,6 +248,18 @@ class RootSession(Session, DeviceRoot):
     def set_level(self, number: int, level: int) -> None:
         """Wires a level to a line from outside."""
         self.path(f"/sys/class/gpio/gpio{number}/value").write_text(f"{level}\n")
+
+    def wait_until(self, condition, timeout: float = Session.patience) -> None:
+        """Waits until a condition of the device holds, for what leaves no event."""
+        end = time.monotonic() + timeout
+        while not condition():
+            if time.monotonic() > end or not self.alive:
+                raise Timeout("the condition did not come true")
+            time.sleep(0.005)
+
+    def wait_typed_ahead(self, count: int) -> None:
+        """Waits until this many bytes that the program has not read yet stand in the console's line."""
+        self.wait_until(lambda: fcntl.ioctl(self.console.slave, termios.FIONREAD, bytes(4)) == struct.pack("i", count))
 
     # ------------------------------------------------------------------ what the device was asked to do
 

@@ -317,6 +317,11 @@ void device_root::drop_rules() {
     rule.call[0] = '\0';
 }
 
+void device_root::set_free_space(uint64_t blocks, long block_size) {
+  control_->free_blocks = blocks;
+  control_->block_size = block_size;
+}
+
 void device_root::set_sleep_scale(double scale) {
   control_->sleep_scale = scale;
 }

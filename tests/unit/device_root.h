@@ -129,6 +129,8 @@ class device_root {
   void answer_ioctl(uint32_t request, const std::string& data, int result = 0, const std::string& path = "");
   // Every call and request works again.
   void drop_rules();
+  // The free space of every file system; 100 MiB unless changed.
+  void set_free_space(uint64_t blocks, long block_size);
   // Real seconds per second slept; 0.01 unless changed.
   void set_sleep_scale(double scale);
   // Also logs open, read and write of paths that begin so, or the calls of "select".
