@@ -9,8 +9,8 @@ import pytest
 import images
 import real_images
 import ubi_device
-from board_session import DEFAULT_ENVIRONMENT
-from network_device import OLD, OLD_VOLUMES, install, make_old
+from board_session import DEFAULT_ENVIRONMENT, PARTITIONS
+from network_device import OLD, OLD_ENVIRONMENT, OLD_VOLUMES, install, make_old
 from real_images import (BOOTLOADER, BOOTSTRAP, CONFIG_LOADER, KERNEL, SMALL_BOOTLOADER, SMALL_CONFIG_LOADER,
                          SMALL_KERNEL, contents, info, split)
 from texts import INSTALLING, PREPARING, SKIPPED_BOOT_ENV, SUCCESS
@@ -141,6 +141,16 @@ def test_boot_environment_of_a_new_device_whose_root_file_system_comes_with_it(d
         **DEFAULT_ENVIRONMENT, "bootbank": "2", "kernel_size_2": "0"}
     with attached(dev) as ubi:
         assert ubi.files("rootfs_2") == with_set_user_id(ROOT)
+
+
+def test_image_larger_than_its_partition(dev, server, parts):
+    """What fits is written, the neighbours are left alone, and nothing but the count tells."""
+    make_old(dev)
+    size = PARTITIONS["config_loader"].size
+    image = parts.build(("config-loader", random.Random(6).randbytes(size)))
+    assert install(dev, server, image) == info(image) + PREPARING + INSTALLING + info(image) + SUCCESS
+    dev.expect_flash(**{**OLD, "config_loader": image[:size], "bootenv_1": OLD_ENVIRONMENT})
+    assert "ERROR: Short read (" in dev.command("flash analyze"), "the part that the header promises is not there"
 
 
 def test_every_bank_takes_its_kernel(dev, server):

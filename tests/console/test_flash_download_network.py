@@ -140,12 +140,13 @@ def test_an_installation_step_by_step(up):
 
 def test_the_second_transfer_begins_when_the_first_was_checked_and_the_flash_is_erased(up):
     up.answer("tftp", times=1, stdout=IMAGE)
-    up.answer("tftp", stdout=IMAGE, delay=1)
+    up.answer("tftp", stdout=IMAGE, held="begin")
     up.mark()
     up.type("flash download network 10.0.0.1 image.rom")
     up.expect(PREPARING + INSTALLING)
     assert up.path(SAVED_HEADERS).read_bytes() == LOADER[:256] + KERNEL[:256] + CONFIG_LOADER[:256]
     assert all(up.partition(name).erased for name in ("bootloader", "kernel_1", "config_loader"))
+    up.release("tftp")
     assert up.text_until_prompt().endswith(SUCCESS)
 
 
@@ -195,6 +196,22 @@ def test_the_last_step_decides(up):
     shown = install(up)
     assert shown.startswith(images.info(PYTHON) + PREPARING + INSTALLING + images.info(PYTHON))
     assert shown.endswith(FAILURE) and NOT_WRITTEN not in shown
+
+
+def test_a_last_step_that_fails_comes_after_the_switch_of_the_bank(up):
+    """The system itself is complete and booted next; what failed are the user's packages."""
+    kernel = images.part(images.KERNEL, images.pattern(0x6789, 3), more=True)
+    serve(up, kernel + PYTHON)
+    up.answer("mount", times=2)
+    up.answer("mount", status=1)
+    info = images.info(kernel) + images.info(PYTHON)
+    assert install(up, "2 10.0.0.1 image.rom") == (
+        info + PREPARING + INSTALLING + info + "ERROR: Failed to mount rootfs for update\n" + FAILURE)
+    assert up.partition("kernel_2").read(0, len(kernel)) == kernel
+    assert (up.env["bootbank"], up.env["kernel_size_2"]) == ("2", "6789")
+    fw_setenv, last_mount = (max(i for i, line in enumerate(up.shell_lines) if text in line)
+                             for text in ("fw_setenv bootbank 2", MOUNT))
+    assert fw_setenv < last_mount
 
 
 # ---------------------------------------------------------------------- file names
@@ -342,7 +359,7 @@ def test_a_part_that_nothing_takes(up, contents_type):
      + "ERROR: Failed to read firmware data [Connection timed out]\n"),
 ], ids=["before the header", "in the header", "in the contents"])
 def test_a_server_that_falls_silent_in_the_first_transfer(up, sent, output):
-    up.answer("tftp", stdout=IMAGE[:sent], hold=5, status=1, optional=sent == 0)
+    up.answer("tftp", stdout=IMAGE[:sent], held="end", optional=sent == 0)
     if sent == 0:
         up.fail_call("select", error=None, result=0, times=1)  # instead of 30 seconds
     assert install(up) == output + NOT_FETCHED + FAILURE
@@ -366,7 +383,7 @@ def test_a_client_that_nobody_needs_any_more_is_ended(up, files):
     """A transfer has failed, and its server lets the client wait."""
     for file in files[:-1]:
         up.answer("tftp", times=1, stdout=file)
-    up.answer("tftp", stdout=files[-1], hold=3600)
+    up.answer("tftp", stdout=files[-1], held="end")
     assert install(up).endswith(FAILURE)
     assert client_ends(up) == ["0"] * (len(files) - 1)
     assert not Path(f"/proc/{up.pid}/task/{up.pid}/children").read_text(), "nothing is left running"
@@ -425,7 +442,7 @@ def test_a_file_that_has_become_shorter(up):
 
 def test_a_server_that_falls_silent_in_the_second_transfer(up):
     up.answer("tftp", times=1, stdout=IMAGE)
-    up.answer("tftp", stdout=IMAGE[:len(LOADER) + 2000], hold=5, status=1)
+    up.answer("tftp", stdout=IMAGE[:len(LOADER) + 2000], held="end")
     shown = install(up)
     assert shown.startswith(INFO + PREPARING + INSTALLING + images.info(LOADER) + images.info(KERNEL) + "ERROR: ")
     assert shown.endswith(NOT_WRITTEN + NOT_WRITTEN + FAILURE)

@@ -1,34 +1,11 @@
 // The content writers: form (memory, stream) x event (all well, a step fails, the sender fails, the tool
 // dies).
-#include <sys/statfs.h>
-#include <sys/syscall.h>
-
 #include <csignal>
 
 #include "ubi/by_path.h"
 #include "ubi/python_writer.h"
 #include "ubi/volume_writers.h"
 #include "ubi_test.h"
-
-namespace {
-
-struct free_space_answer {
-  bool given = false;
-  uint64_t blocks = 0;
-  long block_size = 0;
-};
-free_space_answer free_space;
-
-}  // namespace
-
-// Stands in front of the C library's, for no real file system has its free space to the byte.
-extern "C" int statfs64(const char* path, struct statfs64* status) noexcept {
-  if (!free_space.given) return static_cast<int>(syscall(SYS_statfs, path, status));
-  *status = {};
-  status->f_bfree = free_space.blocks;
-  status->f_bsize = free_space.block_size;
-  return 0;
-}
 
 namespace {
 
@@ -232,9 +209,13 @@ TEST_F(ubifs_writer_test, a_file_goes_into_the_volume) {
   EXPECT_EQ(root.shell_lines(), joined({{attach, nodes},
                                         schema_check,
                                         {"/usr/sbin/ubiupdatevol /dev/ubi0_1 /tmp/rootfs.ubifs", detach}}));
-  root.answer("ubiupdatevol", {.status = 1});
+  root.answer("ubiupdatevol", {.status = 1, .out = "short of space\n"});
   EXPECT_EQ(ubi_write_file("/dev/ubi0_1", "ubi0", "/tmp/rootfs.ubifs"), 0);
   EXPECT_EQ(root.shell_lines().back(), detach);
+  EXPECT_EQ(root.printed(),
+            "short of space\nERROR: system(/usr/sbin/ubiupdatevol /dev/ubi0_1 /tmp/rootfs.ubifs) sys_rc=256 "
+            "exitstatus=1\n")
+      << "the tool is shown";
 }
 
 // ---------------------------------------------------------------------------------------------- archives
@@ -396,6 +377,19 @@ TEST_F(python_writer_test, a_self_contained_stream_does_all_of_it) {
   }
 }
 
+TEST_F(python_writer_test, a_header_is_sent_ahead_and_not_summed) {
+  const std::string archive = noise(500);
+  const std::string header = part{14, archive}.header();
+  const sender line(archive);
+  uint64_t checksum = 0;
+  log_level = 6;
+  EXPECT_TRUE(ubi_write_buffer_python_fs_tar_lzma_fd(volume.c_str(), "ubi0", line.fd(), octets(header), 500,
+                                                     &checksum, true));
+  EXPECT_EQ(input_of("tar"), "756");
+  EXPECT_EQ(static_cast<uint32_t>(checksum), plain_checksum(archive));
+  EXPECT_NE(root.printed().find("_fd total received 500 bytes\n"), std::string::npos);
+}
+
 TEST_F(python_writer_test, prepare_stream_and_finalize_together_do_the_same) {
   const sender line("archive");
   EXPECT_EQ(ubi_python_fs_tar_lzma_fd_prepare(volume.c_str(), "ubi0"), 1);
@@ -439,9 +433,8 @@ TEST_F(python_writer_test, a_tool_that_dies_restores_nothing) {
 // What is free on the volume, to the byte.
 class python_space_test : public python_writer_test {
  protected:
-  ~python_space_test() override { free_space = {}; }
-  static uint32_t available(uint64_t free_blocks, long block_size) {
-    free_space = {true, free_blocks, block_size};
+  uint32_t available(uint64_t free_blocks, long block_size) {
+    root.set_free_space(free_blocks, block_size);
     return getAvailableSpace("/mnt");
   }
 };
@@ -465,7 +458,7 @@ TEST_F(python_space_test, space_is_counted_in_32_bits) {
 }
 
 TEST_F(python_space_test, one_byte_too_little_is_refused_and_the_old_installation_stays) {
-  free_space = {true, 6291455 + 65535, 1};
+  root.set_free_space(6291455 + 65535, 1);
   for (size_t i = 0; i < forms_that_ask_for_space; i++) {
     root.forget();
     EXPECT_EQ(forms[i](), 0);
@@ -477,7 +470,7 @@ TEST_F(python_space_test, one_byte_too_little_is_refused_and_the_old_installatio
 }
 
 TEST_F(python_space_test, just_enough_goes_ahead) {
-  free_space = {true, 6291456 + 65535, 1};
+  root.set_free_space(6291456 + 65535, 1);
   EXPECT_EQ(ubi_python_fs_tar_lzma_fd_prepare(volume.c_str(), "ubi0"), 1);
   EXPECT_EQ(root.shell_lines(), joined({begin, look_for_space, save, end}));
 }
