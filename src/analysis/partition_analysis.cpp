@@ -110,9 +110,8 @@ void take_identity(const uint8_t* header, flash_analysis* record) {
   char version[sizeof record->version];
   char code[sizeof record->code];
   const bool has_version =
-      image_get_version_string(header + image_field_contents_version, version, sizeof version) != 0;
-  const bool has_code =
-      image_get_product_code_string(header + image_field_product_code, code, sizeof code) != 0;
+      image_get_version_string(header + image_field_contents_version, version, sizeof version);
+  const bool has_code = image_get_product_code_string(header + image_field_product_code, code, sizeof code);
   analysis_set_identity(record, has_version ? version : "-", has_code ? code : "-");
 }
 
@@ -125,7 +124,7 @@ bool flash_analyze_rom(const char* dev_name, int image, flash_analysis* record) 
     log_printf(level_trace, "%s: read() header\n", __func__);
     return false;
   }
-  if (image_header_verify(header, sizeof header, 1) == 0) {
+  if (!image_header_verify(header, sizeof header, true)) {
     log_printf(level_trace, "%s: image_header_verify()\n", __func__);
     return false;
   }

@@ -130,7 +130,7 @@ void cmd_flash_download_network() {
   }
   log_printf(level_info, "%s: bank=%s ip_addr=%s filename=%s\n", __func__, mtd_bank_string[bank],
              net_format_ip(file.server).text(), file.name);
-  _print_done_success_failure(install_from_server(file, bank) ? 1 : 0);
+  _print_done_success_failure(install_from_server(file, bank));
 }
 
 void cmd_file_download_network() {
@@ -150,9 +150,9 @@ void cmd_file_download_network() {
   }
   log_printf(level_info, "%s: ip_addr=%s file_remote=%s file_local=%s\n", __func__,
              net_format_ip(file.server).text(), file.name, path);
-  const bool received = net_tftp_get(net_octets(file.server), file.name, path) != 0;
+  const bool received = net_tftp_get(net_octets(file.server), file.name, path);
   if (!received) {
     log_printf(level_error, "TFTP get failed\n");
   }
-  _print_done_success_failure(received ? 1 : 0);
+  _print_done_success_failure(received);
 }

@@ -14,7 +14,7 @@ const part boot_env = {.type = 3, .contents = noise(1024, 3)};
 const part kernel = {.type = 4, .contents = noise(0x1ABC, 4)};
 const part config_loader = {.type = 8, .contents = noise(1, 5)};
 
-class file_form_test : public loader_test {
+class image_file_test : public loader_test {
  protected:
   void put(const std::string& image) const { root.write_file(path, image); }
   // UBI partition at its real node, but small, so that it is quickly read: erased or not.
@@ -34,7 +34,7 @@ class file_form_test : public loader_test {
 
 // ---------------------------------------------------------------------------------------------- validation
 
-class image_validate_test : public file_form_test {
+class image_validate_test : public image_file_test {
  protected:
   // The only thing printed about a faulty image.
   void expect_fault(const std::string& image, const std::string& message) {
@@ -148,7 +148,7 @@ TEST_F(image_validate_test, contents_beyond_two_gigabytes_are_summed_whole) {
 
 // ---------------------------------------------------------------------------------------------- installation
 
-class image_write_test : public file_form_test {};
+class image_write_test : public image_file_test {};
 
 TEST_F(image_write_test, raw_parts_go_to_their_partitions_and_the_bank_is_switched_last) {
   put(image_of({bootstrap, bootloader, kernel, config_loader}));

@@ -9,9 +9,9 @@ namespace {
 constexpr uint32_t all_types = 0xFFFFFFFF;
 constexpr char saved[] = "/tmp/image.rom";
 
-class system_test : public ubi_test {
+class preparation_test : public ubi_test {
  protected:
-  system_test() {
+  preparation_test() {
     set_lebs(8, 8, 1, 0);
     put_ubi0(in_use);
   }
@@ -51,14 +51,14 @@ class system_test : public ubi_test {
 // ---------------------------------------------------------------------------------------------- raw
 // partitions
 
-TEST_F(system_test, nand_partitions_are_erased_with_one_protected_or_not) {
+TEST_F(preparation_test, nand_partitions_are_erased_with_one_protected_or_not) {
   mtd_config_table[6].type = mtd_type_nand;
   EXPECT_EQ(prepare({kernel}), 1);
   EXPECT_EQ(root.shell_lines(),
             lines({"/usr/sbin/flash_unlock /dev/mtd6", erase(6), "/usr/sbin/flash_lock /dev/mtd6 0 -1"}));
 }
 
-TEST_F(system_test, a_boot_environment_is_passed_over_unless_the_flash_is_clean) {
+TEST_F(preparation_test, a_boot_environment_is_passed_over_unless_the_flash_is_clean) {
   EXPECT_EQ(prepare({boot_env, kernel}), 1);
   EXPECT_EQ(root.shell_lines(), lines({erase(6)}));
   EXPECT_EQ(root.printed(), "NOTE: Skipping boot_env image because flash is not clean\n");
@@ -71,7 +71,7 @@ TEST_F(system_test, a_boot_environment_is_passed_over_unless_the_flash_is_clean)
 
 // ---------------------------------------------------------------------------------------------- volumes
 
-TEST_F(system_test, clean_flash_is_formatted_with_the_sizes_of_the_header) {
+TEST_F(preparation_test, clean_flash_is_formatted_with_the_sizes_of_the_header) {
   put_ubi0(erased);
   save({archive});
   std::string header = root.read_file(saved);
@@ -87,7 +87,7 @@ TEST_F(system_test, clean_flash_is_formatted_with_the_sizes_of_the_header) {
 
 // ---------------------------------------------------------------------------------------------- headers
 
-TEST_F(system_test, every_step_is_told_at_verbosity_six) {
+TEST_F(preparation_test, every_step_is_told_at_verbosity_six) {
   log_level = 6;
   EXPECT_EQ(prepare({bootloader, {.type = 14, .contents = ""}}, 1U << 2), 1);
   const std::string destination = "VERBOSE: image_validate_destination: mtd_dev_name=/dev/ubi0_0\n";
@@ -102,20 +102,20 @@ TEST_F(system_test, every_step_is_told_at_verbosity_six) {
             std::string::npos);
 }
 
-TEST_F(system_test, types_outside_the_mask_are_passed_over) {
+TEST_F(preparation_test, types_outside_the_mask_are_passed_over) {
   EXPECT_EQ(prepare({bootloader, kernel, ubifs}, 1U << 4), 1);
   EXPECT_EQ(root.shell_lines(), lines({erase(6)}));
   EXPECT_EQ(finalize({python}, 1U << 4), 1);
   EXPECT_EQ(root.shell_lines().size(), 1U);
 }
 
-TEST_F(system_test, headers_behind_the_last_one_do_not_count) {
+TEST_F(preparation_test, headers_behind_the_last_one_do_not_count) {
   root.write_file(saved, kernel.header() + bootloader.header());
   EXPECT_EQ(image_prepare_system(saved, mtd_bank_2, all_types), 1);
   EXPECT_EQ(root.shell_lines(), lines({erase(6)}));
 }
 
-TEST_F(system_test, headers_that_are_missing_are_reported_by_both) {
+TEST_F(preparation_test, headers_that_are_missing_are_reported_by_both) {
   const part promising = {.type = 8, .contents = "x", .next_flag = 1};
   for (const std::string& headers : {std::string(), kernel.header().substr(0, 255), promising.header()}) {
     root.write_file(saved, headers);
@@ -130,7 +130,7 @@ TEST_F(system_test, headers_that_are_missing_are_reported_by_both) {
   EXPECT_EQ(root.printed(), not_read + not_read);
 }
 
-TEST_F(system_test, headers_that_are_bad_are_reported_by_both) {
+TEST_F(preparation_test, headers_that_are_bad_are_reported_by_both) {
   std::string header = kernel.header();
   header[20] = 1;
   root.write_file(saved, header);
@@ -140,7 +140,7 @@ TEST_F(system_test, headers_that_are_bad_are_reported_by_both) {
   EXPECT_EQ(root.shell_lines(), lines());
 }
 
-TEST_F(system_test, a_part_for_no_partition_ends_the_preparation) {
+TEST_F(preparation_test, a_part_for_no_partition_ends_the_preparation) {
   EXPECT_EQ(prepare({kernel, {.type = 6, .contents = ""}, bootloader}), 0);
   EXPECT_EQ(root.printed(), "ERROR: image_prepare_system: Can't find mtd for contents_type=6\n");
   EXPECT_EQ(root.shell_lines(), lines({erase(6)}));

@@ -21,7 +21,7 @@ part chained(part p) {
   return p;
 }
 
-class stream_form_test : public loader_test {
+class image_stream_test : public loader_test {
  protected:
   std::string flash(const std::string& node, size_t size) const {
     return root.read_file(node).substr(0, size);
@@ -30,7 +30,7 @@ class stream_form_test : public loader_test {
 
 // ---------------------------------------------------------------------------------------------- installing
 
-class image_write_fd_test : public stream_form_test {
+class image_write_fd_test : public image_stream_test {
  protected:
   int install(const sender& source, uint32_t mask = download_mask, const char* headers = nullptr) {
     return image_write_fd(headers, source.fd(), mtd_bank_2, mask, 1);
@@ -113,7 +113,7 @@ TEST_F(image_write_fd_test, missing_saved_headers_fail_before_the_stream_is_touc
 
 // ---------------------------------------------------------------------------------------------- looking only
 
-class image_get_headers_fd_test : public stream_form_test {
+class image_get_headers_fd_test : public image_stream_test {
  protected:
   int look(const sender& source, const char* path = saved) {
     return image_get_headers_fd(source.fd(), mtd_bank_2, download_mask, path);
