@@ -10,14 +10,37 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "board"))
 
-from virtual_board import UART_RATE, Board  # noqa: E402  (the path had to be set first)
+from network_install import root_file_system  # noqa: E402  (the path had to be set first)
+from virtual_board import UART_RATE, Board  # noqa: E402
 
-PATIENCE = 600
+PATIENCE = 1800
 SERVER, FILE = "10.0.2.2", "image.rom"
-KERNEL_SIZE, ROOT_SIZE, SERIAL_SIZE = 6 << 20, 24 << 20, 64 << 10
+KERNEL_SIZE, ROOT_SIZE, SERIAL_SIZE = 6 << 20, 22 << 20, 64 << 10
 # The true speed of a line of 115200 bits per second is the last.
 SERIAL_RATES = (UART_RATE, 40_000, 11_520)
 _COUNTER = "/sys/kernel/debug/tracing/events/raw_syscalls/sys_enter"
+
+
+@contextlib.contextmanager
+def _counted(board, whose, counts):
+    """Counts system calls meanwhile, {name: number}; `whose` is a filter of the kernel's tracing."""
+    rule = f"hist:keys=id.syscall if {whose}"
+    board.sh(f"echo '{rule}' >{_COUNTER}/trigger", check=True)
+    try:
+        yield
+        shown = board.sh(f"cat {_COUNTER}/hist", check=True).output
+        counts.update({name: int(hits) for name, hits in re.findall(r"id: (\w+) .*hitcount: +(\d+)", shown)})
+    finally:
+        board.sh(f"echo '!{rule}' >{_COUNTER}/trigger")
+
+
+def _calls_per_piece(board):
+    """System calls that move data, per 4 KiB that stand ready in a pipe."""
+    counts, pieces = {}, 2048
+    with _counted(board, 'comm == "stream_bench"', counts):
+        board.sh(f"dd if=/dev/zero bs=65536 count={pieces // 16} | stream_bench /dev/mtd5 {pieces * 4096}", PATIENCE,
+                 check=True)
+    return sum(number for name, number in counts.items() if re.search("select|read|write", name)) / pieces
 
 
 class _Shell:
@@ -39,16 +62,8 @@ class _Shell:
         status = self._board.sh(f"cat /proc/{self._pid}/status", check=True).output
         return int(re.search(rf"^{field}:\s+(\d+) kB", status, re.MULTILINE)[1])
 
-    @contextlib.contextmanager
     def _counted(self, counts):
-        rule = f"hist:keys=id.syscall if common_pid == {self._pid}"
-        self._board.sh(f"echo '{rule}' >{_COUNTER}/trigger", check=True)
-        try:
-            yield
-            shown = self._board.sh(f"cat {_COUNTER}/hist", check=True).output
-            counts.update({name: int(hits) for name, hits in re.findall(r"id: (\w+) .*hitcount: +(\d+)", shown)})
-        finally:
-            self._board.sh(f"echo '!{rule}' >{_COUNTER}/trigger")
+        return _counted(self._board, f"common_pid == {self._pid}", counts)
 
     def _image(self, word, file):
         subprocess.run([self._kesto, "image", "build", "-o", self._served / FILE, f"--{word}", file], check=True,
@@ -74,38 +89,33 @@ class _Shell:
         return sum(counts.values()) / (len(image) / 1024)
 
 
-def _root_file_system(directory, size):
-    tree, image = directory / "tree", directory / "rootfs.tar.xz"
-    tree.mkdir()
-    (tree / "file").write_bytes(os.urandom(size))
-    subprocess.run(["tar", "-cJf", image, "-C", tree, "."], check=True)
-    return image
-
-
 def _random(path, size):
     path.write_bytes(os.urandom(size))
     return path
 
 
-def installation_cost(program, kesto):
+def installation_cost(build, kesto):
     """
     {"idle": KiB resident at the first prompt, "small" and "large": KiB above that at the peak of installing 64 KiB and then
-    24 MiB, "calls": system calls per 4 KiB piece of a kernel over the network, "serial": {rate: system calls per KiB}}.
+    an image of 24 MiB, "piece": system calls per 4 KiB that stand ready in a pipe, "network": per 4 KiB of a kernel over the network, "serial":
+    {rate: system calls per KiB}}, of the programs for the device in the directory `build`.
     """
     with tempfile.TemporaryDirectory() as name:
         directory = Path(name)
         served = directory / "tftp"
         served.mkdir()
         small, kernel = _random(directory / "small", SERIAL_SIZE), _random(directory / "kernel", KERNEL_SIZE)
-        with Board(directory / "board", program, tftp=served) as board:
+        with Board(directory / "board", build / "recovery-loader", tftp=served,
+                   files={"/usr/bin/stream_bench": build / "stream_bench"}) as board:
             board.start()
             board.console.expect("CLI> ", timeout=PATIENCE)
             shell = _Shell(board, kesto, served)
             cost = {"idle": shell.memory_kib("VmRSS")}
             shell.calls_of_network_installation("kernel", small)
             cost["small"] = shell.memory_kib("VmHWM") - cost["idle"]
-            cost["calls"] = shell.calls_of_network_installation("kernel", kernel)
-            shell.calls_of_network_installation("rootfs-tar", _root_file_system(directory, ROOT_SIZE))
+            cost["network"] = shell.calls_of_network_installation("kernel", kernel)
+            shell.calls_of_network_installation("rootfs-ubifs-128k", root_file_system(directory, ROOT_SIZE))
             cost["large"] = shell.memory_kib("VmHWM") - cost["idle"]
+            cost["piece"] = _calls_per_piece(board)
             cost["serial"] = {rate: shell.calls_over_serial(small, rate) for rate in SERIAL_RATES}
     return cost

@@ -19,18 +19,19 @@ PATIENCE = 300
 SERVER, FILE = "10.0.2.2", "image.rom"
 
 
-def _root_file_system(directory):
+def root_file_system(directory, size):
+    """A UBIFS image of a file of `size` random bytes."""
     geometry = layout.NAND_GEOMETRIES["128k"]
     tree, image = directory / "tree", directory / "rootfs"
     tree.mkdir()
-    (tree / "file").write_bytes(os.urandom(SIZE))
+    (tree / "file").write_bytes(os.urandom(size))
     subprocess.run(["/usr/sbin/mkfs.ubifs", "-m", str(geometry.page), "-e", str(geometry.leb), "-c", "200", "-r", tree,
                     "-o", image], check=True)
     return image
 
 
-def _kernel(directory):
-    (directory / "kernel").write_bytes(os.urandom(SIZE))
+def _kernel(directory, size):
+    (directory / "kernel").write_bytes(os.urandom(size))
     return directory / "kernel"
 
 
@@ -64,8 +65,8 @@ def network_throughput(program, kesto, runs):
             board.console.expect("CLI> ", timeout=PATIENCE)
             board.console.send("network ethernet start\r")
             board.console.expect("Done: SUCCESS", timeout=PATIENCE)
-            for word, make in ("kernel", _kernel), ("rootfs-ubifs-128k", _root_file_system):
-                subprocess.run([kesto, "image", "build", "-o", served / FILE, f"--{word}", make(directory)],
+            for word, make in ("kernel", _kernel), ("rootfs-ubifs-128k", root_file_system):
+                subprocess.run([kesto, "image", "build", "-o", served / FILE, f"--{word}", make(directory, SIZE)],
                                check=True, stdout=subprocess.DEVNULL)
                 _seconds_of_second_transfer(board)  # the first one finds new flash
                 ratios[word] = [_seconds_into_nothing(board) / _seconds_of_second_transfer(board) for _ in range(runs)]
