@@ -287,7 +287,7 @@ void cli_loop() {
   history_clear();
   log_printf(level_plain, "\n");
   for (;;) {
-    tty_restore_cli_input();  // a failed download may have closed it
+    tty_restore_cli_input();  // a remapping that failed may have closed it
     tty_set_isig(0);
     const key_result result = read_line();
     tty_set_isig(1);

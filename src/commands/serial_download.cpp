@@ -127,9 +127,12 @@ void cmd_file_download_serial() {
   }
   log_printf(level_info, "%s: filename=%s dev=%s%i speed=%i\n", __func__, path, port.device, port.port,
              static_cast<int>(port.speed));
-  const bool received = tty_download(&port, path);
-  if (!received) {
+  bool is_partial;
+  const bool received = tty_receive_file(&port, path, &is_partial);
+  if (is_partial) {
     unlink(path);
+  }
+  if (!received) {
     log_printf(level_error, "serial download failed\n");
   }
   _print_done_success_failure(received);

@@ -185,24 +185,6 @@ void tty_show_console() {
   log_printf(level_plain, "\n");
 }
 
-void tty_restore_cli_input() {
-  if (tty_cli.fd != STDIN_FILENO || fcntl(STDIN_FILENO, F_GETFD) != -1) {
-    return;
-  }
-  const int opened = open(tty_path_of(tty_cli).text(), O_RDWR | O_NONBLOCK);
-  if (opened != STDIN_FILENO) {
-    if (opened >= 0) {
-      close(opened);
-    }
-    return;
-  }
-  fcntl(STDIN_FILENO, F_SETFL, O_RDWR);
-  // Nothing was applied when the console could not be set up at start-up; then it stays as it is.
-  if (tty_cli.applied_termios.c_cflag != 0) {
-    tcsetattr(STDIN_FILENO, TCSANOW, &tty_cli.applied_termios);
-  }
-}
-
 int tty_set_isig(int on) {
   termios settings = {};
   tcgetattr(STDIN_FILENO, &settings);

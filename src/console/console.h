@@ -23,9 +23,6 @@ bool tty_validate_settings(const tty_port* port);
 /// Prints the console's settings.
 void tty_show_console();
 
-/// Opens standard input on the console again if an operation has closed it. Nothing is logged.
-void tty_restore_cli_input();
-
 /// Switches the signals of the terminal on standard input on or off: with them, Ctrl-C is a signal; without,
 /// a byte. Result: that of tcsetattr().
 int tty_set_isig(int on);

@@ -3,6 +3,7 @@
 #include "tty/port.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -94,6 +95,14 @@ bool receive_file(tty_port* port, const char* path, unique_file& file, uint32_t&
   return receive_until_silent(port->fd, file.stream(), buffer.data(), total, error);
 }
 
+// Whether the open `file` is a regular one and `path` its own name, not that of a link to it.
+bool holds_regular_file(const unique_file& file, const char* path) {
+  struct stat opened;
+  struct stat named;
+  return file && fstat(fileno(file.stream()), &opened) == 0 && S_ISREG(opened.st_mode) &&
+         lstat(path, &named) == 0 && named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
+}
+
 }  // namespace
 
 tty_path tty_path_of(const tty_port& port) {
@@ -155,8 +164,8 @@ void tty_discard_until_silent(const tty_port* port, unsigned seconds) {
   }
 }
 
-bool tty_download(tty_port* port, const char* path) {
-  log_printf(level_info, "%s: dev=%s%i file=%s\n", __func__, port->device, port->port, path);
+bool tty_receive_file(tty_port* port, const char* path, bool* is_partial) {
+  log_printf(level_info, "tty_download: dev=%s%i file=%s\n", port->device, port->port, path);
   log_printf(level_plain, "Begin serial download...\n");
   sleep(settle_seconds);
   error_text error;
@@ -164,14 +173,17 @@ bool tty_download(tty_port* port, const char* path) {
   unique_file file;
   bool received = receive_file(port, path, file, total, error);
   if (port->fd >= 0) {
-    // Also when the raw open failed and the descriptor is still the console's: the console opens its input
-    // again when it next reads.
+    // Also when the raw open failed and the descriptor is still the console's, whose settings go back with it
+    // to those of before the shell. What follows is to be read.
     tty_close_raw(port);
+    tty_restore_cli_input();
   }
+  const bool is_regular = holds_regular_file(file, path);
   if (!file.close() && received) {
     error.format_cut("fwrite(%i) error(%s)\n", static_cast<int>(total), strerror(errno));
     received = false;
   }
+  *is_partial = is_regular && !received;
   log_printf(level_info, "Downloaded %i bytes\n", static_cast<int>(total));
   if (error.text()[0] != '\0') {
     log_printf(level_error, "%s", error.text());
@@ -179,7 +191,30 @@ bool tty_download(tty_port* port, const char* path) {
   return received;
 }
 
+bool tty_download(tty_port* port, const char* path) {
+  bool is_partial;
+  return tty_receive_file(port, path, &is_partial);
+}
+
 bool tty_flush_cli_input() {
   tcflush(tty_cli.fd, TCIFLUSH);
   return true;
+}
+
+void tty_restore_cli_input() {
+  if (tty_cli.fd != STDIN_FILENO || fcntl(STDIN_FILENO, F_GETFD) != -1) {
+    return;
+  }
+  const int opened = open(tty_path_of(tty_cli).text(), O_RDWR | O_NONBLOCK);
+  if (opened != STDIN_FILENO) {
+    if (opened >= 0) {
+      close(opened);
+    }
+    return;
+  }
+  fcntl(STDIN_FILENO, F_SETFL, O_RDWR);
+  // Nothing was applied when the console could not be set up at start-up; then it stays as it is.
+  if (tty_cli.applied_termios.c_cflag != 0) {
+    tcsetattr(STDIN_FILENO, TCSANOW, &tty_cli.applied_termios);
+  }
 }

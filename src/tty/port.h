@@ -55,9 +55,17 @@ void tty_close_raw(tty_port* port);
 void tty_discard_until_silent(const tty_port* port, unsigned seconds);
 
 /// Receives a file: a stream of bytes that 30 seconds may pass before and 3 seconds of silence end. The
-/// record is left closed. Result: true when at least one byte arrived and all were written to `path`; false
-/// after an error, with the partial file left there.
+/// record is left closed, and the console with its own settings. Result: true when at least one byte arrived
+/// and all were written to `path`; false after an error. `is_partial` is set in every case: whether a failed
+/// download has left its part in a regular file there, for the caller to remove. What else was at `path`, or
+/// whatever it is that could not be opened, is not the download's.
+bool tty_receive_file(tty_port* port, const char* path, bool* is_partial);
+/// The same for a caller who leaves everything where it is.
 bool tty_download(tty_port* port, const char* path);
 
 /// Discards console input that was not read yet. Result: true.
 bool tty_flush_cli_input();
+
+/// Opens standard input on the console again, with the console's settings, when an operation has closed it.
+/// Nothing is logged.
+void tty_restore_cli_input();

@@ -21,7 +21,7 @@ def download_file(dev, data, words="firmware", port=None):
 
 
 def fail_to_download(dev, words="firmware"):
-    """A download that fails before it listens. Then the console's input was closed; waits until it is open again."""
+    """A download that fails before it listens. Then the console's input was closed and opened again."""
     shown = dev.begin(f"file download serial {words}") + dev.text_until_prompt()
     dev.wait_for("open", "/dev/ttyS1", "04002")
     dev.wait_for("tcsetattr", "/dev/ttyS1", *console_input_settings(dev))
@@ -301,6 +301,53 @@ def test_port_that_fails_ends_the_file(dev, call, outcome, sent, count, end):
     expect_at_rest(dev)
 
 
+# ---------------------------------------------------------------------- what a failed download removes
+
+
+def test_a_file_that_was_there_stays_when_the_port_is_missing(dev):
+    dev.remove_port(2)
+    dev.boot()
+    dev.path("/tmp/firmware").write_bytes(b"of another time")
+    assert fail_to_download(dev, "firmware 2").endswith(FAILED)
+    assert dev.path("/tmp/firmware").read_bytes() == b"of another time"
+
+
+def test_a_program_that_is_running_stays(dev):
+    dev.boot()
+    dev.path("/tmp/program").write_bytes(b"code")
+    dev.fail_call("fopen", "/tmp/program", error="ETXTBSY")
+    shown = dev.begin("file download serial program") + dev.text_until_prompt()
+    assert shown == "ERROR: fopen(/tmp/program) error(Text file busy)\n" + FAILED
+    assert dev.path("/tmp/program").read_bytes() == b"code"
+
+
+def test_a_device_stays(dev):
+    dev.boot()
+    os.mkfifo(dev.path("/dev/node"))
+    with open(os.open(dev.path("/dev/node"), os.O_RDWR), "rb"):  # opening it for writing waits for a reader
+        dev.fail_call("fwrite", "/dev/node", error="EIO", result=0)
+        assert dev.install(b"contents", "file download serial /dev/node 2", port=2).endswith(
+            "ERROR: fwrite(8) error(Input/output error)\n" + FAILED)
+    assert dev.path("/dev/node").is_fifo()
+
+
+def test_a_link_stays(dev):
+    """What it points to was overwritten; its own name was there before."""
+    dev.boot()
+    dev.path("/tmp/link").symlink_to("target")
+    dev.fail_call("fwrite", "/tmp/target", error="ENOSPC", result=0)
+    assert dev.install(b"contents", "file download serial link 2", port=2).endswith(FAILED)
+    assert dev.path("/tmp/link").is_symlink()
+
+
+def test_the_part_that_arrived_is_removed_though_a_longer_file_was_there(dev):
+    dev.boot()
+    dev.path("/tmp/firmware").write_bytes(b"a longer file of another time")
+    dev.fail_call("fwrite", "/tmp/firmware", error="ENOSPC", result=0)
+    assert dev.install(b"contents", "file download serial firmware 2", port=2).endswith(FAILED)
+    assert not dev.path("/tmp/firmware").exists()
+
+
 # ---------------------------------------------------------------------- ports the device does not have
 
 
@@ -352,3 +399,31 @@ def test_console_at_a_speed_that_no_transfer_has(dev):
     dev.begin("file download serial firmware")
     assert re.fullmatch(r"tty_open_raw: speed: .*\nERROR: tty_open_raw\(\) error\(.*\)\n" + re.escape(FAILED),
                         dev.text_until_prompt())
+
+
+# ---------------------------------------------------------------------- what is reported is readable
+
+
+def before_the_shell(dev):
+    """The port passes bytes as they are until the shell makes it the console."""
+    dev.port(1).make_raw()
+    dev.boot()
+
+
+def before_the_last_change(dev):
+    dev.boot()
+    dev.port(1).make_raw()
+    dev.command("set console 9600")
+
+
+@pytest.mark.parametrize("prepare", [before_the_shell, before_the_last_change])
+@pytest.mark.parametrize("failure", [("open", "/dev/ttyS2", "EIO"), ("malloc", 4096, "ENOMEM")], ids=["port", "memory"])
+def test_the_console_has_its_settings_when_a_failure_is_reported(dev, prepare, failure):
+    """Not those of before, with which the copy of its record was closed: another speed, say."""
+    prepare(dev)
+    dev.fail_call(*failure[:2], error=failure[2], times=1)
+    dev.keys("file download serial file 2\r")
+    dev.expect(BEGIN)
+    screen = dev.screen_until_prompt()
+    assert screen.endswith(b"ERROR: serial download failed\r\nDone: FAILURE\r\n")
+    assert screen.count(b"\n") == screen.count(b"\r\n")
