@@ -6,7 +6,7 @@ from artefact_cache import BUILD, ROOT, SetupError, exclusive
 
 
 class Artefacts:
-    """What ensure() made: paths of the kernel (a zImage) and of the root file system's base (an uncompressed archive)."""
+    """What ensure() made: paths of the kernel and of the root file system's base (an uncompressed archive)."""
 
     def __init__(self, kernel, base):
         self.kernel, self.base = kernel, base
@@ -18,7 +18,7 @@ def ensure():
         try:
             device_kernel.TREE.ensure()
             root_file_system.TREE.ensure()
-            return Artefacts(device_kernel.image(), root_file_system.base(device_kernel.module()))
+            return Artefacts(device_kernel.startable(), root_file_system.base(device_kernel.module()))
         except OSError as error:
             raise SetupError(f"{BUILD} was disturbed while the board was set up: {error}") from error
 

@@ -10,7 +10,8 @@ import images
 import real_images
 import ubi_device
 from board_session import DEFAULT_ENVIRONMENT
-from network_device import OLD, OLD_VOLUMES, install, make_old
+from network_device import OLD_VOLUMES, install, make_old, old
+from power_on import variables
 from real_images import (BOOTLOADER, BOOTSTRAP, CONFIG_LOADER, KERNEL, SMALL_BOOTLOADER, SMALL_CONFIG_LOADER,
                          SMALL_KERNEL, contents, info, split)
 from texts import INSTALLING, PREPARING, SUCCESS
@@ -75,8 +76,8 @@ def test_release_over_an_older_one(dev, server, parts):
     dev.expect_locked()
     kernel, _, config_loader = split(image)[:3]
     assert dev.environment() == dev.shown_environment() == {
-        **DEFAULT_ENVIRONMENT, "bootbank": "2", "kernel_size_1": "1234", "kernel_size_2": kernel_size(kernel)}
-    dev.expect_flash(**{**OLD, "kernel_2": kernel, "config_loader": config_loader,
+        **variables(old()["bootenv_1"]), "bootbank": "2", "kernel_size_2": kernel_size(kernel)}
+    dev.expect_flash(**{**old(), "kernel_2": kernel, "config_loader": config_loader,
                         "bootenv_1": dev.board.flash_read("bootenv_1")})
     with attached(dev) as ubi:
         assert ubi.layout() == fresh_layout()
@@ -96,7 +97,7 @@ def test_single_bank_in_place_of_two(dev, server, parts):
     expect_given_back(dev)
     kernel = split(image)[1]
     assert dev.environment() == dev.shown_environment() == {
-        **DEFAULT_ENVIRONMENT, "bootbank": "single", "kernel_size_1": "1234", "kernel_size_single": kernel_size(kernel)}
+        **variables(old()["bootenv_1"]), "bootbank": "single", "kernel_size_single": kernel_size(kernel)}
     assert dev.board.flash_read("kernel_single", 0, len(kernel)) == kernel
     with attached(dev) as ubi:
         assert ubi.layout() == single_layout()
@@ -107,13 +108,13 @@ def test_single_bank_in_place_of_two(dev, server, parts):
 def test_locked_partition_is_not_erased(dev, server):
     """The first step does not unlock, and today's tool calls that a success: a boot loader goes into erased flash."""
     image = real_images.build(("bootloader", SMALL_BOOTLOADER))
-    old = OLD["bootloader"]
-    dev.board.flash_write("bootloader", old)
+    before = old()["bootloader"]
+    dev.board.flash_write("bootloader", before)
     shown = install(dev, server, image)
     assert without_complaints(shown) == info(image) + PREPARING + INSTALLING + info(image) + SUCCESS
     assert shown.count("flash_erase: error!: /dev/mtd2: ") == 9, "the whole, then block after block"
-    mixed = bytes(a & b for a, b in zip(old, image))
-    dev.expect_flash(bootloader=mixed + image[len(old):])
+    mixed = bytes(a & b for a, b in zip(before, image))
+    dev.expect_flash(bootloader=mixed + image[len(before):])
     dev.expect_locked()
 
 
@@ -131,11 +132,11 @@ def test_boot_environment_of_a_new_device(dev, server, parts):
 def test_every_bank_takes_its_kernel(dev, server):
     image = real_images.build(("kernel", SMALL_KERNEL))
     for bank in "", "1", "2", "single":
-        dev.board.flash_write("kernel_1", OLD["kernel_1"])
+        dev.board.flash_write("kernel_1", old()["kernel_1"])
         assert install(dev, server, image, bank=bank) == info(image) + PREPARING + INSTALLING + info(image) + SUCCESS
         name = bank or "1"
         assert (dev.environment()["bootbank"], dev.environment()[f"kernel_size_{name}"]) == (name, kernel_size(image))
-        dev.expect_flash(**{"kernel_1": OLD["kernel_1"], f"kernel_{name}": image})
+        dev.expect_flash(**{"kernel_1": old()["kernel_1"], f"kernel_{name}": image})
         expect_given_back(dev)
         dev.board.flash_erase(f"kernel_{name}")
     assert server.requests == ["image.rom"] * 8
