@@ -61,7 +61,7 @@ class BoardSession(Session):
         """Powers up; returns when the board answers."""
         self.starts += 1
         self.console = self.board.console
-        self.board.start()
+        self.board.start(timeout=PATIENCE)
 
     @property
     def power_on(self):

@@ -8,6 +8,7 @@
 import functools
 
 import boot_loader
+import layout
 import power_on
 import real_images
 import recovery_system
@@ -65,9 +66,21 @@ def serial_flash(**more):
     return {"kernel_1": kernel_part(A), "config_loader": recovery(), "bootenv_1": environment(**more)}
 
 
+def lay_ubi(board, contents):
+    """
+    Lays a UBI partition into erased flash, and formats the blocks behind it, each with the header of the first one: of a
+    device that has been in use. Else the first to attach it would write a thousand headers, and a power cut strike there.
+    """
+    geometry = board.geometry
+    header = contents[:geometry.page]
+    board.flash_write("ubi0", contents)
+    for at in range(len(contents), layout.PARTITIONS["ubi0"].size, geometry.erase_block):
+        board.flash_write("ubi0", header, at)
+
+
 def in_bank_1(board, **more):
     """Lays that, and the root file system of A, into a device's flash, which must be erased."""
-    board.flash_write("ubi0", ubi(rootfs_1=A))
+    lay_ubi(board, ubi(rootfs_1=A))
     for name, data in serial_flash(**more).items():
         board.flash_write(name, data)
 

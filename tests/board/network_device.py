@@ -42,7 +42,7 @@ def _old_ubi():
 def make_old(dev):
     """Has an older release on the device, and nothing else."""
     dev.board.flash_erase()
-    dev.board.flash_write("ubi0", _old_ubi())
+    firmware.lay_ubi(dev.board, _old_ubi())
     for name, data in old().items():
         dev.board.flash_write(name, data)
 

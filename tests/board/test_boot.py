@@ -33,7 +33,7 @@ def device(tmp_path):
     """A device with A in bank 1, which it boots, and B in bank 2; switched off."""
     with Board(tmp_path / "board", BUILD / "recovery-loader", boot_loader=True) as board:
         firmware.in_bank_1(board, kernel_size_2=kernel_size(B))
-        board.flash_write("ubi0", firmware.ubi(rootfs_1=A, rootfs_2=B))
+        firmware.lay_ubi(board, firmware.ubi(rootfs_1=A, rootfs_2=B))
         board.flash_fill("kernel_2", kernel_part(B))
         yield board
 
@@ -195,7 +195,7 @@ def test_no_recovery_system_either(device):
 @pytest.mark.parametrize("root", ["none", "damaged"])
 def test_kernel_without_its_root_file_system(device, root):
     device.flash_erase("ubi0")
-    device.flash_write("ubi0", firmware.ubi(rootfs_2=B) if root == "none" else ubi_device.make(rootfs_1=damaged_root()))
+    firmware.lay_ubi(device, firmware.ubi(rootfs_2=B) if root == "none" else ubi_device.make(rootfs_1=damaged_root()))
     if root == "none":
         assert comes_up(device) == RECOVERY
         assert b"Firmware kernel 4.1.0.0R1: root file system ubi0:rootfs_1: cannot mount it" in device.console.output
@@ -206,7 +206,8 @@ def test_kernel_without_its_root_file_system(device, root):
 
 
 def test_kernel_of_another_version(device):
-    device.flash_write("ubi0", firmware.ubi(rootfs_1=B, rootfs_2=B))
+    device.flash_erase("ubi0")
+    firmware.lay_ubi(device, firmware.ubi(rootfs_1=B, rootfs_2=B))
     assert comes_up(device) == A.report("1").replace(f"Firmware {A.version}", f"Firmware {B.version}")
 
 
