@@ -6,13 +6,10 @@ from artefact_cache import BUILD, ROOT, SetupError, exclusive
 
 
 class Artefacts:
-    """
-    What ensure() made: paths of the kernel as a boot loader starts it (a zImage), of the same unpacked for a direct start,
-    and of the root file system's base (an uncompressed archive).
-    """
+    """What ensure() made: paths of the kernel and of the root file system's base (an uncompressed archive)."""
 
-    def __init__(self, kernel, unpacked_kernel, base):
-        self.kernel, self.unpacked_kernel, self.base = kernel, unpacked_kernel, base
+    def __init__(self, kernel, base):
+        self.kernel, self.base = kernel, base
 
 
 def ensure():
@@ -21,8 +18,7 @@ def ensure():
         try:
             device_kernel.TREE.ensure()
             root_file_system.TREE.ensure()
-            return Artefacts(device_kernel.image(), device_kernel.unpacked(),
-                             root_file_system.base(device_kernel.module()))
+            return Artefacts(device_kernel.startable(), root_file_system.base(device_kernel.module()))
         except OSError as error:
             raise SetupError(f"{BUILD} was disturbed while the board was set up: {error}") from error
 

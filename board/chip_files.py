@@ -1,6 +1,7 @@
 """
-The flash chips' cells, which lie in two files of the host, inverted: erased flash is a hole. Here they are read and
-programmed from outside the machine, which may be on or off.
+The flash chips' cells, which lie in two files of the host. Those of the NAND flash are inverted, so that erased flash is a
+hole; those of the serial flash are not, for the boot loader reads them as they lie. Here they are read and programmed from
+outside the machine, which may be on or off.
 """
 
 import fcntl
@@ -12,7 +13,9 @@ import layout
 from errors import BoardError
 
 _ERASE_PIECE = 1 << 20
-_INVERT = bytes(255 - value for value in range(256))
+# What turns a chip's cells round on their way to and from the file.
+_TURN = {"nor": bytes(range(256)), "nand": bytes(255 - value for value in range(256))}
+_ERASED = {chip: turn[0xFF:] for chip, turn in _TURN.items()}
 
 
 class ChipFiles:
@@ -45,7 +48,10 @@ class ChipFiles:
 
     def _make_chip(self, chip):
         with open(self.chip_path(chip), "wb") as cells:
-            cells.truncate(layout.FILE_SIZES[chip])
+            if _ERASED[chip] == b"\0":
+                cells.truncate(layout.FILE_SIZES[chip])
+            else:
+                cells.write(_ERASED[chip] * layout.FILE_SIZES[chip])
 
     def fresh_flash(self):
         """Makes the device as new: both chips erased, no bad blocks. The machine must be off."""
@@ -90,7 +96,7 @@ class ChipFiles:
             row = layout.PARTITIONS[name]
             with open(self.chip_path(row.chip), "r+b") as cells:
                 for address in range(row.offset, row.offset + row.size, _ERASE_PIECE):
-                    erased = bytes(min(_ERASE_PIECE, row.offset + row.size - address))
+                    erased = _ERASED[row.chip] * min(_ERASE_PIECE, row.offset + row.size - address)
                     if os.pread(cells.fileno(), len(erased), address) != erased:
                         os.pwrite(cells.fileno(), erased, address)
 
@@ -118,11 +124,11 @@ class ChipFiles:
 
     def _read_cells(self, chip, address, length):
         with open(self.chip_path(chip), "rb") as cells:
-            return os.pread(cells.fileno(), length, address).translate(_INVERT)
+            return os.pread(cells.fileno(), length, address).translate(_TURN[chip])
 
     def _write_cells(self, chip, address, data):
         with open(self.chip_path(chip), "r+b") as cells:
-            os.pwrite(cells.fileno(), data.translate(_INVERT), address)
+            os.pwrite(cells.fileno(), data.translate(_TURN[chip]), address)
 
 
 def _check_range(row, offset, length):

@@ -3,21 +3,16 @@ The device's kernel: Debian's for 32-bit ARM machines, unpacked with its headers
 device, cross-built from kernel/.
 """
 
+import gzip
 import lzma
 import os
 import re
 import shutil
-import struct
-import zlib
 
 from artefact_cache import BUILD, CROSS, HERE, PackageTree, SetupError, make, run
 
 # Loaded at boot, in this order, each after what it needs. The compressors come first: UBIFS looks for them once.
 MODULES = ("virtio_pci", "virtio_console", "lzo", "zstd", "deflate", "mtd", "ubi", "ubifs", "jffs2", "e100")
-
-# Where this kernel's build wants to lie: the start of the machine's memory, and the offset that holds for a kernel that some
-# of the boards in its configuration force upon all.
-KERNEL_ADDRESS = 0x4000_0000 + 0x20_8000
 
 # The headers refer to the scripts of the build machine's own package.
 _KBUILD = "usr/lib/linux-kbuild-6.1"
@@ -51,6 +46,9 @@ def _finish(tree):
     run("/usr/sbin/depmod", "-b", tree, release)
 
 
+# Where the machine's memory begins.
+RAM = 0x40000000
+
 TREE = PackageTree("linux-armmp", "armhf", _fetch, _finish)
 
 
@@ -59,30 +57,42 @@ def image():
     return TREE.path / "boot" / f"vmlinuz-{_release(TREE.path)}"
 
 
-def unpacked():
-    """
-    The same kernel unpacked, which saves a machine that starts it directly its own unpacking at each boot: a legacy image of
-    the boot loader, because that says where the kernel wants to lie.
-    """
-    return make(BUILD / "kernel.uImage", [HERE / "device_kernel.py", TREE.contents], _unpack)
+def address():
+    """Where the plain kernel must lie: machines that it is made for, too, need room below it."""
+    config = (TREE.path / "boot" / f"config-{_release(TREE.path)}").read_text(encoding="ascii")
+    rooms = {"AXXIA": 0x308000, "MESON": 0x208000, "MSM8960": 0x208000, "REALTEK": 0x108000}
+    return RAM + max((room for name, room in rooms.items() if f"\nCONFIG_ARCH_{name}=y\n" in config), default=0x8000)
 
 
 def _unpack(target):
-    packed = image().read_bytes()
-    # With the flags behind it: the unpacking code in front of the kernel holds the magic alone.
-    start = packed.find(b"\xfd7zXZ\0\0\1")
-    if start < 0:
-        raise SetupError(f"{image()}: unknown kernel compression")
-    kernel = lzma.LZMADecompressor().decompress(packed[start:])
-    target.write_bytes(_legacy_header(kernel) + kernel)
+    """Takes the kernel out of its self-extracting form: to unpack xz costs the device more than half of its start."""
+    data = image().read_bytes()
+    at = -1
+    while (at := data.find(b"\xfd7zXZ\0\0", at + 1)) >= 0:
+        try:
+            target.write_bytes(lzma.LZMADecompressor().decompress(data[at:]))
+            return
+        except lzma.LZMAError:
+            continue
+    raise SetupError(f"{image()}: no kernel inside")
 
 
-def _legacy_header(kernel):
-    """The 64 bytes of include/image.h of U-Boot: Linux, ARM, a kernel, not compressed."""
-    def header(checksum):
-        return struct.pack(">7I4B32s", 0x27051956, checksum, 0, len(kernel), KERNEL_ADDRESS, KERNEL_ADDRESS,
-                           zlib.crc32(kernel), 5, 2, 2, 0, b"Linux")
-    return header(zlib.crc32(header(0)))
+def plain():
+    """The kernel as it lies in memory."""
+    return make(BUILD / "kernel", [HERE / "device_kernel.py", TREE.contents], _unpack)
+
+
+def packed():
+    """The same, packed for the boot loader."""
+    return make(BUILD / "kernel.gz", [plain()],
+                lambda target: target.write_bytes(gzip.compress(plain().read_bytes(), 9, mtime=0)))
+
+
+def startable():
+    """The same with a header that says where it goes, for a machine without a boot loader."""
+    return make(BUILD / "kernel.uimage", [HERE / "device_kernel.py", plain()], lambda target: run(
+        "mkimage", "-A", "arm", "-O", "linux", "-T", "kernel", "-C", "none", "-a", hex(address()), "-e", hex(address()),
+        "-n", "Linux", "-d", plain(), target))
 
 
 def module():
@@ -104,8 +114,8 @@ def _build_module(target):
     run(f"{CROSS}strip", "--strip-debug", "-o", target, work / "vboard.ko")
 
 
-def modules_in_order():
-    """The stock kernel's module files to load, each after the ones that it needs."""
+def modules_in_order(names=MODULES):
+    """The stock kernel's module files to load for these modules, each after the ones that it needs."""
     directory = TREE.path / "lib" / "modules" / _release(TREE.path)
     needs = {}
     for line in (directory / "modules.dep").read_text().splitlines():
@@ -121,7 +131,7 @@ def modules_in_order():
         if path not in order:
             order.append(path)
 
-    for name in MODULES:
+    for name in names:
         if name in by_name:
             add(by_name[name])
         elif f"/{name}.ko" not in builtin:

@@ -26,9 +26,9 @@ class Instruments:
         """Delays each of these operations."""
         self._plan(f"{operation} {partition} 0 0 delay {round(seconds * 1e6)}")
 
-    def cut_power_at(self, operation, partition, nth=1):
-        """The n-th following operation is done by half, then the machine is dead; see wait_off()."""
-        self._plan(f"{operation} {partition} {nth - 1} 1 cut 0")
+    def cut_power_at(self, operation, partition, nth=1, done=0):
+        """The n-th following operation is done by half, or by `done` bytes, then the machine is dead; see wait_off()."""
+        self._plan(f"{operation} {partition} {nth - 1} 1 cut {done}")
 
     def clear_faults(self):
         """Forgets all planned faults and delays, and plugs the network cable in."""

@@ -2,9 +2,11 @@
 
 import argparse
 import contextlib
+import hashlib
 import json
 import os
 import pathlib
+import re
 import selectors
 import signal
 import socket
@@ -20,14 +22,15 @@ import tty
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
 
 import artefacts  # noqa: E402
-import virtual_board  # noqa: E402
-from virtual_board import Board, BoardError, Timeout  # noqa: E402
+import recovery_system  # noqa: E402
+from firmware_images import Firmware  # noqa: E402
+from flow_control import send_as_taken  # noqa: E402
+from virtual_board import SHELL_PATH, Board, BoardError  # noqa: E402
 
 ROOT = artefacts.ROOT
 PROGRAM = ROOT / "build" / "arm" / "recovery-loader"
-KESTO = ROOT / "build" / "release" / "kesto"
 STATE = artefacts.BUILD / "state"
-SAMPLE = artefacts.BUILD / "sample.img"
+SAMPLE = artefacts.BUILD / "firmware.img"
 
 PROMPT = "CLI> "
 BEGIN = b"Begin serial download..."
@@ -35,22 +38,14 @@ BEGIN = b"Begin serial download..."
 BEGIN_VALID = 30
 WAY_OUT = 0x1D  # Ctrl-]
 CONTROL = "control"
+# Of the recovery system that the factory laid into the flash, see _factory().
+LAID = "recovery.sum"
+LOADER_BEGINS, LOADER_ENDS = b"\nU-Boot ", b"\nStarting kernel ..."
 
 
-def sample_parts(full):
-    """[(part option, file)] of the sample image: firmware that came with the packages; `full`: Debian's own kernel."""
-    roms = pathlib.Path("/usr/lib/ipxe/qemu")
-    kernel = artefacts.ensure().kernel if full else roms / "efi-virtio.rom"
-    return [("bootloader", pathlib.Path("/usr/share/seabios/bios-256k.bin")), ("kernel", kernel),
-            ("config-loader", roms / "pxe-virtio.rom")]
-
-
-def build_image(target, parts):
-    """Builds an image of these parts."""
-    command = [str(KESTO), "image", "build", "-o", str(target), "--version", "3.1.0.0R1", "--code", "TK"]
-    for word, path in parts:
-        command += [f"--{word}", str(path)]
-    subprocess.run(command, check=True)
+def sample():
+    """The firmware that is installed: its kernel is packed as short as it gets, for it goes over a serial line."""
+    return Firmware("4.1.0.0R1", small=True)
 
 
 # A running board's control socket: how a second terminal reaches it.
@@ -129,9 +124,9 @@ class _Control(threading.Thread):
             if since is None:
                 answer(state="error", text="nobody asked for a serial download")
                 return
-            time.sleep(max(0.0, since + virtual_board.SERIAL_DOWNLOAD_PAUSE - time.monotonic()))
+            self._board.wait_receiving(port)
             self.sending = port is self._board.console
-            port.send_paced(data, request["rate"], lambda sent: answer(state="sending", sent=sent))
+            send_as_taken(self._board, data, request["port"], lambda sent: answer(state="sending", sent=sent))
             answer(state="done")
         except BoardError as error:
             answer(state="error", text=str(error))
@@ -149,7 +144,7 @@ def send(options):
     except OSError:
         print(f"No board is running in {options.state}. Start one with ./run in another terminal.", file=sys.stderr)
         return 1
-    request = {"port": options.port, "rate": options.rate, "size": len(data), "wait": options.wait}
+    request = {"port": options.port, "size": len(data), "wait": options.wait}
     try:
         peer.sendall(json.dumps(request).encode() + b"\n" + data)
         return _show_progress(peer.makefile("rb"), options, len(data))
@@ -200,8 +195,46 @@ def _write_all(data):
         data = data[os.write(sys.stdout.fileno(), data):]
 
 
-def _hand_over(board, control):
-    """Passes keys to the console until the way out is taken or the machine ends. Returns which."""
+class _Screen:
+    """
+    What a person at the device sees on one terminal: the boot loader's line until it has started a kernel, the console port
+    after that. The kernel's own messages are in kernel.log. `write` takes bytes.
+    """
+
+    def __init__(self, board, write):
+        self._board, self._write = board, write
+        self._tail = b""
+        self.port = board.kernel_log
+        board.kernel_log.listeners.append(self._loader)
+        board.console.listeners.append(write)
+
+    def _loader(self, data):
+        """Shows what comes up to the start of a kernel, and what comes after the next start of the boot loader."""
+        self._tail += data
+        while self._tail:
+            if self.port is self._board.kernel_log:
+                shown, mark, rest = self._tail.partition(LOADER_ENDS)
+                self._tail = rest if mark else b""
+                self._write(shown + mark + (b"\r\n\r\n" if mark else b""))
+                if mark:
+                    self.port = self._board.console
+            else:
+                at = self._tail.find(LOADER_BEGINS)
+                if at < 0:
+                    self._tail = self._tail[-len(LOADER_BEGINS):]
+                    return
+                self._tail = self._tail[at:]
+                self.port = self._board.kernel_log
+
+
+    def shows_the_shell(self):
+        """Whether it is the recovery system that runs: the others have nothing to write back, and nobody who would."""
+        shown = self._board.console.output
+        return self.port is self._board.console and shown.rfind(PROMPT.encode()) > shown.rfind(b"\nFirmware ")
+
+
+def _hand_over(board, screen, control):
+    """Passes keys to where the screen comes from until the way out is taken or the machine ends. Returns which."""
     keys = selectors.DefaultSelector()
     keys.register(sys.stdin, selectors.EVENT_READ)
     while board.running:
@@ -214,89 +247,143 @@ def _hand_over(board, control):
                 return "left"
             # A key would become part of the image.
             if not control.sending:
-                board.console.send(data)
+                screen.port.send(data)
     return "the machine ended"
+
+
+def _factory(board):
+    """
+    Lays the recovery system into the flash of a device that has none. One that the factory laid there and that is still
+    there gives way to a newer one: whoever changes the shell finds it on the board.
+    """
+    new = recovery_system.image({SHELL_PATH: PROGRAM}, {})
+    note = board.directory / LAID
+    there = board.flash_read("config_loader")
+    ours = note.exists() and note.read_text(encoding="ascii") == hashlib.sha256(there).hexdigest()
+    if ours or not there.strip(b"\xff"):
+        board.factory_setup()
+        note.write_text(hashlib.sha256(new.ljust(len(there), b"\xff")).hexdigest(), encoding="ascii")
 
 
 def interactive(options):
     """./run: boots and hands the terminal over."""
-    build_image(SAMPLE, sample_parts(options.full))
-    with Board(options.state, PROGRAM, nand=options.nand, cmdline=options.cmdline, tftp=options.tftp) as board:
+    SAMPLE.write_bytes(sample().image("tar"))
+    with Board(options.state, PROGRAM, nand=options.nand, cmdline=options.cmdline, tftp=options.tftp,
+               boot_loader=True) as board:
         if options.fresh:
             board.fresh_flash()
+        _factory(board)
         print(_instructions(options), flush=True)
-        board.console.listeners.append(_write_all)
-        board.start()
-        control = _Control(board, options.state)
-        control.start()
-        with contextlib.suppress(Timeout):
-            board.console.expect(PROMPT)
+        screen = _Screen(board, _write_all)
         with _raw_terminal():
-            why = _hand_over(board, control)
+            board.start(wait=False)
+            control = _Control(board, options.state)
+            control.start()
+            if not sys.stdin.isatty():
+                # A script's lines are meant for what is started, not for the boot loader.
+                board.console.expect(PROMPT, "> ", timeout=120)
+            why = _hand_over(board, screen, control)
         print(f"\n[board off: {why}]")
         (options.state / CONTROL).unlink(missing_ok=True)
-        board.stop()
+        if screen.shows_the_shell():
+            board.stop()
     return 0
 
 
 def _instructions(options):
     state = "" if options.state == STATE else f" --state {options.state}"
-    return f"""Booting the virtual board. This terminal becomes the shell's serial console.
+    return f"""Power on. This terminal shows the boot loader first, then the console of what it starts.
 
+  Stop in the boot loader:               any key at once; its `boot` goes on
   Leave (switches the board off):        Ctrl-]
   Interrupt a command:                   Ctrl-C goes to the shell
-  Install the sample image into bank 2:  in a second terminal    ./run send{state} {os.path.relpath(SAMPLE)}
+  Install the firmware into bank 2:      in a second terminal    ./run send{state} {os.path.relpath(SAMPLE)}
                                          then here               flash download serial 2
+                                         and to boot it          reset
   Over the second serial line:           ./run send --port 2{state} FILE   and   flash download serial 2 2
 
-Flash is kept in {options.state}; ./run --fresh starts with a new device.
+Flash is kept in {options.state}; ./run --fresh starts with a device as it leaves the factory.
 """
 
 
 # The demonstration.
 
 
+class _Wrong(Exception):
+    """The device did something else than it should."""
+
+
 def demo(options):
-    """./run --demo: image built, sent, installed, flash read back; shown as a transcript; 0 when all was right."""
+    """./run --demo: firmware is installed and booted, then a damaged image is tried; shown as a transcript; 0 when right."""
+    failure = None
     with tempfile.TemporaryDirectory() as directory:
-        image = pathlib.Path(directory) / "sample.img"
-        parts = sample_parts(options.full)
-        print("[an image is built from real files]")
-        for word, path in parts:
-            print(f"  {word:14} {path} ({path.stat().st_size} bytes)")
-        build_image(image, parts)
-        with Board(pathlib.Path(directory) / "board", PROGRAM, nand=options.nand, cmdline=options.cmdline) as board:
+        with Board(pathlib.Path(directory) / "board", PROGRAM, nand=options.nand, cmdline=options.cmdline,
+                   boot_loader=True) as board:
+            _Screen(board, lambda data: _write_all(data.replace(b"\r", b"")))
             try:
-                failures = _install(board, image)
-                failures += _compare(board, image, parts)
-            except BoardError as error:
-                failures = [str(error)]
-            board.stop()
-    for failure in failures:
-        print(f"[FAILED: {failure}]")
-    print("[demonstration: " + ("FAILED]" if failures else "all as it should be]"))
-    return 1 if failures else 0
+                _demonstrate(board)
+            except (BoardError, _Wrong) as error:
+                failure = str(error)
+    if failure:
+        print(f"\n[FAILED: {failure}]")
+    print("\n[demonstration: " + ("FAILED]" if failure else "all as it should be]"))
+    return 1 if failure else 0
 
 
-def _install(board, image):
+def _demonstrate(board):
+    firmware = sample()
+    image = firmware.image("tar")
+    damaged = bytearray(firmware.image("tar", kernel=False))
+    damaged[len(damaged) // 2] ^= 1
+    _note(f"firmware {firmware.version}: an image of {len(image)} bytes; the device has left the factory with empty banks")
+    board.factory_setup()
     started = time.monotonic()
-    print("[power on]", flush=True)
-    board.console.listeners.append(lambda data: _write_all(data.replace(b"\r", b"")))
-    board.start(wait=False)
-    board.console.expect(PROMPT, timeout=60)
-    _note(f"prompt after {time.monotonic() - started:.1f} s")
-    board.wait_boot()
-    data = image.read_bytes()
-    board.serial_download("flash download serial 2", data)
-    _note(f"{len(data)} bytes went over the console's own serial line at {virtual_board.UART_RATE} bytes per second")
+    _note("power on")
+    board.start(timeout=120)
+    board.console.expect(PROMPT, timeout=120)
+    _note(f"prompt after {time.monotonic() - started:.1f} s; the firmware goes over the console's own serial line into bank 2")
+    _install(board, image, 2, b"SUCCESS")
+    _compare(board, image)
+    _reset(board, firmware)
+    board.console.send("shell\r")
+    board.wait_boot(120)
+    board.console.expect(PROMPT, timeout=120)
+    _note("now a damaged image, into the other bank")
+    _install(board, bytes(damaged), 1, b"FAILURE")
+    _type(board, "set bootenv bootcmd run flashboot")
+    _reset(board, firmware)
+
+
+def _type(board, line):
+    board.console.send(line + "\r")
+    board.console.expect(PROMPT, timeout=120)
+
+
+def _install(board, image, bank, wanted):
+    began = time.monotonic()
+    board.console.send(f"flash download serial {bank}\r")
+    board.console.expect(BEGIN, timeout=60)
+    board.wait_receiving()
+    send_as_taken(board, image)
     said = board.console.expect("Done: ", timeout=120).before
     result = board.console.expect("\n").before.strip()
     board.console.expect(PROMPT)
-    return [] if result == b"SUCCESS" else [f"the shell said {said[-200:]!r}, Done: {result!r}"]
+    if result != wanted:
+        raise _Wrong(f"the shell said {said[-200:]!r}, Done: {result!r}")
+    _note(f"that took {time.monotonic() - began:.0f} s")
+
+
+def _reset(board, firmware):
+    """Has the shell reset the device, and expects the firmware in bank 2."""
+    board.console.send("reset\r")
+    found = board.console.expect(re.compile(rb"Firmware [^\n]*\n"), PROMPT, timeout=120)
+    if found.index or found.group(0).decode().strip() != firmware.report("2"):
+        raise _Wrong("bank 2 did not come up")
+    board.console.expect("\n> ")
 
 
 def _note(text):
-    """Something in the transcript that the shell did not say."""
+    """Something in the transcript that the device did not say."""
     print(f"\n[{text}]", flush=True)
 
 
@@ -316,32 +403,19 @@ def _sums_hold(part):
     return in_header == _checksum(header[:16] + bytes(4) + header[20:]) and in_contents == _checksum(contents)
 
 
-def _compare(board, image, parts):
-    """The flash, read from outside, against the image: a partition holds a part's header and its file, then nothing."""
-    failures = []
-    data, offset = image.read_bytes(), 0
-    destinations = {"bootloader": "bootloader", "kernel": "kernel_2", "config-loader": "config_loader"}
-    _note("flash, read from outside, against the image")
-    for word, path in parts:
-        length = 256 + path.stat().st_size
-        part, offset = data[offset:offset + length], offset + length
-        flash = board.flash_read(destinations[word])
-        same = part[256:] == path.read_bytes() and flash == part.ljust(len(flash), b"\xff")
-        print(f"  {destinations[word]:14} {'same' if same else 'DIFFERENT'}")
-        if not same:
-            failures.append(f"{destinations[word]} does not hold what was sent")
-        if not _sums_hold(part):
-            failures.append(f"the checksums of the {word} part are wrong")
-    for name, wanted in (("bootbank", "2"), ("kernel_size_2", None)):
-        value = board.sh(f"fw_printenv -n {name}").output.strip()
-        print(f"  {name:14} {value}")
-        if not value or (wanted and value != wanted):
-            failures.append(f"{name} is {value!r}")
-    locked = board.sh("flash_lock --islocked /dev/mtd2").output
-    print(f"  bootloader     {'locked again' if 'status: locked' in locked else 'NOT LOCKED'}")
-    if "status: locked" not in locked:
-        failures.append("the boot loader's partition is not locked")
-    return failures
+def _compare(board, image):
+    """The kernel in flash, read from outside, against the image, whose first part it is; and what the environment says."""
+    length = struct.unpack_from(">I", image, 40)[0]
+    part = image[:256 + length]
+    flash = board.flash_read("kernel_2")
+    if flash != part.ljust(len(flash), b"\xff"):
+        raise _Wrong("kernel_2 does not hold what was sent")
+    if not _sums_hold(part):
+        raise _Wrong("the checksums of the kernel part are wrong")
+    found = {name: board.sh(f"fw_printenv -n {name}").output.strip() for name in ("bootbank", "kernel_size_2")}
+    if found != {"bootbank": "2", "kernel_size_2": f"{length:X}"}:
+        raise _Wrong(f"the boot environment says {found}")
+    _note(f"kernel_2, read from outside, is what was sent; bootbank=2, kernel_size_2={length:X}")
 
 
 def _arguments():
@@ -351,13 +425,11 @@ def _arguments():
     parser.add_argument("--nand", choices=("128k", "16k"), default="128k", help="erase block size of the NAND flash")
     parser.add_argument("--tftp", type=pathlib.Path, help="directory offered by TFTP at 10.0.2.2")
     parser.add_argument("--cmdline", default="", help="more words for the kernel command line")
-    parser.add_argument("--full", action="store_true", help="sample image with Debian's own kernel (over a minute)")
-    parser.add_argument("--demo", action="store_true", help="install an image without a person; true when it worked")
+    parser.add_argument("--demo", action="store_true", help="install firmware and boot it, without a person; true when it worked")
     sub = parser.add_subparsers(dest="verb", metavar="send ...")
     sender = sub.add_parser("send", help="feed a file into the running board's serial line")
     sender.add_argument("file")
     sender.add_argument("--port", type=int, choices=(1, 2), default=1, help="1: the console, 2: the spare line")
-    sender.add_argument("--rate", type=int, default=virtual_board.UART_RATE, help="bytes per second")
     sender.add_argument("--wait", type=float, default=300.0, help="seconds to wait for the shell to ask")
     sender.add_argument("--state", type=pathlib.Path, default=STATE)
     options = parser.parse_args()

@@ -14,9 +14,10 @@ from serial_port import Port
 
 # A 32-bit ARM machine with a PCI bus, emulated: there is no such host.
 QEMU = "qemu-system-arm"
-# The chips' cells are mapped whole; the last four save time at boot.
-KERNEL_WORDS = ("console=ttyAMA0,115200", "vmalloc=400M", "panic=-1", "audit=0", "nowatchdog", "rcupdate.rcu_expedited=1",
-                "cryptomgr.notests")
+# The chips' cells are mapped whole.
+VMALLOC = "vmalloc=400M"
+# The kernel's tests of its ciphers take a third of its start.
+NO_SELF_TESTS = "cryptomgr.notests"
 # Where the kernel module looks for the chips' cells on the PCI bus.
 CHIP_SLOTS = {"nor": "10", "nand": "11"}
 
@@ -45,15 +46,15 @@ class Machine:
         """Whether the machine is on."""
         return self._process is not None and self._process.poll() is None
 
-    def start(self, kernel, initrd, words, chips):
+    def start(self, program, chips):
         """
-        Powers up with these words on the kernel command line. `chips`: {"nor" and "nand": file of the cells}. The machine
-        dies with the thread that starts it.
+        Powers up. `program`: options that name what it starts, see kernel_options() and boot_loader_options(). `chips`:
+        {"nor" and "nand": file of the cells}. The machine dies with the thread that starts it.
         """
         ours, theirs = zip(*(socket.socketpair() for _ in range(4)))
         descriptors = [sock.fileno() for sock in theirs]
         inherited = descriptors + ([self.neighbour.fileno()] if self.neighbour else [])
-        command = ["setpriv", "--pdeathsig", "KILL", "--", *self._command(kernel, initrd, words, chips, descriptors)]
+        command = ["setpriv", "--pdeathsig", "KILL", "--", *self._command(program, chips, descriptors)]
         with open(self.directory / "qemu.log", "wb") as log:
             self._process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
                                              pass_fds=inherited, start_new_session=True)
@@ -93,11 +94,9 @@ class Machine:
             self._reader = None
         _running.discard(self)
 
-    def _command(self, kernel, initrd, words, chips, descriptors):
-        words = [*KERNEL_WORDS, *words]
+    def _command(self, program, chips, descriptors):
         command = [QEMU, "-nodefaults", "-no-user-config", "-display", "none", "-accel", "tcg",
-                   "-machine", "virt,highmem=off", "-cpu", "cortex-a15", "-m", str(self.memory),
-                   "-kernel", str(kernel), "-initrd", str(initrd), "-append", " ".join(words)]
+                   "-machine", "virt,highmem=off", "-cpu", "cortex-a15", "-m", str(self.memory), *program]
         for number, descriptor in enumerate(descriptors):
             command += ["-chardev", f"socket,id=line{number},fd={descriptor}"]
         command += ["-serial", "chardev:line0", "-chardev", "null,id=unused",
@@ -142,6 +141,22 @@ class _Reader(threading.Thread):
                     key.data.closed()
                     key.fileobj.close()
         self._log.close()
+
+
+def kernel_words(words):
+    """The kernel command line of this machine, with these words behind its own."""
+    return " ".join(["console=ttyAMA0,115200", VMALLOC, "nowatchdog", "rcupdate.rcu_expedited=1", "audit=0", "panic=-1",
+                     NO_SELF_TESTS, *words])
+
+
+def kernel_options(kernel, initrd, words):
+    """For a machine that starts with a kernel at once."""
+    return ["-kernel", str(kernel), "-initrd", str(initrd), "-append", kernel_words(words)]
+
+
+def boot_loader_options(program, bank):
+    """For a machine that starts with a boot loader; `bank`: the file of its second flash bank."""
+    return ["-bios", str(program), "-drive", f"if=pflash,index=1,format=raw,readonly=on,file={escape(bank)}"]
 
 
 def escape(path):

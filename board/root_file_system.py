@@ -33,11 +33,11 @@ BRIDGES = {
 }
 CONFIGURATION = {
     "/etc/fw_env.config": "fw_env.config",
-    "/etc/u-boot-initial-env": "u-boot-initial-env",
     "/usr/share/udhcpc/default.script": "udhcpc.script",
     "/etc/udhcpc/default.script": "udhcpc.script",
 }
 DIRECTORIES = ("/proc", "/sys", "/dev", "/mnt", "/cfg", "/root", "/var", "/run", "/etc/network")
+DEFAULT_ENVIRONMENT = HERE / "bootloader" / "default-environment"
 LIBRARY_DIRECTORIES = ("/lib/arm-linux-gnueabi", "/usr/lib/arm-linux-gnueabi")
 
 TREE = PackageTree("userland-armel", "armel", lambda lists: lists.download_closure(
@@ -107,6 +107,8 @@ def _build_base(target, module, agent):
         archive.copy(path, HERE / "rootfs" / "bridges" / source, 0o755)
     for path, source in CONFIGURATION.items():
         archive.copy(path, HERE / "rootfs" / "etc" / source, 0o755 if source.endswith(".script") else 0o644)
+    # What the tools answer, and write, where the flash holds no good environment: the boot loader's own defaults.
+    archive.copy("/etc/u-boot-initial-env", DEFAULT_ENVIRONMENT, 0o644)
     archive.copy("/init", HERE / "rootfs" / "init", 0o755)
     archive.copy("/usr/lib/board/agent", agent, 0o755)
     archive.file("/etc/passwd", b"root::0:0:root:/root:/bin/sh\n")
@@ -125,7 +127,7 @@ def base(module):
     agent = make(BUILD / "agent", [HERE / "root_file_system.py", HERE / "rootfs" / "agent.c"], _build_agent)
     sources = sorted(path for path in (HERE / "rootfs").rglob("*") if path.is_file())
     code = [HERE / name for name in ("cpio.py", "device_kernel.py", "root_file_system.py")]
-    return make(BUILD / "base.cpio", [TREE.contents, device_kernel.TREE.contents, module, agent, *code, *sources],
+    return make(BUILD / "base.cpio", [TREE.contents, device_kernel.TREE.contents, module, agent, DEFAULT_ENVIRONMENT, *code, *sources],
                 lambda target: _build_base(target, module, agent))
 
 

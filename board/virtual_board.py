@@ -17,12 +17,14 @@ import sys
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
 
 import artefacts  # noqa: E402
+import boot_loader  # noqa: E402
+import recovery_system  # noqa: E402
 import root_file_system  # noqa: E402
 from chip_files import ChipFiles  # noqa: E402
 from command_agent import Result  # noqa: E402
 from errors import BoardError, Timeout  # noqa: E402
 from instruments import Instruments, Line  # noqa: E402
-from machine import CHIP_SLOTS, Machine, escape  # noqa: E402
+from machine import CHIP_SLOTS, Machine, boot_loader_options, escape, kernel_options, kernel_words  # noqa: E402
 from serial_port import UART_RATE, Port  # noqa: E402
 
 SHELL_PATH = "/sbin/recovery-loader"
@@ -47,13 +49,15 @@ class Board(ChipFiles, Instruments):
     neighbour   a datagram socket that carries whole frames: the cable from a second card, eth1, to a machine of the
                 caller's
     memory      MiB
+    boot_loader power-on starts the boot loader, which starts what the flash holds; else kernel and root file system of the
+                recovery system are started directly, whatever the flash holds
     """
 
     def __init__(self, directory, program=None, *, nand="128k", cli_console="ttyS1,115200", cmdline="", files=None,
-                 tftp=None, netdev=None, neighbour=None, memory=256):
+                 tftp=None, netdev=None, neighbour=None, memory=256, boot_loader=False):
         ChipFiles.__init__(self, directory, nand)
         self.program, self.nand, self.cli_console, self.cmdline = program, nand, cli_console, cmdline
-        self.files, self.tftp = dict(files or {}), tftp
+        self.files, self.tftp, self.boot_loader = dict(files or {}), tftp, boot_loader
         network = netdev or "user" + (f",tftp={escape(pathlib.Path(tftp).resolve())}" if tftp else "")
         self._machine = Machine(self.directory, memory, network, neighbour)
         self.kernel_log, self.console, self.serial2 = self._machine.ports
@@ -79,14 +83,9 @@ class Board(ChipFiles, Instruments):
         """
         if self.running:
             raise BoardError("the board is running")
-        made = artefacts.ensure()
+        options = self._boot_loader_options() if self.boot_loader else self._kernel_options()
         self._claim = self.lock()
-        initrd = self.directory / "initrd.cpio"
-        base = made.base.read_bytes()
-        programs = {SHELL_PATH: self.program} if self.program else {}
-        initrd.write_bytes(base + root_file_system.overlay(base, programs, self.files))
-        chips = {chip: self.chip_path(chip) for chip in CHIP_SLOTS}
-        self._machine.start(made.unpacked_kernel, initrd, self._kernel_words(), chips)
+        self._machine.start(options, {chip: self.chip_path(chip) for chip in CHIP_SLOTS})
         if wait:
             self.wait_boot(timeout)
 
@@ -121,6 +120,28 @@ class Board(ChipFiles, Instruments):
         """Cuts the power and starts again."""
         self.kill()
         self.start(wait)
+
+    def factory_setup(self):
+        """
+        What a device has been through when it leaves the factory: the recovery system, with `program` and `files`, lies in
+        its partition. The rest of the flash stays as it is. The machine may be on, if it does not run from there.
+        """
+        self.flash_fill("config_loader", recovery_system.image(self._programs(), self.files))
+
+    def _programs(self):
+        return {SHELL_PATH: self.program} if self.program else {}
+
+    def _kernel_options(self):
+        made = artefacts.ensure()
+        initrd = self.directory / "initrd.cpio"
+        base = made.base.read_bytes()
+        initrd.write_bytes(base + root_file_system.overlay(base, self._programs(), self.files))
+        return kernel_options(made.kernel, initrd, self._kernel_words())
+
+    def _boot_loader_options(self):
+        bank = self.directory / "boot-loader.flash"
+        boot_loader.write_own_environment(bank, CHIP_SLOTS["nor"], kernel_words(self._kernel_words()))
+        return boot_loader_options(boot_loader.PROGRAM, bank)
 
     def _kernel_words(self):
         words = [f"vboard.nand_page={self.geometry.page}"]

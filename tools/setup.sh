@@ -12,8 +12,9 @@ setup_packages() {
         test) echo python3 python3-pytest python3-pytest-xdist busybox-static ;;
         board)
             # Kernel and user space of the board are not installed here: it fetches and unpacks those packages itself. The
-            # last two are firmware that sample images are made of.
-            echo qemu-system-arm linux-kbuild-6.1 make python3 mtd-utils kmod seabios ipxe-qemu
+            # last two are firmware that the tests' images are made of.
+            echo qemu-system-arm u-boot-qemu u-boot-tools device-tree-compiler linux-kbuild-6.1 make python3 mtd-utils \
+                libubootenv-tool kmod seabios ipxe-qemu
             ;;
         arm) echo g++-arm-linux-gnueabi qemu-user-static python3 ;;
         fuzz) echo clang libclang-rt-14-dev llvm ;;

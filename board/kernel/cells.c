@@ -8,7 +8,7 @@
 #define IVSHMEM_MEMORY_BAR 2
 #define PCI_DEVICE_ID_IVSHMEM 0x1110
 
-int cells_open(struct flash_cells *cells, unsigned int slot, u64 size)
+int cells_open(struct flash_cells *cells, unsigned int slot, u64 size, bool inverted)
 {
     struct pci_dev *pci = pci_get_domain_bus_and_slot(0, 0, PCI_DEVFN(slot, 0));
     int error;
@@ -30,6 +30,7 @@ int cells_open(struct flash_cells *cells, unsigned int slot, u64 size)
     }
     cells->pci = pci;
     cells->size = size;
+    cells->flip = inverted ? ~0U : 0;
     return 0;
 
 disable:
@@ -52,9 +53,9 @@ void cells_read(const struct flash_cells *cells, u64 from, void *buffer, size_t 
 
     if (both_aligned(cell, out))
         for (; length >= sizeof(u32); length -= sizeof(u32), cell += sizeof(u32), out += sizeof(u32))
-            *(u32 *)out = ~*(const u32 *)cell;
+            *(u32 *)out = *(const u32 *)cell ^ cells->flip;
     while (length--)
-        *out++ = (u8)~*cell++;
+        *out++ = *cell++ ^ (u8)cells->flip;
 }
 
 /* A hole stays a hole when all-ones are programmed. */
@@ -66,18 +67,17 @@ void cells_program(struct flash_cells *cells, u64 to, const void *buffer, size_t
     if (both_aligned(cell, in))
         for (; length >= sizeof(u32); length -= sizeof(u32), cell += sizeof(u32), in += sizeof(u32))
             if (~*(const u32 *)in)
-                *(u32 *)cell |= ~*(const u32 *)in;
+                *(u32 *)cell = ((*(u32 *)cell ^ cells->flip) & *(const u32 *)in) ^ cells->flip;
     for (; length--; cell++, in++)
         if ((u8)~*in)
-            *cell |= (u8)~*in;
+            *cell = ((*cell ^ (u8)cells->flip) & *in) ^ (u8)cells->flip;
 }
 
 void cells_erase(struct flash_cells *cells, u64 from, u64 length)
 {
-    u64 *cell = (u64 *)(cells->base + from);
-    u64 *end = cell + length / sizeof(u64);
+    u32 *cell = (u32 *)(cells->base + from), *end = cell + length / sizeof(u32), erased = ~cells->flip;
 
     for (; cell < end; cell++)
-        if (*cell)
-            *cell = 0;
+        if (*cell != erased)
+            *cell = erased;
 }

@@ -3,7 +3,7 @@
  *
  *   OPERATION PARTITION SKIP TIMES fail ERRNO     let SKIP operations pass, then fail TIMES of them (0: all later ones)
  *   OPERATION PARTITION SKIP TIMES delay USECS    sleep before each of them
- *   OPERATION PARTITION SKIP TIMES cut 0          do half of it and cut the power
+ *   OPERATION PARTITION SKIP TIMES cut BYTES      do so much of it (0: half) and cut the power
  *   clear                                         forget all rules
  *
  * OPERATION is read, write, erase, lock or unlock. The file reads back as the rules with what is left of them; the
@@ -39,6 +39,8 @@ static const char *const operation_names[FLASH_OPERATIONS] = {"read", "write", "
 static const char *const action_names[] = {"fail", "delay", "cut"};
 
 static LIST_HEAD(fault_rules);
+/* Of the rule that strikes last: nothing comes after it. */
+static unsigned int done_before_cut;
 static DEFINE_MUTEX(fault_mutex);
 
 #define PARTITION(chip, name, kib, locked) {#chip, name, (u64)(kib) << 10},
@@ -95,13 +97,21 @@ int faults_check(struct mtd_info *master, enum flash_operation operation, u64 fr
             continue;
         if (rule->action == ACTION_DELAY)
             sleep_usecs += rule->value;
-        else if (!result)
-            result = rule->action == ACTION_CUT ? FAULT_CUT : -(int)rule->value;
+        else if (!result && rule->action == ACTION_CUT) {
+            done_before_cut = rule->value;
+            result = FAULT_CUT;
+        } else if (!result)
+            result = -(int)rule->value;
     }
     mutex_unlock(&fault_mutex);
     if (sleep_usecs)
         fsleep(sleep_usecs);
     return result;
+}
+
+u64 faults_done_before_cut(u64 length)
+{
+    return done_before_cut ? min_t(u64, done_before_cut, length) : length / 2;
 }
 
 void faults_cut_power(void)

@@ -128,7 +128,7 @@ static int nand_write_oob(struct mtd_info *mtd, loff_t to, struct mtd_oob_ops *o
         return fault;
     mutex_lock(&nand_mutex);
     if (ops->datbuf) {
-        cells_program(&nand_cells, to, ops->datbuf, fault == FAULT_CUT ? ops->len / 2 : ops->len);
+        cells_program(&nand_cells, to, ops->datbuf, fault == FAULT_CUT ? faults_done_before_cut(ops->len) : ops->len);
         ops->retlen = ops->len;
     }
     if (fault == FAULT_CUT)
@@ -160,7 +160,7 @@ static int nand_erase(struct mtd_info *mtd, struct erase_info *request)
         if (result >= 0 && nand_block_is_bad(mtd, block))
             result = -EIO;
         if (result >= 0)
-            erase_block(mtd, block, result == FAULT_CUT ? mtd->erasesize / 2 : mtd->erasesize);
+            erase_block(mtd, block, result == FAULT_CUT ? faults_done_before_cut(mtd->erasesize) : mtd->erasesize);
         if (result == FAULT_CUT)
             faults_cut_power();
         mutex_unlock(&nand_mutex);
@@ -228,7 +228,8 @@ int nand_init(void)
     nand_mtd.oobsize = small_page ? 16 : 64;
     nand_mtd.oobavail = nand_mtd.oobsize / 2 - bad_mark - 1;
     mtd_set_ooblayout(&nand_mtd, &oob_layout);
-    error = cells_open(&nand_cells, NAND_SLOT, nand_mtd.size + div_u64(nand_mtd.size, nand_page) * nand_mtd.oobsize);
+    error = cells_open(&nand_cells, NAND_SLOT, nand_mtd.size + div_u64(nand_mtd.size, nand_page) * nand_mtd.oobsize,
+                       true);
     if (error)
         return error;
     for (block = 0; block < nand_mtd.size; block += nand_mtd.erasesize)

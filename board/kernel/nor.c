@@ -9,7 +9,7 @@
 
 #define NOR_SLOT 0x10
 #define NOR_ERASE_BLOCK (64 << 10)
-#define NOR_BLOCKS_MAX 512
+#define NOR_BLOCKS_MAX 1024
 
 static struct flash_cells nor_cells;
 static DECLARE_BITMAP(nor_locked, NOR_BLOCKS_MAX);
@@ -46,7 +46,7 @@ static int nor_write(struct mtd_info *mtd, loff_t to, size_t length, size_t *don
         mutex_unlock(&nor_mutex);
         return -EROFS;
     }
-    cells_program(&nor_cells, to, buffer, result == FAULT_CUT ? length / 2 : length);
+    cells_program(&nor_cells, to, buffer, result == FAULT_CUT ? faults_done_before_cut(length) : length);
     mutex_unlock(&nor_mutex);
     if (result == FAULT_CUT)
         faults_cut_power();
@@ -69,7 +69,7 @@ static int nor_erase(struct mtd_info *mtd, struct erase_info *request)
             if (any_locked(block, NOR_ERASE_BLOCK))
                 result = -EROFS;
             else
-                cells_erase(&nor_cells, block, result == FAULT_CUT ? NOR_ERASE_BLOCK / 2 : NOR_ERASE_BLOCK);
+                cells_erase(&nor_cells, block, result == FAULT_CUT ? faults_done_before_cut(NOR_ERASE_BLOCK) : NOR_ERASE_BLOCK);
             mutex_unlock(&nor_mutex);
         }
         if (result == FAULT_CUT)
@@ -146,7 +146,8 @@ int nor_init(void)
     nor_mtd.size = vboard_chip_size("nor");
     if (nor_mtd.size > (u64)NOR_BLOCKS_MAX * NOR_ERASE_BLOCK)
         return -EFBIG;
-    error = cells_open(&nor_cells, NOR_SLOT, nor_mtd.size);
+    /* Not inverted: the boot loader reads the window. */
+    error = cells_open(&nor_cells, NOR_SLOT, nor_mtd.size, false);
     if (error)
         return error;
     nor_mtd.dev.parent = &nor_cells.pci->dev;

@@ -17,15 +17,16 @@ int debugfs_init(void);
 /* Fetches what was written into a file, as text. Returns 0, -EINVAL when it does not fit, or -EFAULT. */
 int fetch_text(char *text, size_t size, const char __user *data, size_t length);
 
-/* Cells of one chip. The file holds them inverted: erased flash is all zero, which on the host is a hole. */
+/* Cells of one chip. `flip` has all bits set when the file holds them inverted: erased flash is then a hole on the host. */
 struct flash_cells {
     struct pci_dev *pci;
     u8 *base;
     u64 size;
+    u32 flip;
 };
 
 /* Maps the window of the device in this PCI slot, at least `size` bytes long. Returns 0 or a negative error. */
-int cells_open(struct flash_cells *cells, unsigned int slot, u64 size);
+int cells_open(struct flash_cells *cells, unsigned int slot, u64 size, bool inverted);
 void cells_read(const struct flash_cells *cells, u64 from, void *buffer, size_t length);
 /* Programs: bits can only go from 1 to 0. */
 void cells_program(struct flash_cells *cells, u64 to, const void *buffer, size_t length);
@@ -38,9 +39,10 @@ enum flash_operation { FLASH_READ, FLASH_WRITE, FLASH_ERASE, FLASH_LOCK, FLASH_U
 
 /*
  * Counts the operation on [from, from + length) of this chip, sleeps for as long as planned delays say, and answers 0,
- * a negative error, or FAULT_CUT: do half of it, then call faults_cut_power().
+ * a negative error, or FAULT_CUT: do as many bytes of it as faults_done_before_cut() says, then call faults_cut_power().
  */
 int faults_check(struct mtd_info *master, enum flash_operation operation, u64 from, u64 length);
+u64 faults_done_before_cut(u64 length);
 /* Ends the machine at once, as pulling its plug would. Does not return. */
 void faults_cut_power(void);
 int faults_init(void);

@@ -10,10 +10,11 @@
 import contextlib
 import os
 import time
-import zlib
 from pathlib import Path
 
+import boot_loader
 import layout
+from power_on import NOTHING, RECOVERY, PowerOn, variables
 from product import model_record, record
 from session import Session
 from texts import SUCCESS
@@ -30,7 +31,7 @@ NOR = [name for name, row in PARTITIONS.items() if row.chip == "nor"]
 PROTECTED = [name for name, row in PARTITIONS.items() if row.locked]
 NODES = {name: f"/dev/mtd{number}" for number, name in enumerate(PARTITIONS)}
 
-DEFAULT_ENVIRONMENT = {"bootbank": "1", "bootcmd": "run flashboot", "bootdelay": "3"}
+DEFAULT_ENVIRONMENT = dict(boot_loader.variables(boot_loader.DEFAULTS))
 _ERASED = b"\xff"
 
 
@@ -45,6 +46,8 @@ class BoardSession(Session):
         self.ports = {1: self.board.console, 2: self.board.serial2}
         self.console = self.board.console
         self._pid = None
+        self._power_on = None
+        self._laid = {}
 
     def __enter__(self):
         return self
@@ -58,11 +61,20 @@ class BoardSession(Session):
         """Powers up; returns when the board answers."""
         self.starts += 1
         self.console = self.board.console
-        self.board.start()
+        self.board.start(timeout=PATIENCE)
+
+    @property
+    def power_on(self):
+        """Says what the device's flash boots, see power_on.py."""
+        if self._power_on is None:
+            self._power_on = PowerOn(self.board.directory / "power-on", nand=self.board.nand)
+        return self._power_on
 
     def kill(self):
         """Cuts the power."""
         self.board.kill()
+        if self._power_on is not None:
+            self._power_on.kill()
 
     def reset(self):
         """Has the shell reset the device, and waits for the first prompt. Returns what the shell showed before it."""
@@ -98,6 +110,7 @@ class BoardSession(Session):
         self.board.console.skip()
         self.board.serial2.skip()
         self.unknown_command_expected = False
+        self._laid = {}
         assert self.command("network ethernet stop").endswith(SUCCESS)
         self.board.sh("ip address flush dev eth0 && ip link set eth0 down && ethtool -s eth0 autoneg on", check=True)
         assert self.command("verbose 3") == "verbosity is 3\n"
@@ -149,6 +162,18 @@ class BoardSession(Session):
         """Makes the device the model of this product ID and hardware configuration, before the start."""
         self.board.flash_fill("prod_config", model_record(product_id, hwcfg))
 
+    def give_firmware(self):
+        """Lays firmware into bank 1, which is booted, and the recovery system."""
+        import firmware  # pylint: disable=import-outside-toplevel; it stands on this file
+        firmware.in_bank_1(self.board)
+        self._laid = firmware.serial_flash()
+
+    def expect_still_boots(self):
+        """Power brings up that firmware, and from there the shell for the next try, if its system was not replaced."""
+        import firmware  # pylint: disable=import-outside-toplevel; it stands on this file
+        replaced = self.flash("config_loader") != self._laid["config_loader"].rstrip(_ERASED)
+        firmware.expect_still_boots(self, NOTHING if replaced else RECOVERY)
+
     @contextlib.contextmanager
     def only_changed(self, *numbers):
         """What happens inside touches each of these GPIO lines and no other: not even to drive it to the level that it
@@ -181,8 +206,9 @@ class BoardSession(Session):
         return self.board.flash_read(name).rstrip(_ERASED)
 
     def expect_flash(self, **partitions):
-        """The serial flash holds these bytes at the start of these partitions and is erased everywhere else; what the
-        boot environment holds is not looked at."""
+        """The serial flash holds these bytes at the start of these partitions, the firmware that was given, and is erased
+        everywhere else; what the boot environment holds is not looked at if it was not given."""
+        partitions = {**self._laid, **partitions}
         for name in NOR:
             if name == "bootenv_1" and name not in partitions:
                 continue
@@ -192,11 +218,7 @@ class BoardSession(Session):
 
     def environment(self):
         """The boot environment as the boot loader would read it: its defaults when the checksum is wrong."""
-        data = self.board.flash_read("bootenv_1")
-        if int.from_bytes(data[:4], "little") != zlib.crc32(data[4:]):
-            return dict(DEFAULT_ENVIRONMENT)
-        variables = data[4:].split(b"\0\0")[0].decode()
-        return dict(variable.split("=", 1) for variable in variables.split("\0"))
+        return variables(self.board.flash_read("bootenv_1")) or dict(DEFAULT_ENVIRONMENT)
 
     def is_locked(self, name):
         """Whether a partition refuses to be written: the flash is asked, and a write is tried that would clear bits."""

@@ -7,9 +7,11 @@ what the shell shows of it.
 import functools
 import hashlib
 
-import real_images
+import firmware
 import ubi_device
 from board_session import PARTITIONS, PATIENCE
+from firmware import A
+from power_on import NOTHING, RECOVERY
 from texts import FAILURE
 from ubi_device import attached, expect_given_back, make, root_files, ubifs
 
@@ -18,25 +20,30 @@ NOT_FETCHED = "ERROR: Failed to download image information\n" + FAILURE
 NOT_WRITTEN = "ERROR: Failed to write firmware image\n" + FAILURE
 NO_DATA, SILENCE = "[No data available]\n", "[Connection timed out]\n"
 
-# What an older release left: it boots bank 1.
-OLD_ENVIRONMENT = real_images.environment(kernel_size_1="1234")
-OLD = {name: f"{name} of an older release".encode() for name in PARTITIONS if name not in ("bootenv_1", "ubi0")}
-OLD_VOLUMES = {"rootfs_1": root_files("3.1.0.0R1"), "rootfs_2": root_files("3.0.0.0R9"),
+# What an older release left: it boots A from bank 1.
+OLD_VOLUMES = {"rootfs_1": A.files(), "rootfs_2": root_files("3.0.0.0R9"),
                "vexo_private": ubi_device.contents({"cfg/hidden.oem.xml": b"<old/>\n"}),
                "vexo_user": ubi_device.contents({"notes": b"kept\n" * 500})}
 
 
 @functools.cache
+def old():
+    """{partition: contents} of the serial flash."""
+    others = {name: f"{name} of an older release".encode() for name in PARTITIONS if name != "ubi0"}
+    return {**others, **firmware.serial_flash()}
+
+
+@functools.cache
 def _old_ubi():
-    return make(**{name: ubifs(files, lebs=200 if name == "vexo_user" else 22) for name, files in OLD_VOLUMES.items()})
+    volumes = {name: ubifs(files, lebs=200 if name == "vexo_user" else 22) for name, files in OLD_VOLUMES.items()}
+    return make(**{**volumes, "rootfs_1": A.root_ubifs().read_bytes()})
 
 
 def make_old(dev):
     """Has an older release on the device, and nothing else."""
     dev.board.flash_erase()
-    dev.board.flash_write("ubi0", _old_ubi())
-    dev.board.flash_write("bootenv_1", OLD_ENVIRONMENT)
-    for name, data in OLD.items():
+    firmware.lay_ubi(dev.board, _old_ubi())
+    for name, data in old().items():
         dev.board.flash_write(name, data)
 
 
@@ -60,11 +67,12 @@ def flash_state(dev):
 
 def expect_old_bank(dev, *, volumes=(), **partitions):
     """These partitions hold this and these volumes anything; all else is as the older release left it, locked what was
-    locked, and nothing is left of the installation but that."""
+    locked, nothing is left of the installation but that, and bank 1 boots. The shell starts, unless its system is replaced."""
     expect_given_back(dev)
     dev.expect_locked()
-    dev.expect_flash(**{**OLD, "bootenv_1": OLD_ENVIRONMENT, **partitions})
-    assert dev.board.flash_read("bootenv_1") == OLD_ENVIRONMENT
+    dev.expect_flash(**{**old(), **partitions})
+    assert dev.board.flash_read("bootenv_1") == old()["bootenv_1"]
     with attached(dev) as ubi:
         assert {name: ubi.files(name) for name in OLD_VOLUMES if name not in volumes} == {
             name: files for name, files in OLD_VOLUMES.items() if name not in volumes}
+    firmware.expect_still_boots(dev, NOTHING if "config_loader" in partitions else RECOVERY)

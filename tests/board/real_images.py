@@ -9,6 +9,7 @@ import subprocess
 import tempfile
 from pathlib import Path
 
+import boot_loader
 import images
 from board_session import ROOT
 
@@ -82,9 +83,8 @@ def environment(**variables):
         copy = directory / "environment"
         copy.write_bytes(b"\xff" * ENVIRONMENT_SIZE)
         (directory / "config").write_text(f"{copy} 0x0 {ENVIRONMENT_SIZE:#x}\n", encoding="ascii")
-        (directory / "defaults").write_text("bootbank=1\nbootcmd=run flashboot\nbootdelay=3\n", encoding="ascii")
         (directory / "script").write_text("".join(f"{key}={value}\n" for key, value in variables.items()),
                                           encoding="ascii")
-        subprocess.run(["fw_setenv", "-c", directory / "config", "-f", directory / "defaults",
+        subprocess.run(["fw_setenv", "-c", directory / "config", "-f", boot_loader.DEFAULTS,
                         "-s", directory / "script"], check=True, capture_output=True)
         return copy.read_bytes()

@@ -10,7 +10,8 @@ import images
 import real_images
 import ubi_device
 from board_session import DEFAULT_ENVIRONMENT, PARTITIONS
-from network_device import OLD, OLD_ENVIRONMENT, OLD_VOLUMES, install, make_old
+from network_device import OLD_VOLUMES, install, make_old, old
+from power_on import variables
 from real_images import (BOOTLOADER, BOOTSTRAP, CONFIG_LOADER, KERNEL, SMALL_BOOTLOADER, SMALL_CONFIG_LOADER,
                          SMALL_KERNEL, contents, info, split)
 from texts import INSTALLING, PREPARING, SKIPPED_BOOT_ENV, SUCCESS
@@ -76,8 +77,8 @@ def test_release_over_an_older_one(dev, server, parts):
     dev.expect_locked()
     config_loader = others[0]
     assert dev.environment() == dev.shown_environment() == {
-        **DEFAULT_ENVIRONMENT, "bootbank": "2", "kernel_size_1": "1234", "kernel_size_2": kernel_size(kernel)}
-    dev.expect_flash(**{**OLD, "kernel_2": kernel, "config_loader": config_loader,
+        **variables(old()["bootenv_1"]), "bootbank": "2", "kernel_size_2": kernel_size(kernel)}
+    dev.expect_flash(**{**old(), "kernel_2": kernel, "config_loader": config_loader,
                         "bootenv_1": dev.board.flash_read("bootenv_1")})
     with attached(dev) as ubi:
         assert ubi.layout() == fresh_layout()
@@ -97,7 +98,7 @@ def test_single_bank_in_place_of_two(dev, server, parts):
     expect_given_back(dev)
     kernel = split(image)[1]
     assert dev.environment() == dev.shown_environment() == {
-        **DEFAULT_ENVIRONMENT, "bootbank": "single", "kernel_size_1": "1234", "kernel_size_single": kernel_size(kernel)}
+        **variables(old()["bootenv_1"]), "bootbank": "single", "kernel_size_single": kernel_size(kernel)}
     assert dev.board.flash_read("kernel_single", 0, len(kernel)) == kernel
     with attached(dev) as ubi:
         assert ubi.layout() == single_layout()
@@ -108,13 +109,13 @@ def test_single_bank_in_place_of_two(dev, server, parts):
 def test_locked_partition_is_not_erased(dev, server):
     """The first step does not unlock, and today's tool calls that a success: a boot loader goes into erased flash."""
     image = real_images.build(("bootloader", SMALL_BOOTLOADER))
-    old = OLD["bootloader"]
-    dev.board.flash_write("bootloader", old)
+    before = old()["bootloader"]
+    dev.board.flash_write("bootloader", before)
     shown = install(dev, server, image)
     assert without_complaints(shown) == info(image) + PREPARING + INSTALLING + info(image) + SUCCESS
     assert shown.count("flash_erase: error!: /dev/mtd2: ") == 9, "the whole, then block after block"
-    mixed = bytes(a & b for a, b in zip(old, image))
-    dev.expect_flash(bootloader=mixed + image[len(old):])
+    mixed = bytes(a & b for a, b in zip(before, image))
+    dev.expect_flash(bootloader=mixed + image[len(before):])
     dev.expect_locked()
 
 
@@ -149,18 +150,18 @@ def test_image_larger_than_its_partition(dev, server, parts):
     size = PARTITIONS["config_loader"].size
     image = parts.build(("config-loader", random.Random(6).randbytes(size)))
     assert install(dev, server, image) == info(image) + PREPARING + INSTALLING + info(image) + SUCCESS
-    dev.expect_flash(**{**OLD, "config_loader": image[:size], "bootenv_1": OLD_ENVIRONMENT})
+    dev.expect_flash(**{**old(), "config_loader": image[:size]})
     assert "ERROR: Short read (" in dev.command("flash analyze"), "the part that the header promises is not there"
 
 
 def test_every_bank_takes_its_kernel(dev, server):
     image = real_images.build(("kernel", SMALL_KERNEL))
     for bank in "", "1", "2", "single":
-        dev.board.flash_write("kernel_1", OLD["kernel_1"])
+        dev.board.flash_write("kernel_1", old()["kernel_1"])
         assert install(dev, server, image, bank=bank) == info(image) + PREPARING + INSTALLING + info(image) + SUCCESS
         name = bank or "1"
         assert (dev.environment()["bootbank"], dev.environment()[f"kernel_size_{name}"]) == (name, kernel_size(image))
-        dev.expect_flash(**{"kernel_1": OLD["kernel_1"], f"kernel_{name}": image})
+        dev.expect_flash(**{"kernel_1": old()["kernel_1"], f"kernel_{name}": image})
         expect_given_back(dev)
         dev.board.flash_erase(f"kernel_{name}")
     assert server.requests == ["image.rom"] * 8

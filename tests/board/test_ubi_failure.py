@@ -6,15 +6,17 @@ import time
 
 import pytest
 
+import firmware
 import images
 import real_images
 import ubi_device
 from board_session import PATIENCE
-from real_images import SMALL_KERNEL, contents, environment, flip, split
+from firmware import A
+from real_images import SMALL_KERNEL, contents, flip, split
 from texts import NOT_INSTALLED, SUCCESS
-from ubi_device import attached, expect_given_back, install, make, root_files, tar_xz, ubifs, with_set_user_id
+from ubi_device import attached, expect_given_back, install, root_files, tar_xz, ubifs, with_set_user_id
 
-FIRST, SECOND = root_files("3.1.0.0R1"), root_files("3.2.0.0R7")
+FIRST, SECOND = A.files(), root_files("3.2.0.0R7")
 LARGE = root_files("3.3.0.0R1", **{"lib/big": random.Random(8).randbytes(120_000)})
 OEM = b"<oem/>\n"
 NOT_WRITTEN = "ERROR: Failed to write firmware image\n" + NOT_INSTALLED
@@ -29,11 +31,9 @@ def parts(tmp_path):
 @pytest.fixture
 def in_use(dev):
     """A device that boots bank 1."""
-    dev.board.flash_write("ubi0", make(rootfs_1=ubifs(FIRST)))
-    before = environment(kernel_size_1="1234", kernel_size_2="5678")
-    dev.board.flash_fill("bootenv_1", before)
+    firmware.in_bank_1(dev.board, kernel_size_2="5678")
     yield dev
-    dev.expect_flash(bootenv_1=before)
+    dev.expect_flash(**firmware.serial_flash(kernel_size_2="5678"))
 
 
 def expect_only_first(dev, *more):
@@ -42,6 +42,7 @@ def expect_only_first(dev, *more):
     with attached(dev) as ubi:
         assert ubi.files("rootfs_1") == FIRST
         assert ubi.holds_something() <= {"rootfs_1", *more}
+    firmware.expect_still_boots(dev)
 
 
 def expect_next_installation_works(dev, parts):
@@ -51,7 +52,7 @@ def expect_next_installation_works(dev, parts):
     assert install(dev, image, BANK_2) == real_images.info(image) + SUCCESS
     expect_given_back(dev)
     now = dev.environment()
-    assert (now["bootbank"], now["kernel_size_2"], now["kernel_size_1"]) == ("2", "0", "1234")
+    assert (now["bootbank"], now["kernel_size_2"], now["kernel_size_1"]) == ("2", "0", firmware.kernel_size(A))
     with attached(dev) as ubi:
         assert ubi.files("rootfs_2") == with_set_user_id(SECOND)
         assert ubi.files("rootfs_1") == FIRST

@@ -15,21 +15,18 @@ import re
 import subprocess
 import tarfile
 import tempfile
-import time
 from pathlib import Path
 
 import images
 import layout
 import real_images
 from board_session import PARTITIONS, PATIENCE
+from flow_control import WINDOW, Reader
 
 UBI_SIZE = PARTITIONS["ubi0"].size
 VOLUMES = ("rootfs_1", "rootfs_2", "rootfs_single", "vexo_private", "vexo_user")
 PRODUCT_INFO = "etc/.vexo_product_info"
 
-# What the serial driver and the terminal layer hold for a reader who is busy, with a margin.
-_WINDOW = 32 << 10
-_SELECT = b"335 "  # pselect6 of the device's processor
 _LOOK = "/tmp/look"
 
 
@@ -152,33 +149,6 @@ class PartFiles:
 # Sending: the shell formats, mounts and resizes between a header and its contents. On the device, the lines of the port
 # stop the sender meanwhile; the emulated port has none, so the sender looks.
 
-class _Reader:
-    """The shell as the reader of a serial port."""
-
-    def __init__(self, dev, port):
-        self._board, self._port = dev.board, port
-        self._call = f"/proc/{dev.shell_pid()}/syscall"
-        self._start = self._received()
-
-    def _received(self):
-        counts = self._board.get("/proc/tty/driver/serial").decode()
-        return int(re.search(rf"^{self._port}:.* rx:(\d+)", counts, re.MULTILINE)[1])
-
-    def has_given_up(self):
-        return b"Done: " in self._board.console.unread
-
-    def wants_more(self, sent):
-        """Whether all that was sent has been taken, and the shell waits for what follows."""
-        call = self._board.get(self._call)
-        return call.startswith(_SELECT) and self._received() - self._start == sent
-
-    def wait(self, sent):
-        deadline = time.monotonic() + PATIENCE
-        while not (self.has_given_up() or self.wants_more(sent)):
-            assert time.monotonic() < deadline, f"the shell does not take the {sent} bytes that were sent"
-            time.sleep(0.02)
-
-
 def _pieces(data):
     """Headers, and contents cut into what the line holds for a busy reader."""
     while data:
@@ -188,17 +158,17 @@ def _pieces(data):
         if len(header) == images.HEADER_SIZE:
             end = images.HEADER_SIZE + images.field(header, images.CONTENTS_LENGTH)
         part, data = data[:end], data[end:]
-        for at in range(images.HEADER_SIZE, len(part), _WINDOW):
-            yield part[at:at + _WINDOW]
+        for at in range(images.HEADER_SIZE, len(part), WINDOW):
+            yield part[at:at + WINDOW]
 
 
 def send(dev, data, port=1):
     """Sends an image, or the start of one, until the shell gives up. The end is not waited for."""
     dev.wait_receiving(port)
-    reader, sent = _Reader(dev, port), 0
+    reader, sent = Reader(dev.board, dev.shell_pid(), port), 0
     for piece in _pieces(data):
-        reader.wait(sent)
-        if reader.has_given_up():
+        reader.wait(sent, lambda: b"Done: " in dev.board.console.unread, PATIENCE)
+        if b"Done: " in dev.board.console.unread:
             return
         dev.port(port).send(piece)
         sent += len(piece)

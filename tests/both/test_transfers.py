@@ -13,13 +13,15 @@ OUT_OF_TIME = "[Connection timed out]\n"
 
 @pytest.fixture
 def dev(dev):
-    """A device whose boot environment is the same afterwards, whose protected partitions are locked, and whose shell has
-    taken nothing of the image for typing."""
+    """A device whose boot environment is the same afterwards, whose protected partitions are locked, whose shell has
+    taken nothing of the image for typing, and which still boots what it booted."""
+    dev.give_firmware()
     environment = dev.environment()
     yield dev
     dev.expect_quiet()
     assert dev.environment() == environment
     dev.expect_locked()
+    dev.expect_still_boots()
 
 
 def flip(data, at):

@@ -210,6 +210,12 @@ class RootSession(Session, DeviceRoot):
             (line / "value").write_text("0\n")
         self.trace("/sys/class/gpio")
 
+    def give_firmware(self) -> None:
+        """Nothing boots a device root, so there is nothing to give."""
+
+    def expect_still_boots(self) -> None:
+        """Nor is there anything to judge."""
+
     def expect_flash(self, **partitions: bytes) -> None:
         """The serial flash holds these bytes at the start of these partitions, and what a fresh root has everywhere else."""
         for partition in self.partitions:

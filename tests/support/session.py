@@ -46,6 +46,7 @@ class Session:
     level(), set_level()   a GPIO line
     only_changed()    no other GPIO line is touched meanwhile
     refuse_rs485()    the ports take no RS-485 from now on
+    give_firmware(), expect_still_boots()   firmware in bank 1, and that power brings it up
     expect_flash(), expect_locked()   what the serial flash holds, and that it is protected
 
     and a port has send(bytes), expect(bytes, timeout=...).before, unread and output.
