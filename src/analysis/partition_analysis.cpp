@@ -1,24 +1,20 @@
-// Tools run: /usr/sbin/jffs2dump, /bin/grep. Request: MEMGETINFO.
+// Each kind of contents has its own analysis; what they have in common is reading in pieces.
 #include "analysis/partition_analysis.h"
 
 #include <fcntl.h>
-#include <mtd/mtd-user.h>
-#include <sys/ioctl.h>
-#include <zlib.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
+#include "analysis/environment_search.h"
+#include "analysis/jffs2_analysis.h"
 #include "analysis/ubifs_analysis.h"
 #include "flash/read.h"
 #include "image/header.h"
 #include "mtd/partition_table.h"
 #include "prodcfg/record.h"
 #include "util/checksum.h"
-#include "util/command_pipe.h"
-#include "util/exec.h"
 #include "util/log.h"
 #include "util/unique_fd.h"
 
@@ -54,12 +50,6 @@ bool read_checksum(const unique_fd& device, const char* dev_name, uint64_t offse
   });
   *checksum = image_checksum_chunks_end();
   return complete;
-}
-
-// Result: the partition's size in bytes, 0 when the device does not tell.
-uint32_t partition_size(const unique_fd& device) {
-  mtd_info_user info = {};
-  return device && ioctl(device.get(), MEMGETINFO, &info) >= 0 ? info.size : 0;
 }
 
 // The first stage boot loader carries its size at byte 20, as the processor's ROM wants it, and its name
@@ -147,80 +137,21 @@ bool flash_analyze_rom(const char* dev_name, int image, flash_analysis* record) 
   return true;
 }
 
-// Looks for the length at which the CRC in front of a boot environment fits. The environment may use less
-// than the partition; its length is a power of two.
-class environment_search {
- public:
-  void add(const uint8_t* piece, size_t size) {
-    note_used(piece, size);
-    while (end_ < sizeof stored_ && size > 0) {
-      stored_[end_++] = *piece++;
-      --size;
-    }
-    crc_ = crc32(crc_, piece, static_cast<uInt>(size));
-    end_ += size;
-    if (found_length_ == 0 && end_ == next_length_) {
-      if (crc_ == stored_crc()) {
-        found_length_ = end_;
-        found_used_ = used_;
-      }
-      next_length_ *= 2;
-    }
-  }
-  bool found() const { return found_length_ != 0; }
-  uint32_t stored_crc() const {
-    uint32_t crc;
-    memcpy(&crc, stored_, sizeof crc);
-    return crc;
-  }
-  uint64_t length() const { return found_length_; }
-  uint64_t used() const { return found_used_; }
-
- private:
-  void note_used(const uint8_t* piece, size_t size) {
-    for (size_t i = size; i > 0; --i) {
-      if (piece[i - 1] != 0xFF) {
-        used_ = end_ + i;
-        return;
-      }
-    }
-  }
-
-  uint8_t stored_[4] = {};  // the CRC, in the order of the processor
-  uLong crc_ = 0;
-  uint64_t end_ = 0;             // bytes seen
-  uint64_t used_ = 0;            // bytes up to the last that is not erased
-  uint64_t next_length_ = 2048;  // the next length to try
-  uint64_t found_length_ = 0;
-  uint64_t found_used_ = 0;
-};
-
 bool flash_analyze_boot_env(const char* dev_name, flash_analysis* record) {
   log_printf(level_trace, "%s:\n", __func__);
   const unique_fd device = open_readable(dev_name);
-  const uint32_t size = partition_size(device);
+  uint32_t size = 0;
   environment_search search;
   const auto take = [&search](const uint8_t* piece, size_t length) { search.add(piece, length); };
-  if (size == 0 || !read_pieces(device, dev_name, 0, size, take) || !search.found()) {
+  if (!flash_query_size(device, &size) || !read_pieces(device, dev_name, 0, size, take) || !search.found()) {
     return false;
   }
-  record->crc = search.stored_crc();
+  record->crc = search.crc();
   record->size = search.used();
   log_printf(level_verbose, "%s: max_size=%u, used_size=%u\n", __func__,
              static_cast<unsigned>(search.length()), static_cast<unsigned>(search.used()));
   analysis_set_identity(record, "-", "-");
   return true;
-}
-
-// The number behind `key`, 0 when absent.
-unsigned number_behind(const char* text, const char* key) {
-  const char* found = strstr(text, key);
-  unsigned number = 0;
-  if (found != nullptr) {
-    // NOLINTNEXTLINE(cert-err34-c): what the tool prints is compared with the partition's size
-    sscanf(found + strlen(key), "%u", &number);
-  }
-  return number;
 }
 
 bool is_file_system(int image) {
@@ -265,30 +196,4 @@ bool flash_analyze(const char* dev_name, int image, int format, flash_analysis* 
   *record = {};
   return is_volume(image, format) ? ubi_ubifs_analyze(dev_name, record)
                                   : analyze_partition(dev_name, image, format, record);
-}
-
-bool flash_analyze_jffs2(const char* dev_name, flash_analysis* record) {
-  log_printf(level_trace, "%s:\n", __func__);
-  const uint32_t size = partition_size(open_readable(dev_name));
-  command_line line;
-  if (size == 0 ||
-      !compose_command(line, "/usr/sbin/jffs2dump -v -c %s | /bin/grep \"Empty space:\"", dev_name)) {
-    return false;
-  }
-  log_printf(level_verbose, "%s: popen(%s)\n", __func__, line.text());
-  const command_pipe dump(line.text(), "r");
-  if (!dump) {
-    log_printf(level_error, "%s: popen(%s) error(%s)\n", __func__, line.text(), strerror(errno));
-    return false;
-  }
-  record->crc = 0;
-  analysis_set_identity(record, "-", "-");
-  char output[256];
-  if (fgets(output, sizeof output, dump.stream()) == nullptr) {
-    return false;
-  }
-  const uint64_t empty = number_behind(output, "Empty space: ");
-  const uint64_t dirty = number_behind(output, "dirty space: ");
-  record->size = size - empty;
-  return empty + dirty < size;
 }

@@ -10,6 +10,3 @@ bool flash_analyze(const mtd_partition& row, flash_analysis* record);
 /// The same for a node with contents of kind `image` (mtd_images) in `format` (mtd_formats). A volume is
 /// looked up in the flash map by its node.
 bool flash_analyze(const char* dev_name, int image, int format, flash_analysis* record);
-
-/// The same for a JFFS2 partition; it is recognised when it holds live data.
-bool flash_analyze_jffs2(const char* dev_name, flash_analysis* record);

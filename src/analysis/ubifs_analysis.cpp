@@ -1,11 +1,9 @@
-// Path: /mnt/etc/.vexo_product_info, lines of a shell script: VEXO_PRODUCT_VERSION="3.1.0.0R1".
+// Path: /mnt/etc/.vexo_product_info of the mounted volume.
 #include "analysis/ubifs_analysis.h"
 
 #include <sys/stat.h>
 
-#include <cstdio>
-#include <cstring>
-
+#include "analysis/product_info.h"
 #include "flash/clean_check.h"
 #include "mtd/partition_table.h"
 #include "ubi/attachment.h"
@@ -17,42 +15,6 @@
 namespace {
 
 constexpr const char* product_info_path = "/mnt/etc/.vexo_product_info";
-
-// Takes the text between the first and the last double quote behind `key`; an empty one is passed over. The
-// line is cut there. Result: true when it has the key.
-template <size_t Size>
-bool take_value(char* line, const char* key, char (&field)[Size]) {
-  char* found = strstr(line, key);
-  if (found == nullptr) {
-    return false;
-  }
-  const char* first = strchr(found, '"');
-  char* last = strrchr(found, '"');
-  if (first != nullptr && last > first + 1) {
-    *last = '\0';
-    analysis_set_text(field, first + 1);
-  }
-  return true;
-}
-
-void read_product_info(flash_analysis* record) {
-  // What is no file is not opened: a pipe would wait for its writer, a device might do anything.
-  struct stat status;
-  if (stat(product_info_path, &status) != 0 || !S_ISREG(status.st_mode)) {
-    return;
-  }
-  FILE* file = fopen(product_info_path, "re");
-  if (file == nullptr) {
-    return;
-  }
-  char line[256];
-  while (fgets(line, sizeof line, file) != nullptr) {
-    if (!take_value(line, "VEXO_PRODUCT_VERSION", record->version)) {
-      take_value(line, "VEXO_PRODUCT_CODE", record->code);
-    }
-  }
-  fclose(file);
-}
 
 void begin_analysis(const char* caller, const char* dev_name, flash_analysis* record) {
   log_printf(level_trace, "%s: dev_name=%s\n", caller, dev_name);
@@ -67,7 +29,7 @@ bool ubi_ubifs_analyze(const mtd_partition& row, flash_analysis* record) {
   if (!ubi.attached() || !ubi.mount(row)) {
     return false;
   }
-  read_product_info(record);
+  product_info_read(product_info_path, record);
   record->size = static_cast<uint64_t>(ubi_get_volume_size_in_bytes(row.dev_name));
   return true;
 }

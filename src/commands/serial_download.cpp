@@ -9,6 +9,7 @@
 
 #include "commands/command.h"
 #include "commands/download.h"
+#include "console/transfer_end.h"
 #include "image/destination.h"
 #include "image/stream_installation.h"
 #include "mtd/partition_table.h"
@@ -69,15 +70,11 @@ bool install_from_port(tty_port& port, mtd_banks bank) {
     log_printf(level_error, "Failed to open serial port (%s)\n", strerror(errno));
   } else {
     installed = image_write_fd(nullptr, port.fd, bank, image_download_mask, true);
-    // On the console's line the rest of a refused image, or what follows a complete one, would be run as
-    // commands. Its sender has the chance to stop; another line may go on for ever.
-    if (port.port == tty_cli.port) {
-      tty_discard_until_silent(&port, settle_seconds);
-    }
     tty_close_raw(&port);
   }
   sleep(settle_seconds);
   log_resume();
+  tty_end_transfer(port, installed);
   return installed;
 }
 
@@ -129,6 +126,7 @@ void cmd_file_download_serial() {
              static_cast<int>(port.speed));
   bool is_partial;
   const bool received = tty_receive_file(&port, path, &is_partial);
+  tty_end_transfer(port, received);
   if (is_partial) {
     unlink(path);
   }

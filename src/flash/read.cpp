@@ -12,29 +12,29 @@
 #include "util/exec.h"
 #include "util/log.h"
 
-namespace {
-
-// Stores the size of the partition in bytes. Result: false after an error.
-bool query_size(const char* dev_name, uint32_t* size) {
-  const unique_fd device = flash_open(dev_name, O_RDONLY);
-  if (!device) {
-    return false;
-  }
+bool flash_query_size(const unique_fd& device, uint32_t* size) {
   mtd_info_user info = {};
   if (ioctl(device.get(), MEMGETINFO, &info) < 0) {
-    log_printf(level_error, "Failed to get meminfo for %s: error(%s)\n", dev_name, strerror(errno));
     return false;
   }
   *size = info.size;
   return true;
 }
 
-}  // namespace
-
 bool flash_read_file(const mtd_partition& row, const char* file_path) {
   log_printf(level_trace, "%s:\n", __func__);
   uint32_t bytes = 0;
-  if (!query_size(row.dev_name, &bytes) || !flash_type_is_supported(__func__, row.type)) {
+  {
+    const unique_fd device = flash_open(row.dev_name, O_RDONLY);
+    if (!device) {
+      return false;
+    }
+    if (!flash_query_size(device, &bytes)) {
+      log_printf(level_error, "Failed to get meminfo for %s: error(%s)\n", row.dev_name, strerror(errno));
+      return false;
+    }
+  }
+  if (!flash_type_is_supported(__func__, row.type)) {
     return false;
   }
   const int size = static_cast<int>(bytes);

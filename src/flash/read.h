@@ -13,6 +13,10 @@ inline bool flash_read_file(const char* dev_name, int type, const char* file_pat
   return flash_read_file(flash_row(dev_name, type, 0), file_path);
 }
 
+/// Asks the driver for the size of an open partition in bytes. Result: false when it does not tell, or when
+/// `device` is not open; errno tells why.
+bool flash_query_size(const unique_fd& device, uint32_t* size);
+
 /// Moves to byte `offset` of the open partition `fd`. Result: true, or false after an error that names
 /// `dev_name` and the offset.
 bool flash_seek(int fd, const char* dev_name, uint64_t offset);

@@ -17,19 +17,24 @@ constexpr size_t value_size = 256;
 
 }  // namespace
 
-bool ubi_get_mtd_size_from_env(const char* ubi_dev_name, uint32_t* size_kib) {
-  log_printf(level_trace, "%s:\n", __func__);
-  char value[value_size];
+bool mtdparts_parse(const char* value, const char* ubi_dev_name, uint32_t* size_kib) {
   char rest[value_size] = "";
   char unused[value_size];
   unsigned kib = 0;
   // The first text takes everything up to white space, the rest of the pattern too: two conversions are what
-  // a good value gives.
-  if (uboot_env_get_val(variable, value, sizeof value) &&
-      // NOLINTNEXTLINE(cert-err34-c): an overflowing size is compared with the flash's size
-      sscanf(value, "atmel_nand:%uk(%255s),-(%255s)", &kib, rest, unused) == 2 &&
-      strncmp(rest, ubi_dev_name, strlen(ubi_dev_name)) == 0) {
-    *size_kib = kib;
+  // a good value gives. NOLINTNEXTLINE(cert-err34-c): an overflowing size is compared with the flash's size
+  if (sscanf(value, "atmel_nand:%uk(%255s),-(%255s)", &kib, rest, unused) != 2 ||
+      strncmp(rest, ubi_dev_name, strlen(ubi_dev_name)) != 0) {
+    return false;
+  }
+  *size_kib = kib;
+  return true;
+}
+
+bool ubi_get_mtd_size_from_env(const char* ubi_dev_name, uint32_t* size_kib) {
+  log_printf(level_trace, "%s:\n", __func__);
+  char value[value_size];
+  if (uboot_env_get_val(variable, value, sizeof value) && mtdparts_parse(value, ubi_dev_name, size_kib)) {
     return true;
   }
   log_printf(level_verbose, "%s: Failed to find %s=%s in the boot environment\n", __func__, variable,

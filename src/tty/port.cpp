@@ -158,12 +158,6 @@ void tty_close_raw(tty_port* port) {
   log_printf(level_verbose, "%s: dev=%s%i\n", __func__, port->device, port->port);
 }
 
-void tty_discard_until_silent(const tty_port* port, unsigned seconds) {
-  char discarded[256];
-  while (stream_wait(port->fd, seconds) && read(port->fd, discarded, sizeof discarded) > 0) {
-  }
-}
-
 bool tty_receive_file(tty_port* port, const char* path, bool* is_partial) {
   log_printf(level_info, "tty_download: dev=%s%i file=%s\n", port->device, port->port, path);
   log_printf(level_plain, "Begin serial download...\n");

@@ -51,9 +51,6 @@ bool tty_open_raw(tty_port* port);
 /// Restores the saved settings, closes and sets `fd` to -1; does nothing to a closed port.
 void tty_close_raw(tty_port* port);
 
-/// Throws away what arrives at an open port until it has been silent for so many seconds.
-void tty_discard_until_silent(const tty_port* port, unsigned seconds);
-
 /// Receives a file: a stream of bytes that 30 seconds may pass before and 3 seconds of silence end. The
 /// record is left closed, and the console with its own settings. Result: true when at least one byte arrived
 /// and all were written to `path`; false after an error. `is_partial` is set in every case: whether a failed

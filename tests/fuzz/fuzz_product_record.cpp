@@ -32,7 +32,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   const input_file partition(record, sizeof record);
   mtd_partition* row = mtd_get_by_image_and_bank(nullptr, mtd_image_product_config, mtd_bank_any);
-  row->dev_name = const_cast<char*>(partition.path());
+  row->dev_name = partition.path();
   prodcfg_init();
   product_text text;
   prodcfg_get_product_id(text);

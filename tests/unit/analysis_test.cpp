@@ -3,9 +3,10 @@
 #include "analysis/partition_analysis.h"
 
 #include <zlib.h>
+
+#include "analysis/jffs2_analysis.h"
 #include "analysis/ubifs_analysis.h"
 #include "flash/clean_check.h"
-
 #include "ubi_test.h"
 
 namespace {
