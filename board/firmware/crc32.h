@@ -4,4 +4,4 @@
 #include <stddef.h>
 
 /* The sum of what `sum` was taken of, followed by `data`. Of nothing it is 0. */
-unsigned int crc32(unsigned int sum, const unsigned char *data, size_t length);
+unsigned int crc32(unsigned int sum, const unsigned char* data, size_t length);
