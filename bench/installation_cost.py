@@ -1,4 +1,4 @@
-"""What an installation costs the device's own program on the board: memory, and system calls as its kernel counts them."""
+"""What an installation costs the device's own program on the board: memory, and system calls as the kernel counts them."""
 
 import contextlib
 import os
@@ -97,8 +97,8 @@ def _random(path, size):
 def installation_cost(build, kesto):
     """
     {"idle": KiB resident at the first prompt, "small" and "large": KiB above that at the peak of installing 64 KiB and then
-    an image of 24 MiB, "piece": system calls per 4 KiB that stand ready in a pipe, "network": per 4 KiB of a kernel over the network, "serial":
-    {rate: system calls per KiB}}, of the programs for the device in the directory `build`.
+    an image of 24 MiB, "piece": system calls per 4 KiB that stand ready in a pipe, "network": per 4 KiB of a kernel over
+    the network, "serial": {rate: per KiB}}, of the programs for the device in the directory `build`.
     """
     with tempfile.TemporaryDirectory() as name:
         directory = Path(name)

@@ -1,5 +1,7 @@
 """What every board boots from: the kernel, and the base of the root file system. Needs no root."""
 
+import sys
+
 import device_kernel
 import root_file_system
 from artefact_cache import BUILD, ROOT, SetupError, exclusive
@@ -13,7 +15,7 @@ class Artefacts:
 
 
 def ensure():
-    """Makes what is missing or outdated; the first time that takes a minute and needs Debian's packages. Raises SetupError."""
+    """Makes what is missing or outdated; at first that takes a minute and fetches Debian's packages. Raises SetupError."""
     with exclusive():
         try:
             device_kernel.TREE.ensure()
@@ -26,4 +28,7 @@ def ensure():
 __all__ = ["Artefacts", "BUILD", "ROOT", "SetupError", "ensure"]
 
 if __name__ == "__main__":
-    print(ensure().base)
+    try:
+        print(ensure().base)
+    except SetupError as problem:
+        sys.exit(str(problem))
