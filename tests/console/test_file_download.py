@@ -405,8 +405,8 @@ def test_console_at_a_speed_that_no_transfer_has(dev):
 
 
 def before_the_shell(dev):
-    """The port passes bytes as they are until the shell makes it the console."""
-    dev.port(1).make_raw()
+    """What was the console until the shell took its own passes bytes as they are."""
+    dev.boot_console.make_raw()
     dev.boot()
 
 
