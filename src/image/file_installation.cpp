@@ -78,10 +78,9 @@ bool validate_part(const mapped_file& image, image_part& part) {
 
 bool write_raw(const mtd_partition& row, const image_part& part) {
   if (image_contents_keep_header(part.type)) {
-    return flash_write_buffer(row.dev_name, row.protect, row.type, part.start,
-                              size_t{image_header_size} + part.length);
+    return flash_write_buffer(row, part.start, size_t{image_header_size} + part.length);
   }
-  return flash_write_buffer(row.dev_name, row.protect, row.type, part.contents(), part.length);
+  return flash_write_buffer(row, part.contents(), part.length);
 }
 
 bool write_part(const image_part& part, installation& state) {

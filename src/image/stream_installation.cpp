@@ -101,8 +101,8 @@ bool write_contents(const mtd_partition& row, const header_reader& header, int f
     return ubi_part_write_fd(row, header.bytes, fd, format_allowed, checksum);
   }
   const bool keep_header = image_contents_keep_header(header.get(image_field_contents_type));
-  return flash_write_buffer_fd(row.dev_name, row.protect, row.type, fd, keep_header ? header.bytes : nullptr,
-                               header.get(image_field_contents_length), 0, checksum);
+  return flash_write_buffer_fd(row, fd, keep_header ? header.bytes : nullptr,
+                               header.get(image_field_contents_length), false, checksum);
 }
 
 bool write_part(const header_reader& header, int fd, bool format_allowed, installation& state) {

@@ -59,7 +59,7 @@ mtd_partition* find_row(const mtd_partition* previous, Matches matches) {
   return nullptr;
 }
 
-bool image_matches(int row_image, int wanted) {
+bool image_matches(mtd_images row_image, mtd_images wanted) {
   if (wanted == mtd_image_kernel_rootfs) {
     return row_image == mtd_image_kernel || row_image == mtd_image_rootfs;
   }
@@ -72,12 +72,12 @@ int mtd_config_table_size() {
   return mtd_config_table_rows;
 }
 
-mtd_partition* mtd_get_by_type(const mtd_partition* previous, int type) {
+mtd_partition* mtd_get_by_type(const mtd_partition* previous, mtd_types type) {
   return find_row(previous,
                   [type](const mtd_partition& row) { return type == mtd_type_any || row.type == type; });
 }
 
-mtd_partition* mtd_get_by_image_and_bank(const mtd_partition* previous, int image, int bank) {
+mtd_partition* mtd_get_by_image_and_bank(const mtd_partition* previous, mtd_images image, mtd_banks bank) {
   return find_row(previous, [image, bank](const mtd_partition& row) {
     return image_matches(row.image, image) && (bank == mtd_bank_any || row.bank == bank);
   });

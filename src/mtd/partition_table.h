@@ -84,13 +84,13 @@ extern uint64_t ubi0_mtd_size_max;
 /// Result: the number of rows, 16.
 int mtd_config_table_size();
 
-/// Result: the next row after `previous` (the first row when null) of flash type `type`, or of any when
-/// `type` is mtd_type_any; null when none is left.
-mtd_partition* mtd_get_by_type(const mtd_partition* previous, int type);
+/// Result: the next row after `previous` (the first row when null) on flash of `type`, which may be any; null
+/// when none is left.
+mtd_partition* mtd_get_by_type(const mtd_partition* previous, mtd_types type);
 
-/// Result: the next row after `previous` (the first row when null) for image kind `image` (kernel_rootfs
-/// stands for either) of `bank` (or of any bank); null when none is left.
-mtd_partition* mtd_get_by_image_and_bank(const mtd_partition* previous, int image, int bank);
+/// Result: the next row after `previous` (the first row when null) for `image`, which may be kernel or root
+/// file system, of `bank`, which may be any; null when none is left.
+mtd_partition* mtd_get_by_image_and_bank(const mtd_partition* previous, mtd_images image, mtd_banks bank);
 
 /// Result: the row whose partition name is exactly `name`, or whose device node is `dev_name`; or null.
 mtd_partition* mtd_get_by_name(const char* name);

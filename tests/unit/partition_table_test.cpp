@@ -64,14 +64,17 @@ TEST_F(partition_table_test, a_bank_is_named_by_its_exact_word_and_a_wildcard_by
 
 // ---------------------------------------------------------------------------------------------- look-ups
 
-lines by_type(int type) {
+lines by_type(int number) {
+  const auto type = static_cast<mtd_types>(number);
   lines names;
   for (const mtd_partition* row = nullptr; (row = mtd_get_by_type(row, type)) != nullptr;)
     names.push_back(row->part_name);
   return names;
 }
 
-lines by_image_and_bank(int image, int bank) {
+lines by_image_and_bank(int image_number, int bank_number) {
+  const auto image = static_cast<mtd_images>(image_number);
+  const auto bank = static_cast<mtd_banks>(bank_number);
   lines names;
   for (const mtd_partition* row = nullptr; (row = mtd_get_by_image_and_bank(row, image, bank)) != nullptr;)
     names.push_back(row->part_name);
@@ -122,8 +125,8 @@ TEST_F(partition_table_test, wildcards_of_kind_and_bank) {
 }
 
 TEST_F(partition_table_test, nothing_follows_the_last_row) {
-  EXPECT_EQ(mtd_get_by_type(&mtd_config_table[15], 3), nullptr);
-  EXPECT_EQ(mtd_get_by_image_and_bank(&mtd_config_table[15], 13, 4), nullptr);
+  EXPECT_EQ(mtd_get_by_type(&mtd_config_table[15], mtd_type_any), nullptr);
+  EXPECT_EQ(mtd_get_by_image_and_bank(&mtd_config_table[15], mtd_image_userfs, mtd_bank_any), nullptr);
 }
 
 TEST_F(partition_table_test, by_name_and_by_node_want_the_whole_text) {
