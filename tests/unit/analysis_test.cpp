@@ -73,14 +73,14 @@ TEST_F(jffs2_test, output_without_the_line_is_not_recognised) {
 
 TEST_F(jffs2_test, a_device_that_tells_no_size_is_not_dumped) {
   root.fail_ioctl(0x80204D01, EINVAL);
-  EXPECT_EQ(flash_analyze_jffs2("/dev/mtd0", &record_), 0);
-  EXPECT_EQ(flash_analyze_jffs2("/dev/mtd9", &record_), 0);
+  EXPECT_FALSE(flash_analyze_jffs2("/dev/mtd0", &record_));
+  EXPECT_FALSE(flash_analyze_jffs2("/dev/mtd9", &record_));
   EXPECT_EQ(root.shell_lines(), lines());
 }
 
 TEST_F(jffs2_test, a_dump_that_cannot_be_started_is_an_error) {
   root.fail_call("posix_spawn", {.match = "jffs2dump", .error = ENOMEM, .result = 0});
-  EXPECT_EQ(flash_analyze_jffs2("/dev/mtd0", &record_), 0);
+  EXPECT_FALSE(flash_analyze_jffs2("/dev/mtd0", &record_));
   EXPECT_EQ(root.printed(),
             "ERROR: flash_analyze_jffs2: popen(" + dump + ") error(Cannot allocate memory)\n");
 }
@@ -108,7 +108,7 @@ TEST_F(analysis_test, other_kinds_hold_nothing_known) {
 
 TEST_F(analysis_test, a_device_that_is_not_there) {
   for (const int kind : {mtd_image_bootstrap, mtd_image_kernel, mtd_image_boot_env}) {
-    EXPECT_EQ(flash_analyze("/dev/mtd9", kind, mtd_format_raw, &record_), 0) << kind;
+    EXPECT_FALSE(flash_analyze("/dev/mtd9", kind, mtd_format_raw, &record_)) << kind;
   }
   EXPECT_EQ(root.printed(), "");
 }
@@ -124,7 +124,7 @@ TEST_F(analysis_test, what_the_record_held_before_does_not_matter) {
   row.dev_name = "/dev/mtd0";
   row.image = mtd_image_userfs;
   row.format = mtd_format_jffs2;
-  EXPECT_EQ(flash_analyze(row, &record_), 1);
+  EXPECT_TRUE(flash_analyze(row, &record_));
   EXPECT_EQ(record_.clean, 0);
   soil();
   EXPECT_EQ(analyze(mtd_image_other, mtd_format_raw), 0);
@@ -178,7 +178,7 @@ TEST_F(analysis_test, every_analysis_is_traced_by_its_name) {
       {mtd_image_other, ""}};
   log_level = 7;
   for (const auto& [kind, trace] : cases) {
-    EXPECT_EQ(flash_analyze("/dev/mtd9", kind, mtd_format_jffs2, &record_), 0) << kind;
+    EXPECT_FALSE(flash_analyze("/dev/mtd9", kind, mtd_format_jffs2, &record_)) << kind;
     EXPECT_EQ(root.printed(), trace);
   }
 }
@@ -239,10 +239,10 @@ class file_within_test : public analysis_test {
 };
 
 TEST_F(file_within_test, a_volume_outside_the_table_is_an_error) {
-  EXPECT_EQ(ubi_ubifs_analyze_file_within("vexo", "/cfg/", "x", &size_), 0);
+  EXPECT_FALSE(ubi_ubifs_analyze_file_within("vexo", "/cfg/", "x", &size_));
   EXPECT_EQ(root.printed(), "ERROR: No partition entry in mtd table for vexo\n");
   flash_analysis record = {};
-  EXPECT_EQ(ubi_ubifs_analyze("/dev/ubi0_9", &record), 0);
+  EXPECT_FALSE(ubi_ubifs_analyze("/dev/ubi0_9", &record));
   EXPECT_EQ(root.printed(), "ERROR: No entry in mtd table for /dev/ubi0_9\n");
   EXPECT_EQ(text_of(record.version, sizeof record.version), "-");
   EXPECT_EQ(root.shell_lines(), lines());
@@ -250,9 +250,9 @@ TEST_F(file_within_test, a_volume_outside_the_table_is_an_error) {
 
 TEST_F(file_within_test, questions_are_traced_with_their_arguments) {
   log_level = 7;
-  EXPECT_EQ(ubi_ubifs_analyze_file_within("vexo", "/cfg/", "x", nullptr), 0);
+  EXPECT_FALSE(ubi_ubifs_analyze_file_within("vexo", "/cfg/", "x", nullptr));
   flash_analysis record = {};
-  EXPECT_EQ(ubi_ubifs_analyze("/dev/ubi0_9", &record), 0);
+  EXPECT_FALSE(ubi_ubifs_analyze("/dev/ubi0_9", &record));
   EXPECT_EQ(root.printed(),
             "TRACE: ubi_ubifs_analyze_file_within: part_name=vexo directory=/cfg/ filename=x\n"
             "ERROR: No partition entry in mtd table for vexo\n"
@@ -261,7 +261,7 @@ TEST_F(file_within_test, questions_are_traced_with_their_arguments) {
 }
 
 TEST_F(file_within_test, a_device_without_its_row_is_not_clean) {
-  EXPECT_EQ(ubi_is_clean("ubi1"), 0);
+  EXPECT_FALSE(ubi_is_clean("ubi1"));
   EXPECT_EQ(root.sleeps().size(), 0U);
 }
 

@@ -79,8 +79,8 @@ class ctrl_urst_test : public ctrl_test {};
 TEST_F(ctrl_urst_test, disable_and_enable) {
   accept(urst_disable);
   accept(urst_enable);
-  EXPECT_EQ(ctrl_urst_disable(), 1);
-  EXPECT_EQ(ctrl_urst_enable(), 1);
+  EXPECT_TRUE(ctrl_urst_disable());
+  EXPECT_TRUE(ctrl_urst_enable());
   EXPECT_EQ(root.sequence(),
             lines({"ioctl /dev/ctrl 0x00004c01 0 -> 0", "ioctl /dev/ctrl 0x00004c02 0 -> 0"}));
   EXPECT_EQ(root.printed(), "");
@@ -104,7 +104,7 @@ TEST_F(ctrl_urst_test, the_device_is_opened_for_reading_and_writing) {
 TEST_F(ctrl_urst_test, status_is_what_the_driver_stores) {
   accept(urst_status, {"\x78\x56\x34\x12", 4});
   uint32_t status = 0;
-  EXPECT_EQ(ctrl_urst_status(&status), 1);
+  EXPECT_TRUE(ctrl_urst_status(&status));
   EXPECT_EQ(status, 0x12345678U);
   EXPECT_EQ(root.events("ioctl").at(0).fields[1], "0x80044c03");
 }
@@ -113,9 +113,9 @@ TEST_F(ctrl_urst_test, refused_requests_are_logged_and_count_as_done) {
   for (const uint32_t request : {urst_disable, urst_enable, urst_status})
     refuse(request);
   uint32_t status = 7;
-  EXPECT_EQ(ctrl_urst_disable(), 1);
-  EXPECT_EQ(ctrl_urst_enable(), 1);
-  EXPECT_EQ(ctrl_urst_status(&status), 1);
+  EXPECT_TRUE(ctrl_urst_disable());
+  EXPECT_TRUE(ctrl_urst_enable());
+  EXPECT_TRUE(ctrl_urst_status(&status));
   EXPECT_EQ(status, 7U);
   EXPECT_EQ(root.printed(), "ERROR: ctrl_urst_disable: ioctl(URST_DISABLE) error=" + busy +
                                 "\nERROR: ctrl_urst_enable: ioctl(URST_ENABLE) error=" + busy +
@@ -125,10 +125,10 @@ TEST_F(ctrl_urst_test, refused_requests_are_logged_and_count_as_done) {
 TEST_F(ctrl_urst_test, device_missing) {
   root.remove("/dev/ctrl");
   uint32_t status = 7;
-  EXPECT_EQ(ctrl_urst_disable(), 0);
-  EXPECT_EQ(ctrl_urst_enable(), 0);
-  EXPECT_EQ(ctrl_urst_status(&status), 0);
-  EXPECT_EQ(ctrl_sleep(0), 0);
+  EXPECT_FALSE(ctrl_urst_disable());
+  EXPECT_FALSE(ctrl_urst_enable());
+  EXPECT_FALSE(ctrl_urst_status(&status));
+  EXPECT_FALSE(ctrl_sleep(0));
   EXPECT_EQ(root.printed(), "ERROR: ctrl_urst_disable: open() error=" + not_there +
                                 "\nERROR: ctrl_urst_enable: open() error=" + not_there +
                                 "\nERROR: ctrl_urst_status: open() error=" + not_there +
@@ -137,14 +137,14 @@ TEST_F(ctrl_urst_test, device_missing) {
 
 TEST_F(ctrl_urst_test, sleep_sends_the_status_request_with_the_callers_value) {
   accept(urst_status);
-  EXPECT_EQ(ctrl_sleep(0x123), 1);
+  EXPECT_TRUE(ctrl_sleep(0x123));
   EXPECT_EQ(root.sequence(), lines({"ioctl /dev/ctrl 0x80044c03 123 -> 0"}));
   EXPECT_EQ(root.printed(), "");
 }
 
 TEST_F(ctrl_urst_test, refused_sleep_is_reported_as_status) {
   root.fail_ioctl(urst_status, EFAULT, "/dev/ctrl");
-  EXPECT_EQ(ctrl_sleep(1), 1);
+  EXPECT_TRUE(ctrl_sleep(1));
   EXPECT_EQ(root.printed(), "ERROR: ctrl_sleep: ioctl(URST_STATUS) error=Bad address\n");
 }
 
@@ -170,13 +170,13 @@ class ctrl_test_nresetin_test : public ctrl_test {
 
 TEST_F(ctrl_test_nresetin_test, limit_of_zero_looks_once) {
   accept_all(inactive);
-  EXPECT_EQ(ctrl_test_nresetin(0), 0);
+  EXPECT_FALSE(ctrl_test_nresetin(0));
   EXPECT_EQ(steps(), lines({"0x80044c03", "0x00004c01", "0.1", "0x80044c03", "0x00004c02"}));
 }
 
 TEST_F(ctrl_test_nresetin_test, push_ends_the_wait_after_a_second) {
   accept_all(active);
-  EXPECT_EQ(ctrl_test_nresetin(1000), 1);
+  EXPECT_TRUE(ctrl_test_nresetin(1000));
   EXPECT_EQ(steps(), lines({"0x80044c03", "0x00004c01", "0.1", "0x80044c03", "1", "0x00004c02"}));
   EXPECT_EQ(root.printed(), "");
 }
@@ -186,7 +186,7 @@ TEST_F(ctrl_test_nresetin_test, every_status_but_zero_is_a_push) {
     root.drop_rules();
     root.forget();
     accept_all({status, 4});
-    EXPECT_EQ(ctrl_test_nresetin(1000), 1);
+    EXPECT_TRUE(ctrl_test_nresetin(1000));
     EXPECT_EQ(steps(), lines({"0x80044c03", "0x00004c01", "0.1", "0x80044c03", "1", "0x00004c02"}));
   }
 }
@@ -194,7 +194,7 @@ TEST_F(ctrl_test_nresetin_test, every_status_but_zero_is_a_push) {
 TEST_F(ctrl_test_nresetin_test, looks_until_the_limit) {
   accept_all(inactive);
   root.set_sleep_scale(0.1);
-  EXPECT_EQ(ctrl_test_nresetin(45), 0);
+  EXPECT_FALSE(ctrl_test_nresetin(45));
   const lines done = steps();
   const auto looks = std::count(done.begin(), done.end(), "0.1");
   EXPECT_GE(looks, 2) << "each look took 10 ms of 45";
@@ -213,7 +213,7 @@ TEST_F(ctrl_test_nresetin_test, refused_status_is_no_push) {
   refuse(urst_status);
   accept(urst_disable);
   accept(urst_enable);
-  EXPECT_EQ(ctrl_test_nresetin(0), 0);
+  EXPECT_FALSE(ctrl_test_nresetin(0));
   EXPECT_EQ(steps().back(), "0x00004c02") << "the input resets the board again";
 }
 
@@ -221,7 +221,7 @@ TEST_F(ctrl_test_nresetin_test, refused_enable_is_logged_and_the_push_counts) {
   accept(urst_status, active);
   accept(urst_disable);
   refuse(urst_enable);
-  EXPECT_EQ(ctrl_test_nresetin(1000), 1);
+  EXPECT_TRUE(ctrl_test_nresetin(1000));
   EXPECT_EQ(root.printed(), "ERROR: ctrl_urst_enable: ioctl(URST_ENABLE) error=" + busy + "\n");
 }
 
@@ -230,7 +230,7 @@ class ctrl_nresetin_opening_test : public ctrl_test_nresetin_test {
  protected:
   void expect_end(long request, const std::string& function, const lines& expected) {
     root.fail_call("open", {.match = "/dev/ctrl", .error = ENXIO, .after = request - 1, .times = 1});
-    EXPECT_EQ(ctrl_test_nresetin(0), 0);
+    EXPECT_FALSE(ctrl_test_nresetin(0));
     EXPECT_EQ(steps(), expected);
     EXPECT_EQ(root.printed(), "ERROR: " + function + ": open() error=No such device or address\n");
   }

@@ -13,17 +13,17 @@ TEST_F(uboot_env_set_val_test, empty_and_null_values_delete_the_variable) {
   for (const char* value : {"", static_cast<const char*>(nullptr)}) {
     root.set_env("bootcmd", "run flashboot");
     root.forget();
-    EXPECT_EQ(uboot_env_set_val("bootcmd", value), 1);
+    EXPECT_TRUE(uboot_env_set_val("bootcmd", value));
     EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/fw_setenv bootcmd  > /dev/null 2>&1"}));
     EXPECT_FALSE(root.env().contains("bootcmd"));
     char buffer[32];
-    EXPECT_EQ(uboot_env_get_val("bootcmd", buffer, sizeof buffer), 0);
+    EXPECT_FALSE(uboot_env_get_val("bootcmd", buffer, sizeof buffer));
   }
 }
 
 TEST_F(uboot_env_set_val_test, without_a_name_nothing_is_run) {
-  EXPECT_EQ(uboot_env_set_val(nullptr, "x"), 0);
-  EXPECT_EQ(uboot_env_set_val("", "x"), 0);
+  EXPECT_FALSE(uboot_env_set_val(nullptr, "x"));
+  EXPECT_FALSE(uboot_env_set_val("", "x"));
   EXPECT_EQ(root.shell_lines(), lines());
   EXPECT_EQ(root.printed(), "");
 }
@@ -31,17 +31,17 @@ TEST_F(uboot_env_set_val_test, without_a_name_nothing_is_run) {
 TEST_F(uboot_env_set_val_test, a_line_that_does_not_fit_is_refused_not_cut) {
   const size_t frame = strlen("/usr/sbin/fw_setenv name  > /dev/null 2>&1");
   const std::string longest(255 - frame, 'v');
-  EXPECT_EQ(uboot_env_set_val("name", longest.c_str()), 1);
+  EXPECT_TRUE(uboot_env_set_val("name", longest.c_str()));
   EXPECT_EQ(root.env()["name"], longest);
   root.forget();
-  EXPECT_EQ(uboot_env_set_val("name", (longest + "v").c_str()), 0);
+  EXPECT_FALSE(uboot_env_set_val("name", (longest + "v").c_str()));
   EXPECT_EQ(root.shell_lines(), lines());
   EXPECT_TRUE(root.printed().starts_with("ERROR: "));
 }
 
 TEST_F(uboot_env_set_val_test, traces_itself_and_the_runner) {
   log_level = 7;
-  EXPECT_EQ(uboot_env_set_val("a", "b"), 1);
+  EXPECT_TRUE(uboot_env_set_val("a", "b"));
   EXPECT_EQ(
       root.printed(),
       "TRACE: uboot_env_set_val:\nTRACE: exec_system_cmd:\nVERBOSE: system(/usr/sbin/fw_setenv a b )\n");
@@ -130,10 +130,10 @@ TEST_F(uboot_env_get_val_test, a_tool_that_cannot_be_started_is_an_error) {
 
 TEST_F(uboot_env_get_val_test, without_buffer_size_or_name_nothing_is_run) {
   char buffer[8] = "kept";
-  EXPECT_EQ(uboot_env_get_val("name", nullptr, 8), 0);
-  EXPECT_EQ(uboot_env_get_val("name", buffer, 0), 0);
-  EXPECT_EQ(uboot_env_get_val(nullptr, buffer, 8), 0);
-  EXPECT_EQ(uboot_env_get_val("", buffer, 8), 0);
+  EXPECT_FALSE(uboot_env_get_val("name", nullptr, 8));
+  EXPECT_FALSE(uboot_env_get_val("name", buffer, 0));
+  EXPECT_FALSE(uboot_env_get_val(nullptr, buffer, 8));
+  EXPECT_FALSE(uboot_env_get_val("", buffer, 8));
   EXPECT_STREQ(buffer, "kept");
   EXPECT_EQ(root.shell_lines(), lines());
 }
@@ -170,7 +170,7 @@ TEST_F(uboot_env_get_active_bank_test, only_the_three_exact_texts_name_a_bank) {
 }
 
 TEST_F(uboot_env_get_active_bank_test, a_missing_variable_or_tool_names_none) {
-  EXPECT_EQ(uboot_env_set_val("bootbank", ""), 1);
+  EXPECT_TRUE(uboot_env_set_val("bootbank", ""));
   EXPECT_EQ(uboot_env_get_active_bank(), 0);
   root.remove("/usr/sbin/fw_printenv");
   EXPECT_EQ(uboot_env_get_active_bank(), 0);

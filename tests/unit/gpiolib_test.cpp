@@ -37,7 +37,7 @@ TEST_F(gpiolib_test, only_exported_lines_are_given_back) {
 
 TEST_F(gpiolib_test, every_signal_of_a_board_without_gpio_fails_alone) {
   g_opmode_board = opmode_board_tk20;
-  EXPECT_EQ(gpiolib_init(), 1);
+  EXPECT_TRUE(gpiolib_init());
   const std::string printed = root.printed();
   EXPECT_TRUE(
       printed.starts_with("ERROR: Failed open to export gpio37 (CP9)\n"
@@ -103,29 +103,29 @@ TEST_F(gpiolib_test, partners_of_the_fixture) {
 
 TEST_F(gpiolib_test, export_of_a_plain_signal) {
   make_gpio_tree({});
-  EXPECT_EQ(gpiolib_export(signal("CP9"), false), 1);
-  EXPECT_EQ(gpiolib_unexport(signal("CP9"), false), 1);
+  EXPECT_TRUE(gpiolib_export(signal("CP9"), false));
+  EXPECT_TRUE(gpiolib_unexport(signal("CP9"), false));
   EXPECT_EQ(gpio_writes(), lines({"export 37", "unexport 37"}));
 }
 
 TEST_F(gpiolib_test, export_failures) {
   const gpiolib_signal* cp9 = signal("CP9");
-  EXPECT_EQ(gpiolib_export(cp9, true), 0);
-  EXPECT_EQ(gpiolib_unexport(cp9, true), 0);
+  EXPECT_FALSE(gpiolib_export(cp9, true));
+  EXPECT_FALSE(gpiolib_unexport(cp9, true));
   EXPECT_EQ(root.printed(), "");
-  EXPECT_EQ(gpiolib_export(cp9, false), 0);
-  EXPECT_EQ(gpiolib_unexport(cp9, false), 0);
+  EXPECT_FALSE(gpiolib_export(cp9, false));
+  EXPECT_FALSE(gpiolib_unexport(cp9, false));
   EXPECT_EQ(root.printed(),
             "ERROR: Failed open to export gpio37 (CP9)\nERROR: Failed open to unexport gpio37 (CP9)\n");
   make_gpio_tree({});
   root.fail_call("write", {.match = "/sys/class/gpio/export", .error = EBUSY});
   root.fail_call("write", {.match = "/sys/class/gpio/unexport", .error = EINVAL});
-  EXPECT_EQ(gpiolib_export(cp9, false), 0);
-  EXPECT_EQ(gpiolib_unexport(cp9, false), 0);
+  EXPECT_FALSE(gpiolib_export(cp9, false));
+  EXPECT_FALSE(gpiolib_unexport(cp9, false));
   EXPECT_EQ(root.printed(),
             "ERROR: Failed write to export gpio37 (CP9)\nERROR: Failed write to unexport gpio37 (CP9)\n");
-  EXPECT_EQ(gpiolib_export(cp9, true), 0);
-  EXPECT_EQ(gpiolib_unexport(cp9, true), 0);
+  EXPECT_FALSE(gpiolib_export(cp9, true));
+  EXPECT_FALSE(gpiolib_unexport(cp9, true));
   EXPECT_EQ(root.printed(), "");
 }
 
@@ -133,13 +133,13 @@ TEST_F(gpiolib_test, export_failures) {
 TEST_F(gpiolib_test, a_write_that_takes_all_but_the_zero_byte_has_failed) {
   make_gpio_tree({74});
   root.fail_call("write", {.match = "/sys/class/gpio/export", .error = 0, .result = 2});
-  EXPECT_EQ(gpiolib_export(signal("FAULT_LED"), false), 0);
+  EXPECT_FALSE(gpiolib_export(signal("FAULT_LED"), false));
   EXPECT_EQ(root.printed(), "ERROR: Failed write to export gpio74 (FAULT_LED)\n");
   root.fail_call("write", {.match = "/value", .error = 0, .result = 1});
-  EXPECT_EQ(gpiolib_set_state(signal("FAULT_LED"), gpiolib_state_0), 0);
+  EXPECT_FALSE(gpiolib_set_state(signal("FAULT_LED"), gpiolib_state_0));
   EXPECT_EQ(root.printed(), "ERROR: Failed write to set gpio74 (FAULT_LED) value to '0'\n");
   root.fail_call("write", {.match = "/direction", .error = 0, .result = 3});
-  EXPECT_EQ(gpiolib_set_direction(signal("FAULT_LED"), gpiolib_direction_out), 0);
+  EXPECT_FALSE(gpiolib_set_direction(signal("FAULT_LED"), gpiolib_direction_out));
   EXPECT_EQ(root.printed(), "ERROR: Failed open to set gpio74 (FAULT_LED) direction to 'out'\n");
 }
 
@@ -159,17 +159,17 @@ class gpiolib_pin_test : public gpiolib_test {
 
 TEST_F(gpiolib_pin_test, pin_is_switched_before_the_export_and_after_the_return) {
   root.answer_ioctl(pin_mode, "", 0, "/dev/ctrl");
-  EXPECT_EQ(gpiolib_export(signal("RX2"), false), 1);
+  EXPECT_TRUE(gpiolib_export(signal("RX2"), false));
   EXPECT_EQ(root.sequence(), lines({to_gpio, "write /sys/class/gpio/export 3"}));
   root.forget();
-  EXPECT_EQ(gpiolib_unexport(signal("RX2"), false), 1);
+  EXPECT_TRUE(gpiolib_unexport(signal("RX2"), false));
   EXPECT_EQ(root.sequence(), lines({"write /sys/class/gpio/unexport 3", to_uart}));
 }
 
 TEST_F(gpiolib_pin_test, failed_switch_before_the_export_is_always_told) {
   root.fail_ioctl(pin_mode, EBUSY, "/dev/ctrl");
   for (const bool quiet : {false, true}) {
-    EXPECT_EQ(gpiolib_export(signal("RX2"), quiet), 0);
+    EXPECT_FALSE(gpiolib_export(signal("RX2"), quiet));
     EXPECT_EQ(root.printed(),
               "ERROR: pin 71 ioctl(VEXO_CTRL_IOCS_PIN_MODE) error=Device or resource busy\n"
               "ERROR: Failed to set pin mode to gpio for gpio71 (RX2)\n");
@@ -179,37 +179,37 @@ TEST_F(gpiolib_pin_test, failed_switch_before_the_export_is_always_told) {
 
 TEST_F(gpiolib_pin_test, failed_switch_after_the_return) {
   root.fail_ioctl(pin_mode, EBUSY, "/dev/ctrl");
-  EXPECT_EQ(gpiolib_unexport(signal("RX2"), false), 0);
+  EXPECT_FALSE(gpiolib_unexport(signal("RX2"), false));
   EXPECT_EQ(root.printed(),
             "ERROR: pin 71 ioctl(VEXO_CTRL_IOCS_PIN_MODE) error=Device or resource busy\n"
             "ERROR: Failed to set pin mode to peripheral for gpio71 (RX2)\n");
-  EXPECT_EQ(gpiolib_unexport(signal("RX2"), true), 0);
+  EXPECT_FALSE(gpiolib_unexport(signal("RX2"), true));
   EXPECT_EQ(root.printed(), "ERROR: pin 71 ioctl(VEXO_CTRL_IOCS_PIN_MODE) error=Device or resource busy\n");
 }
 
 TEST_F(gpiolib_pin_test, pin_is_not_switched_back_while_the_kernel_has_the_line) {
   root.fail_call("write", {.match = "unexport"});
-  EXPECT_EQ(gpiolib_unexport(signal("RX2"), false), 0);
+  EXPECT_FALSE(gpiolib_unexport(signal("RX2"), false));
   EXPECT_EQ(root.events("ioctl").size(), 0U);
 }
 
 TEST_F(gpiolib_test, direction) {
   make_gpio_tree({74});
-  EXPECT_EQ(gpiolib_set_direction(signal("FAULT_LED"), gpiolib_direction_in), 1);
-  EXPECT_EQ(gpiolib_set_direction(signal("FAULT_LED"), gpiolib_direction_out), 1);
+  EXPECT_TRUE(gpiolib_set_direction(signal("FAULT_LED"), gpiolib_direction_in));
+  EXPECT_TRUE(gpiolib_set_direction(signal("FAULT_LED"), gpiolib_direction_out));
   EXPECT_EQ(gpio_writes(), lines({"gpio74/direction in", "gpio74/direction out"}));
   root.remove("/sys/class/gpio/gpio74/direction");
-  EXPECT_EQ(gpiolib_set_direction(signal("FAULT_LED"), gpiolib_direction_in), 0);
+  EXPECT_FALSE(gpiolib_set_direction(signal("FAULT_LED"), gpiolib_direction_in));
   EXPECT_EQ(root.printed(), "ERROR: Failed open to set gpio74 (FAULT_LED) direction to 'in'\n");
 }
 
 TEST_F(gpiolib_test, state) {
   make_gpio_tree({74});
-  EXPECT_EQ(gpiolib_set_state(signal("FAULT_LED"), gpiolib_state_1), 1);
-  EXPECT_EQ(gpiolib_set_state(signal("FAULT_LED"), gpiolib_state_0), 1);
+  EXPECT_TRUE(gpiolib_set_state(signal("FAULT_LED"), gpiolib_state_1));
+  EXPECT_TRUE(gpiolib_set_state(signal("FAULT_LED"), gpiolib_state_0));
   EXPECT_EQ(gpio_writes(), lines({"gpio74/value 1", "gpio74/value 0"}));
   root.remove("/sys/class/gpio/gpio74/value");
-  EXPECT_EQ(gpiolib_set_state(signal("FAULT_LED"), gpiolib_state_1), 0);
+  EXPECT_FALSE(gpiolib_set_state(signal("FAULT_LED"), gpiolib_state_1));
   EXPECT_EQ(root.printed(), "ERROR: Failed open to set gpio74 (FAULT_LED) value to '1'\n");
 }
 
@@ -220,7 +220,7 @@ TEST_F(gpiolib_test, read_state) {
   for (uint32_t i = 0; i < 3; i++) {
     root.write_file("/sys/class/gpio/gpio74/value", levels[i]);
     auto state = static_cast<gpiolib_states>(9);
-    EXPECT_EQ(gpiolib_get_state(led, &state), 1);
+    EXPECT_TRUE(gpiolib_get_state(led, &state));
     EXPECT_EQ(state, i);
   }
   EXPECT_EQ(root.events("read").at(0).text(), "read /sys/class/gpio/gpio74/value 1") << "one byte";
@@ -229,14 +229,14 @@ TEST_F(gpiolib_test, read_state) {
 TEST_F(gpiolib_test, read_failures) {
   const gpiolib_signal* led = signal("FAULT_LED");
   auto state = static_cast<gpiolib_states>(9);
-  EXPECT_EQ(gpiolib_get_state(led, &state), 0);
+  EXPECT_FALSE(gpiolib_get_state(led, &state));
   EXPECT_EQ(root.printed(), "ERROR: Failed open to read gpio74 (FAULT_LED) value\n");
   make_gpio_tree({74});
   root.write_file("/sys/class/gpio/gpio74/value", "");
-  EXPECT_EQ(gpiolib_get_state(led, &state), 0);
+  EXPECT_FALSE(gpiolib_get_state(led, &state));
   EXPECT_EQ(root.printed(), "ERROR: Failed reading gpio74 (FAULT_LED) value\n");
   root.write_file("/sys/class/gpio/gpio74/value", "x\n");
-  EXPECT_EQ(gpiolib_get_state(led, &state), 0);
+  EXPECT_FALSE(gpiolib_get_state(led, &state));
   EXPECT_EQ(root.printed(), "");
   EXPECT_EQ(state, 9U);
 }

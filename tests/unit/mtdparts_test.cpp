@@ -23,7 +23,7 @@ TEST_F(mtdparts_test, a_value_that_names_the_device_first_yields_its_size) {
   for (const auto& c : cases) {
     uint32_t kib = 7;
     root.set_env("mtdparts", c.value);
-    EXPECT_EQ(ubi_get_mtd_size_from_env("ubi0", &kib), 1) << c.value;
+    EXPECT_TRUE(ubi_get_mtd_size_from_env("ubi0", &kib)) << c.value;
     EXPECT_EQ(kib, c.kib) << c.value;
   }
   EXPECT_EQ(root.shell_lines()[0], "/usr/sbin/fw_printenv -n mtdparts 2>/dev/null");
@@ -37,7 +37,7 @@ TEST_F(mtdparts_test, any_other_value_is_not_found_and_stores_nothing) {
         "other_nand:81920k(ubi0),-(user)", "81920k(ubi0)", "atmel_nand:81920(ubi0)", "x"}) {
     uint32_t kib = 7;
     root.set_env("mtdparts", value);
-    EXPECT_EQ(ubi_get_mtd_size_from_env("ubi0", &kib), 0) << value;
+    EXPECT_FALSE(ubi_get_mtd_size_from_env("ubi0", &kib)) << value;
     EXPECT_EQ(kib, 7U) << value;
     EXPECT_EQ(
         root.printed(),
@@ -48,11 +48,11 @@ TEST_F(mtdparts_test, any_other_value_is_not_found_and_stores_nothing) {
 
 TEST_F(mtdparts_test, a_missing_variable_is_not_found_and_not_mentioned_by_default) {
   uint32_t kib = 7;
-  EXPECT_EQ(ubi_get_mtd_size_from_env("ubi0", &kib), 0);
+  EXPECT_FALSE(ubi_get_mtd_size_from_env("ubi0", &kib));
   EXPECT_EQ(kib, 7U);
   EXPECT_EQ(root.printed(), "");
   log_level = 7;
-  EXPECT_EQ(ubi_get_mtd_size_from_env("ubi0", &kib), 0);
+  EXPECT_FALSE(ubi_get_mtd_size_from_env("ubi0", &kib));
   EXPECT_EQ(
       root.printed(),
       "TRACE: ubi_get_mtd_size_from_env:\nTRACE: uboot_env_get_val:\n"
@@ -62,44 +62,44 @@ TEST_F(mtdparts_test, a_missing_variable_is_not_found_and_not_mentioned_by_defau
 }
 
 TEST_F(mtdparts_test, a_size_is_set_in_quotes) {
-  EXPECT_EQ(ubi_set_mtd_size_to_env("ubi0", 81920), 1);
+  EXPECT_TRUE(ubi_set_mtd_size_to_env("ubi0", 81920));
   EXPECT_EQ(root.shell_lines(),
             lines({"/usr/sbin/fw_setenv mtdparts \"atmel_nand:81920k(ubi0),-(user)\" > /dev/null 2>&1"}));
   EXPECT_EQ(root.env()["mtdparts"], "atmel_nand:81920k(ubi0),-(user)");
   uint32_t kib = 0;
-  EXPECT_EQ(ubi_get_mtd_size_from_env("ubi0", &kib), 1);
+  EXPECT_TRUE(ubi_get_mtd_size_from_env("ubi0", &kib));
   EXPECT_EQ(kib, 81920U);
-  EXPECT_EQ(ubi_set_mtd_size_to_env("ubi0", 4294967295), 1);
+  EXPECT_TRUE(ubi_set_mtd_size_to_env("ubi0", 4294967295));
   EXPECT_EQ(root.env()["mtdparts"], "atmel_nand:4294967295k(ubi0),-(user)");
 }
 
 TEST_F(mtdparts_test, size_zero_clears_the_variable) {
   root.set_env("mtdparts", "atmel_nand:81920k(ubi0),-(user)");
-  EXPECT_EQ(ubi_set_mtd_size_to_env("ubi0", 0), 1);
+  EXPECT_TRUE(ubi_set_mtd_size_to_env("ubi0", 0));
   EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/fw_setenv mtdparts  > /dev/null 2>&1"}));
   EXPECT_FALSE(root.env().contains("mtdparts"));
 }
 
 TEST_F(mtdparts_test, setting_and_clearing_are_told_at_verbosity_six) {
   log_level = 6;
-  EXPECT_EQ(ubi_set_mtd_size_to_env("ubi0", 5), 1);
+  EXPECT_TRUE(ubi_set_mtd_size_to_env("ubi0", 5));
   EXPECT_TRUE(
       root.printed().starts_with("VERBOSE: ubi_set_mtd_size_to_env: Setting "
                                  "mtdparts=atmel_nand:5k(ubi0),-(user) in the boot environment\n"));
-  EXPECT_EQ(ubi_set_mtd_size_to_env("ubi0", 0), 1);
+  EXPECT_TRUE(ubi_set_mtd_size_to_env("ubi0", 0));
   EXPECT_TRUE(root.printed().starts_with(
       "VERBOSE: ubi_set_mtd_size_to_env: Clearing mtdparts in the boot environment\n"));
   log_level = 7;
-  EXPECT_EQ(ubi_set_mtd_size_to_env("ubi0", 0), 1);
+  EXPECT_TRUE(ubi_set_mtd_size_to_env("ubi0", 0));
   EXPECT_TRUE(root.printed().starts_with("TRACE: ubi_set_mtd_size_to_env:\n"));
 }
 
 TEST_F(mtdparts_test, a_tool_that_fails_is_reported_for_each) {
   root.answer("fw_setenv", {.status = 1});
-  EXPECT_EQ(ubi_set_mtd_size_to_env("ubi0", 5), 0);
+  EXPECT_FALSE(ubi_set_mtd_size_to_env("ubi0", 5));
   EXPECT_TRUE(root.printed().ends_with(
       "\nERROR: Failed to set mtdparts=atmel_nand:5k(ubi0),-(user) in the boot environment\n"));
-  EXPECT_EQ(ubi_set_mtd_size_to_env("ubi0", 0), 0);
+  EXPECT_FALSE(ubi_set_mtd_size_to_env("ubi0", 0));
   EXPECT_TRUE(root.printed().ends_with("\nERROR: Failed to clear mtdparts in the boot environment\n"));
 }
 

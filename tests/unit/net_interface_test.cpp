@@ -68,7 +68,7 @@ TEST_F(net_start_test, an_address_of_zero_means_dhcp_and_the_rest_is_ignored) {
   const uint32_t zero = 0;
   const uint32_t netmask = ip("255.255.255.0");
   const uint32_t gateway = ip("10.0.0.1");
-  EXPECT_EQ(net_start(0, &zero, &netmask, &gateway), 1);
+  EXPECT_TRUE(net_start(0, &zero, &netmask, &gateway));
   EXPECT_EQ(steps(), all_of({up, linked, lease, settled}));
 }
 
@@ -83,7 +83,7 @@ TEST_F(net_start_test, netmask_and_gateway_are_each_set_only_when_given) {
   const uint32_t address = ip("10.0.0.9");
   const uint32_t zero = 0;
   const uint32_t gateway = ip("10.0.0.1");
-  EXPECT_EQ(net_start(0, &address, &zero, &gateway), 1);
+  EXPECT_TRUE(net_start(0, &address, &zero, &gateway));
   EXPECT_EQ(steps(),
             all_of({down,
                     {"/sbin/ifconfig eth0 10.0.0.9 2>&1", "/sbin/route add default gw 10.0.0.1 eth0 2>&1"},
@@ -104,7 +104,7 @@ TEST_F(net_start_test, a_started_interface_is_never_configured_again) {
 
 TEST_F(net_start_test, a_wrong_index_is_refused_before_anything_is_done) {
   for (const int index : {1, -1, 255}) {
-    EXPECT_EQ(net_start(index, nullptr, nullptr, nullptr), 0);
+    EXPECT_FALSE(net_start(index, nullptr, nullptr, nullptr));
     EXPECT_EQ(root.printed(), dhcp + "ERROR: Invalid interface number '" + std::to_string(index) +
                                   "'\nERROR: Unable to configure network '<unknown>'\n");
   }
@@ -199,11 +199,11 @@ class wait_string_test : public net_test {};
 TEST_F(wait_string_test, waits_for_a_text_or_for_its_absence) {
   root.answer("ifconfig", {.times = 2, .out = "eth0\n   UP BROADCAST\n"});
   root.answer("ifconfig", {.out = "eth0\n   BROADCAST\n"});
-  EXPECT_EQ(net_syscmd_ifconfig_wait_string("eth0", 0, "UP", 1), 1);
-  EXPECT_EQ(net_syscmd_ifconfig_wait_string("eth0", 3, "UP", 0), 1);
+  EXPECT_TRUE(net_syscmd_ifconfig_wait_string("eth0", 0, "UP", 1));
+  EXPECT_TRUE(net_syscmd_ifconfig_wait_string("eth0", 3, "UP", 0));
   EXPECT_EQ(steps(), lines({"/sbin/ifconfig eth0", "/sbin/ifconfig eth0", "1", "/sbin/ifconfig eth0"}));
-  EXPECT_EQ(net_syscmd_ifconfig_wait_string("eth0", 0, "UP", 1), 0);
-  EXPECT_EQ(net_syscmd_ifconfig_wait_string("eth0", 0, "UP", 0), 1);
+  EXPECT_FALSE(net_syscmd_ifconfig_wait_string("eth0", 0, "UP", 1));
+  EXPECT_TRUE(net_syscmd_ifconfig_wait_string("eth0", 0, "UP", 0));
 }
 
 TEST_F(wait_string_test, the_whole_listing_is_read_and_the_text_may_stand_anywhere) {
@@ -211,7 +211,7 @@ TEST_F(wait_string_test, the_whole_listing_is_read_and_the_text_may_stand_anywhe
   for (int i = 0; i < 20000; i++)
     listing += "more\n";
   root.answer("ifconfig", {.out = listing});
-  EXPECT_EQ(net_syscmd_ifconfig_wait_string("eth0", 0, "RUNNING", 1), 1);
+  EXPECT_TRUE(net_syscmd_ifconfig_wait_string("eth0", 0, "RUNNING", 1));
   EXPECT_EQ(root.events("exit").at(0).fields, lines({"ifconfig", "0"})) << "the tool could write all of it";
 }
 
@@ -230,8 +230,8 @@ TEST_F(wait_string_test, a_text_split_by_the_end_of_a_piece_is_not_found) {
 
 TEST_F(wait_string_test, a_tool_that_cannot_be_started_is_an_error_at_once) {
   root.fail_call("posix_spawn", {.error = EMFILE});
-  EXPECT_EQ(net_syscmd_ifconfig_wait_string("eth0", 5, "UP", 1), 0);
-  EXPECT_EQ(net_syscmd_ifconfig_wait_string("eth0", 5, "UP", 0), 0);
+  EXPECT_FALSE(net_syscmd_ifconfig_wait_string("eth0", 5, "UP", 1));
+  EXPECT_FALSE(net_syscmd_ifconfig_wait_string("eth0", 5, "UP", 0));
   const std::string error =
       "ERROR: net_syscmd_ifconfig_wait_string: popen(/sbin/ifconfig eth0) error(Too many open files)\n";
   EXPECT_EQ(root.printed(), error + error);
@@ -264,9 +264,9 @@ TEST_F(getter_test, requests_name_the_interface_and_are_otherwise_empty) {
 
 TEST_F(getter_test, without_a_socket_there_is_an_error) {
   root.fail_call("socket", {.error = EMFILE});
-  EXPECT_EQ(net_get_ipaddr(0, &address_), 0);
-  EXPECT_EQ(net_get_netmask(0, &address_), 0);
-  EXPECT_EQ(net_get_hwaddr(0, hwaddr_), 0);
+  EXPECT_FALSE(net_get_ipaddr(0, &address_));
+  EXPECT_FALSE(net_get_netmask(0, &address_));
+  EXPECT_FALSE(net_get_hwaddr(0, hwaddr_));
   EXPECT_EQ(root.printed(),
             "ERROR: net_get_ipaddr: socket() error(Too many open files)\n"
             "ERROR: net_get_netmask: socket() error(Too many open files)\n"
@@ -275,10 +275,10 @@ TEST_F(getter_test, without_a_socket_there_is_an_error) {
 
 TEST_F(getter_test, a_wrong_index_is_refused) {
   for (const int index : {1, -1, INT32_MIN}) {
-    EXPECT_EQ(net_get_ipaddr(index, &address_), 0);
-    EXPECT_EQ(net_get_netmask(index, &address_), 0);
-    EXPECT_EQ(net_get_hwaddr(index, hwaddr_), 0);
-    EXPECT_EQ(net_get_gateway(index, &address_), 0);
+    EXPECT_FALSE(net_get_ipaddr(index, &address_));
+    EXPECT_FALSE(net_get_netmask(index, &address_));
+    EXPECT_FALSE(net_get_hwaddr(index, hwaddr_));
+    EXPECT_FALSE(net_get_gateway(index, &address_));
     std::string refusals;
     for (int i = 0; i < 4; i++)
       refusals += "ERROR: Invalid interface number '" + std::to_string(index) + "'\n";
@@ -309,7 +309,7 @@ TEST_F(gateway_test, is_the_third_word_of_the_default_route_of_the_interface) {
                                  "10.0.2.0/24 dev eth0 scope link  src 10.0.2.15\n"
                                  "default via 10.0.2.2 dev eth0\n"
                                  "default via 10.0.2.3 dev eth0 metric 5\n"});
-  EXPECT_EQ(net_get_gateway(0, &address_), 1);
+  EXPECT_TRUE(net_get_gateway(0, &address_));
   EXPECT_EQ(address_, ip("10.0.2.2"));
   EXPECT_EQ(root.shell_lines(), lines({command}));
   EXPECT_EQ(root.printed(), "");
@@ -319,23 +319,23 @@ TEST_F(gateway_test, a_route_that_is_no_address_is_none) {
   for (const char* route :
        {"default dev eth0 scope link\n", "default via 0.0.0.0 dev eth0\n", "default eth0\n"}) {
     root.answer("iproute", {.out = route});
-    EXPECT_EQ(net_get_gateway(0, &address_), 0) << route;
+    EXPECT_FALSE(net_get_gateway(0, &address_)) << route;
   }
   EXPECT_EQ(root.printed(), "");
 }
 
 TEST_F(gateway_test, the_last_character_goes_whatever_it_is) {
   root.answer("awk", {.out = "10.0.2.25"});
-  EXPECT_EQ(net_get_gateway(0, &address_), 1);
+  EXPECT_TRUE(net_get_gateway(0, &address_));
   EXPECT_EQ(address_, ip("10.0.2.2"));
   root.answer("awk", {.out = std::string("\0\n", 2)});
-  EXPECT_EQ(net_get_gateway(0, &address_), 0);
+  EXPECT_FALSE(net_get_gateway(0, &address_));
 }
 
 TEST_F(gateway_test, tools_that_cannot_be_started) {
   log_level = level_verbose;
   root.fail_call("posix_spawn", {.error = ENOMEM});
-  EXPECT_EQ(net_get_gateway(0, &address_), 0);
+  EXPECT_FALSE(net_get_gateway(0, &address_));
   EXPECT_EQ(root.printed(), std::string("VERBOSE: net_get_gateway: popen(") + command +
                                 ")\nERROR: net_get_gateway: popen(" + command +
                                 ") error(Cannot allocate memory)\n");

@@ -101,7 +101,7 @@ TEST_F(link_mode_test, only_what_is_supported_is_advertised_even_if_that_is_noth
     ethtool_cmd settings_before = distinct_settings();
     settings_before.supported = 0x2C0 | 0x4;
     set_settings(settings_before);
-    EXPECT_EQ(net_eth_set_link(0, wanted.mode), 1);
+    EXPECT_TRUE(net_eth_set_link(0, wanted.mode));
     EXPECT_EQ(settings().advertising, wanted.mask & 0x4) << net_eth_linkmode_names[wanted.mode];
   }
 }
@@ -114,30 +114,30 @@ TEST_F(link_mode_test, every_mode_is_read_back_as_what_it_is) {
   const ethtool_cmd fresh = settings();
   for (int mode = 0; mode < net_eth_linkmode_count; mode++) {
     set_settings(fresh);
-    EXPECT_EQ(net_eth_set_link(0, mode), 1);
+    EXPECT_TRUE(net_eth_set_link(0, mode));
     EXPECT_EQ(shown(), texts[mode]);
   }
 }
 
 TEST_F(link_mode_test, a_mode_outside_the_table_fails_at_verbose_and_changes_nothing) {
   const std::string before = root.read_file(ETHERNET_FILE);
-  EXPECT_EQ(net_eth_set_link(0, 9), 0);
+  EXPECT_FALSE(net_eth_set_link(0, 9));
   EXPECT_EQ(root.printed(), "");
   log_level = level_verbose;
-  EXPECT_EQ(net_eth_set_link(0, 9), 0);
-  EXPECT_EQ(net_eth_set_link(0, -1), 0);
+  EXPECT_FALSE(net_eth_set_link(0, 9));
+  EXPECT_FALSE(net_eth_set_link(0, -1));
   EXPECT_EQ(root.printed(), "VERBOSE: Invalid mode setting (9)\nVERBOSE: Invalid mode setting (-1)\n");
   EXPECT_EQ(root.read_file(ETHERNET_FILE), before);
   EXPECT_EQ(requests().size(), 3U) << "settings are read, never set";
 }
 
 TEST_F(link_mode_test, a_wrong_interface_is_an_error) {
-  EXPECT_EQ(net_eth_set_link(1, 0), 0);
+  EXPECT_FALSE(net_eth_set_link(1, 0));
   const char* text;
-  EXPECT_EQ(net_eth_get_link(2, &text, &text), 0);
+  EXPECT_FALSE(net_eth_get_link(2, &text, &text));
   EXPECT_EQ(root.printed(), "ERROR: Invalid interface number '1'\nERROR: Invalid interface number '2'\n");
-  EXPECT_EQ(net_eth_set_link(-1, 0), 0);
-  EXPECT_EQ(net_eth_get_link(-2, &text, &text), 0);
+  EXPECT_FALSE(net_eth_set_link(-1, 0));
+  EXPECT_FALSE(net_eth_get_link(-2, &text, &text));
   EXPECT_EQ(root.printed(), "ERROR: Invalid interface number '-1'\nERROR: Invalid interface number '-2'\n");
   EXPECT_EQ(requests(), lines());
 }
@@ -147,13 +147,13 @@ TEST_F(link_mode_test, a_wrong_interface_is_an_error) {
 TEST_F(link_mode_test, each_request_that_fails_has_its_message) {
   log_level = level_verbose;
   root.fail_call("ioctl", {.match = "0x00008946", .error = EOPNOTSUPP});
-  EXPECT_EQ(net_eth_set_link(0, 0), 0);
+  EXPECT_FALSE(net_eth_set_link(0, 0));
   EXPECT_EQ(root.printed(), "VERBOSE: Failed to get device settings for 'eth0'\n");
   EXPECT_EQ(shown(), "nothing");
   EXPECT_EQ(root.printed(), "VERBOSE: Failed to get link state for 'eth0'\n");
   root.drop_rules();
   root.fail_call("ioctl", {.match = "0x00008946", .error = EPERM, .after = 1, .times = 1});
-  EXPECT_EQ(net_eth_set_link(0, 0), 0);
+  EXPECT_FALSE(net_eth_set_link(0, 0));
   EXPECT_EQ(root.printed(), "VERBOSE: Failed to set device settings for 'eth0'\n");
   root.fail_call("ioctl", {.match = "0x00008946", .error = EPERM, .after = 1, .times = 1});
   EXPECT_EQ(shown(), "nothing");

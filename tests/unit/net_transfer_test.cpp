@@ -14,7 +14,7 @@ class tftp_test : public net_test {
 
   std::string composed(const char* remote, const char* local) {
     root.forget();
-    EXPECT_EQ(net_tftp_get(server, remote, local), 1);
+    EXPECT_TRUE(net_tftp_get(server, remote, local));
     EXPECT_EQ(root.shell_lines().size(), 1U);
     return root.shell_lines().at(0);
   }
@@ -38,10 +38,10 @@ TEST_F(tftp_test, without_one_two_blanks_stand_between_the_options) {
 }
 
 TEST_F(tftp_test, the_messages_of_a_transfer) {
-  EXPECT_EQ(net_tftp_get(server, "image.rom", "/tmp/x"), 1);
+  EXPECT_TRUE(net_tftp_get(server, "image.rom", "/tmp/x"));
   EXPECT_EQ(root.printed(), "NOTE: Using interface 'eth0'\nRetrieving file 'image.rom' via tftp...\n");
   log_level = level_trace;
-  EXPECT_EQ(net_tftp_get(server, "image.rom", nullptr), 1);
+  EXPECT_TRUE(net_tftp_get(server, "image.rom", nullptr));
   EXPECT_EQ(
       root.printed(),
       "TRACE: net_tftp_get:\n"
@@ -55,7 +55,7 @@ TEST_F(tftp_test, the_messages_of_a_transfer) {
 
 TEST_F(tftp_test, an_interface_that_is_not_started_is_started_by_dhcp) {
   net_if_started[0] = 0;
-  EXPECT_EQ(net_tftp_get(server, "a", nullptr), 1);
+  EXPECT_TRUE(net_tftp_get(server, "a", nullptr));
   EXPECT_EQ(net_if_started[0], 1);
   EXPECT_TRUE(root.printed().starts_with("NOTE: Using interface 'eth0'\nNOTE: Using DHCP\n"));
   EXPECT_EQ(root.shell_lines().back(), "tftp -g  -r \"a\" 192.168.1.9 2>&1");
@@ -72,8 +72,8 @@ TEST_F(tftp_test, names_of_256_special_characters_fit) {
 TEST_F(tftp_test, longer_names_are_refused_and_nothing_is_run) {
   const std::string name(257, 'x');
   const std::string refusal = "ERROR: File name too long, limit is 256 characters\n";
-  EXPECT_EQ(net_tftp_get(server, name.c_str(), nullptr), 0);
-  EXPECT_EQ(net_tftp_get(server, "a", name.c_str()), 0);
+  EXPECT_FALSE(net_tftp_get(server, name.c_str(), nullptr));
+  EXPECT_FALSE(net_tftp_get(server, "a", name.c_str()));
   long_command_line line;
   EXPECT_FALSE(net_tftp_compose_stream(line, server, name.c_str()));
   const std::string begin = "NOTE: Using interface 'eth0'\n";
@@ -95,14 +95,14 @@ class ping_test : public net_test {};
 TEST_F(ping_test, long_lines_and_tools_that_die_do_not_matter) {
   const std::string long_line(1000, 'x');
   root.answer("ping", {.signal_number = 9, .out = long_line + "\nend"});
-  EXPECT_EQ(net_ping(0, server), 1);
+  EXPECT_TRUE(net_ping(0, server));
   EXPECT_EQ(root.printed(), long_line + "\nend");
 }
 
 TEST_F(ping_test, a_tool_that_cannot_be_started) {
   log_level = level_trace;
   root.fail_call("posix_spawn", {.error = EAGAIN});
-  EXPECT_EQ(net_ping(0, server), 0);
+  EXPECT_FALSE(net_ping(0, server));
   EXPECT_EQ(root.printed(),
             "TRACE: net_ping:\n"
             "VERBOSE: net_ping: popen(/bin/ping -I eth0 -c 4 -W 2 192.168.1.9 2>&1)\n"
@@ -111,8 +111,8 @@ TEST_F(ping_test, a_tool_that_cannot_be_started) {
 }
 
 TEST_F(ping_test, a_wrong_interface_is_an_error) {
-  EXPECT_EQ(net_ping(1, server), 0);
-  EXPECT_EQ(net_ping(-1, server), 0);
+  EXPECT_FALSE(net_ping(1, server));
+  EXPECT_FALSE(net_ping(-1, server));
   EXPECT_EQ(root.printed(), "ERROR: Invalid interface number '1'\nERROR: Invalid interface number '-1'\n");
   EXPECT_EQ(root.shell_lines(), lines());
 }

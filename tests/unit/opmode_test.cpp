@@ -24,7 +24,7 @@ class opmode_test : public model_test {
 
   // The mode as text: "tk20 none 2".
   std::string discovered() {
-    EXPECT_EQ(opmode_discover(), 1);
+    EXPECT_TRUE(opmode_discover());
     return mode();
   }
   static std::string mode() {
@@ -157,11 +157,11 @@ TEST_F(opmode_test, number_of_serial_ports_with_a_sign_or_a_blank) {
   const std::pair<const char*, unsigned> accepted[] = {{"+4", 4}, {" 5", 5},          {"\n7", 7},
                                                        {"-0", 0}, {"-4294967290", 6}, {"+32", 32}};
   for (const auto& [text, count] : accepted) {
-    EXPECT_EQ(opmode_num_serports_set(text), 1) << text;
+    EXPECT_TRUE(opmode_num_serports_set(text)) << text;
     EXPECT_EQ(g_opmode_num_serports, count) << text;
   }
   for (const char* text : {"-1", "- 4", "+-4", "4 ", "+", " ", ""})
-    EXPECT_EQ(opmode_num_serports_set(text), 0) << text;
+    EXPECT_FALSE(opmode_num_serports_set(text)) << text;
   EXPECT_EQ(g_opmode_num_serports, 32U);
 }
 

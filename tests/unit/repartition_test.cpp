@@ -37,7 +37,7 @@ class repartition_test : public loader_test {
 // ---------------------------------------------------------------------------------------------- split
 
 TEST_F(repartition_test, split_creates_both_parts_in_the_old_one_and_then_drops_it) {
-  EXPECT_EQ(mtd_partition_split("ubi0", 0x5000000, 0x3000000), 1);
+  EXPECT_TRUE(mtd_partition_split("ubi0", 0x5000000, 0x3000000));
   EXPECT_EQ(root.sequence(), lines({"ioctl /dev/mtd10 0x40044d17 " + record("ubi0", 0x5000000, 0) +
                                         record("user", 0x3000000, 0x5000000) + " -> 0",
                                     "ioctl /dev/mtd0 0x40044d18 0a000000 -> 0"}));
@@ -47,17 +47,17 @@ TEST_F(repartition_test, split_creates_both_parts_in_the_old_one_and_then_drops_
 
 TEST_F(repartition_test, split_reports_progress) {
   log_level = 6;
-  EXPECT_EQ(mtd_partition_split("ubi0", 0x5000000, 0x3000000), 1);
+  EXPECT_TRUE(mtd_partition_split("ubi0", 0x5000000, 0x3000000));
   expect_printed("PROGRESS: ubi0 created on /dev/mtd10\nPROGRESS: /dev/mtd10 deleted\n", true);
   log_level = 7;
-  EXPECT_EQ(mtd_partition_split("nothing", 1, 0xFFFFFFFFFFFFFFFF), 0);
+  EXPECT_FALSE(mtd_partition_split("nothing", 1, 0xFFFFFFFFFFFFFFFF));
   expect_printed("TRACE: mtd_partition_split: part_name=nothing size1=1 size2=18446744073709551615\n", false);
 }
 
 TEST_F(repartition_test, split_carries_sizes_of_64_bits) {
   root.answer_ioctl(create, "");
   root.answer_ioctl(erase, "");
-  EXPECT_EQ(mtd_partition_split("ubi0", 0x123456789A, 0xFEDCBA9876543210), 1);
+  EXPECT_TRUE(mtd_partition_split("ubi0", 0x123456789A, 0xFEDCBA9876543210));
   EXPECT_EQ(root.events("ioctl")[0].fields[2],
             record("ubi0", 0x123456789A, 0) + record("user", 0xFEDCBA9876543210, 0x123456789A));
 }
@@ -67,17 +67,17 @@ TEST_F(repartition_test, split_cuts_a_name_to_31_characters_and_its_end) {
   root.write_file("/proc/mtd", "mtd0: 00002000 00000100 \"" + name + "\"\n");
   root.answer_ioctl(create, "");
   root.answer_ioctl(erase, "");
-  EXPECT_EQ(mtd_partition_split(name.c_str(), 0x1000, 0x1000), 1);
+  EXPECT_TRUE(mtd_partition_split(name.c_str(), 0x1000, 0x1000));
   EXPECT_EQ(root.events("ioctl")[0].fields[2].substr(0, 64),
             hex(std::string(31, 'n') + std::string(1, '\0')));
 }
 
 TEST_F(repartition_test, split_of_an_unknown_partition_fails_without_a_word) {
   log_level = 6;
-  EXPECT_EQ(mtd_partition_split("nothing", 1, 1), 0);
+  EXPECT_FALSE(mtd_partition_split("nothing", 1, 1));
   expect_printed("", false);
   root.remove("/proc/mtd");
-  EXPECT_EQ(mtd_partition_split("ubi0", 1, 1), 0);
+  EXPECT_FALSE(mtd_partition_split("ubi0", 1, 1));
   expect_printed("", false);
   EXPECT_EQ(root.events("ioctl").size(), 0U);
 }
@@ -95,7 +95,7 @@ class merge_test : public repartition_test {
 TEST_F(merge_test, both_numbers_go_to_the_kernel_in_one_request) {
   root.trace("/dev/mtd");
   log_level = 6;
-  EXPECT_EQ(mtd_partition_merge("ubi0"), 1);
+  EXPECT_TRUE(mtd_partition_merge("ubi0"));
   EXPECT_EQ(root.sequence(), lines({"ioctl /dev/mtd0 0x40044d1b 0102 -> 0"}));
   EXPECT_EQ(root.events("open")[0].fields, lines({"/dev/mtd0", "0", "0"}));
   expect_printed("VERBOSE: mtd_partition_merge: merge_mtd_nums=1,2\n", true);
@@ -105,7 +105,7 @@ TEST_F(merge_test, both_numbers_go_to_the_kernel_in_one_request) {
 TEST_F(merge_test, without_a_user_partition_nothing_is_asked) {
   root.set_partitions({{"bootstrap", 0x20000}, {"ubi0", 0x5000000}});
   log_level = 7;
-  EXPECT_EQ(mtd_partition_merge("ubi0"), 0);
+  EXPECT_FALSE(mtd_partition_merge("ubi0"));
   expect_printed(
       "TRACE: mtd_partition_merge: part_name=ubi0\nVERBOSE: mtd_partition_merge: merge_mtd_nums=1,255\n",
       false);
@@ -114,7 +114,7 @@ TEST_F(merge_test, without_a_user_partition_nothing_is_asked) {
 
 TEST_F(merge_test, of_an_unknown_partition_asks_nothing) {
   log_level = 6;
-  EXPECT_EQ(mtd_partition_merge("nothing"), 0);
+  EXPECT_FALSE(mtd_partition_merge("nothing"));
   expect_printed("VERBOSE: mtd_partition_merge: merge_mtd_nums=255,2\n", false);
   EXPECT_EQ(root.events("ioctl").size(), 0U);
 }
@@ -122,7 +122,7 @@ TEST_F(merge_test, of_an_unknown_partition_asks_nothing) {
 TEST_F(merge_test, that_cannot_open_the_first_partition_is_reported) {
   log_level = 6;
   root.fail_call("open", {.match = "/dev/mtd0", .error = EACCES});
-  EXPECT_EQ(mtd_partition_merge("ubi0"), 0);
+  EXPECT_FALSE(mtd_partition_merge("ubi0"));
   expect_printed(
       "VERBOSE: mtd_partition_merge: merge_mtd_nums=1,2\nERROR: mtd_partition_merge: open(/dev/mtd0)\n",
       false);
@@ -131,7 +131,7 @@ TEST_F(merge_test, that_cannot_open_the_first_partition_is_reported) {
 TEST_F(merge_test, refused_by_the_kernel_is_reported_and_names_are_read) {
   log_level = 6;
   root.fail_ioctl(merge, EBUSY);
-  EXPECT_EQ(mtd_partition_merge("ubi0"), 0);
+  EXPECT_FALSE(mtd_partition_merge("ubi0"));
   expect_printed(
       "VERBOSE: mtd_partition_merge: merge_mtd_nums=1,2\nERROR: mtd_partition_merge: mtd merge failed\n",
       true);
@@ -146,7 +146,7 @@ class resize_test : public repartition_test {
 
 TEST_F(resize_test, replaces_the_partition_by_one_of_the_new_size) {
   log_level = 7;
-  EXPECT_EQ(mtd_partition_resize_and_move(&kernel, 0x100000), 1);
+  EXPECT_TRUE(mtd_partition_resize_and_move(&kernel, 0x100000));
   EXPECT_EQ(root.sequence(), lines({"ioctl /dev/mtd5 0x40044d17 " + record("kernel_1", 0x100000, 0) + " -> 0",
                                     "ioctl /dev/mtd0 0x40044d18 05000000 -> 0"}));
   expect_printed(
@@ -159,30 +159,30 @@ TEST_F(resize_test, replaces_the_partition_by_one_of_the_new_size) {
 TEST_F(resize_test, whose_node_cannot_be_opened_fails_without_a_word) {
   log_level = 6;
   root.fail_call("open", {.match = "/dev/mtd5"});
-  EXPECT_EQ(mtd_partition_resize_and_move(&kernel, 0x100000), 0);
+  EXPECT_FALSE(mtd_partition_resize_and_move(&kernel, 0x100000));
   expect_printed("", false);
 }
 
 TEST_F(resize_test, reports_the_later_steps_like_a_split) {
   log_level = 6;
   root.fail_ioctl(create, ENOTTY);
-  EXPECT_EQ(mtd_partition_resize_and_move(&kernel, 0x100000), 0);
+  EXPECT_FALSE(mtd_partition_resize_and_move(&kernel, 0x100000));
   expect_printed("ERROR: partition creation failed on /dev/mtd5\n", true);
   root.drop_rules();
   root.answer_ioctl(create, "");
   root.fail_call("open", {.match = "/dev/mtd0", .times = 1});
-  EXPECT_EQ(mtd_partition_resize_and_move(&kernel, 0x100000), 0);
+  EXPECT_FALSE(mtd_partition_resize_and_move(&kernel, 0x100000));
   expect_printed(
       "PROGRESS: kernel_1 created on /dev/mtd5\n"
       "ERROR: mtd_partition_resize_and_move: File open error on /dev/mtd0\n",
       true);
   root.fail_ioctl(erase, EBUSY);
-  EXPECT_EQ(mtd_partition_resize_and_move(&kernel, 0x100000), 0);
+  EXPECT_FALSE(mtd_partition_resize_and_move(&kernel, 0x100000));
   expect_printed("PROGRESS: kernel_1 created on /dev/mtd5\nERROR: /dev/mtd5 deletion failed\n", true);
 }
 
 TEST_F(resize_test, of_a_volume_asks_nothing) {
-  EXPECT_EQ(mtd_partition_resize_and_move(&mtd_config_table[11], 0x100000), 0);
+  EXPECT_FALSE(mtd_partition_resize_and_move(&mtd_config_table[11], 0x100000));
   EXPECT_EQ(root.events("ioctl").size(), 0U);
 }
 

@@ -20,7 +20,7 @@ const std::string unlock = "run /usr/sbin/flash_unlock /dev/mtd2";
 const std::string lock = "run /usr/sbin/flash_lock /dev/mtd2 0 -1";
 const std::string erase = "run /usr/sbin/flash_erase -q /dev/mtd2 0 0";
 
-class raw_io_test : public loader_test {
+class raw_partition_test : public loader_test {
  protected:
   // The runner's report of a tool that ended with status 1.
   static std::string failed(const std::string& line) {
@@ -40,12 +40,12 @@ const std::string erase_failed =
 
 // ---------------------------------------------------------------------------------------------- erase
 
-class flash_erase_test : public raw_io_test {};
+class flash_erase_test : public raw_partition_test {};
 
 TEST_F(flash_erase_test, only_one_means_protected) {
   for (const int protect : {0, 2, -1}) {
     root.forget();
-    EXPECT_EQ(flash_erase_whole_partition(node, serial, protect), 1);
+    EXPECT_TRUE(flash_erase_whole_partition(node, serial, protect));
     EXPECT_EQ(root.sequence(), lines({erase})) << protect;
   }
 }
@@ -53,7 +53,7 @@ TEST_F(flash_erase_test, only_one_means_protected) {
 TEST_F(flash_erase_test, the_flash_type_plays_no_part) {
   for (const int type : {nand, mmc, 99, -1}) {
     root.forget();
-    EXPECT_EQ(flash_erase_whole_partition(node, type, 0), 1);
+    EXPECT_TRUE(flash_erase_whole_partition(node, type, 0));
     EXPECT_EQ(root.sequence(), lines({erase})) << type;
   }
 }
@@ -61,19 +61,19 @@ TEST_F(flash_erase_test, the_flash_type_plays_no_part) {
 TEST_F(flash_erase_test, the_tool_is_quiet_below_progress) {
   for (log_level = 1; log_level <= 4; log_level++) {
     root.forget();
-    EXPECT_EQ(flash_erase_whole_partition(node, serial, 0), 1);
+    EXPECT_TRUE(flash_erase_whole_partition(node, serial, 0));
     EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/flash_erase -q /dev/mtd2 0 0"}));
   }
   for (; log_level <= 7; log_level++) {
     root.forget();
-    EXPECT_EQ(flash_erase_whole_partition(node, serial, 0), 1);
+    EXPECT_TRUE(flash_erase_whole_partition(node, serial, 0));
     EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/flash_erase /dev/mtd2 0 0"}));
   }
 }
 
 TEST_F(flash_erase_test, traces_its_name) {
   log_level = 7;
-  EXPECT_EQ(flash_erase_whole_partition(node, serial, 0), 1);
+  EXPECT_TRUE(flash_erase_whole_partition(node, serial, 0));
   EXPECT_EQ(root.printed(),
             "TRACE: flash_erase_whole_partition:\nTRACE: exec_system_cmd:\n"
             "VERBOSE: system(/usr/sbin/flash_erase /dev/mtd2 0 0)\n");
@@ -81,7 +81,7 @@ TEST_F(flash_erase_test, traces_its_name) {
 
 // ---------------------------------------------------------------------------------------------- a file
 
-class flash_write_file_test : public raw_io_test {
+class flash_write_file_test : public raw_partition_test {
  protected:
   flash_write_file_test() { root.write_file("/tmp/image", contents); }
   const std::string contents = noise(3000);
@@ -89,50 +89,50 @@ class flash_write_file_test : public raw_io_test {
 };
 
 TEST_F(flash_write_file_test, serial_flash_is_erased_and_copied_to) {
-  EXPECT_EQ(flash_write_file(node, 0, serial, "/tmp/image"), 1);
+  EXPECT_TRUE(flash_write_file(node, 0, serial, "/tmp/image"));
   EXPECT_EQ(root.sequence(), lines({erase, copy}));
   EXPECT_EQ(flash(), erased_but(contents));
   EXPECT_EQ(root.printed(), "");
 }
 
 TEST_F(flash_write_file_test, protected_flash_is_bracketed_twice) {
-  EXPECT_EQ(flash_write_file(node, 1, serial, "/tmp/image"), 1);
+  EXPECT_TRUE(flash_write_file(node, 1, serial, "/tmp/image"));
   EXPECT_EQ(root.sequence(), lines({unlock, erase, lock, unlock, copy, lock}));
 }
 
 TEST_F(flash_write_file_test, nand_flash_has_its_own_tool) {
-  EXPECT_EQ(flash_write_file(node, 0, nand, "/tmp/image"), 1);
+  EXPECT_TRUE(flash_write_file(node, 0, nand, "/tmp/image"));
   EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/flash_erase -q /dev/mtd2 0 0",
                                        "/usr/sbin/nandwrite -p -q /dev/mtd2 /tmp/image"}));
 }
 
 TEST_F(flash_write_file_test, the_copy_shows_progress_when_wanted_and_nandwrite_never) {
   log_level = 4;
-  EXPECT_EQ(flash_write_file(node, 0, serial, "/tmp/image"), 1);
+  EXPECT_TRUE(flash_write_file(node, 0, serial, "/tmp/image"));
   EXPECT_EQ(root.shell_lines().back(), "/usr/sbin/flashcp /tmp/image /dev/mtd2");
   log_level = 5;
-  EXPECT_EQ(flash_write_file(node, 0, serial, "/tmp/image"), 1);
+  EXPECT_TRUE(flash_write_file(node, 0, serial, "/tmp/image"));
   EXPECT_EQ(root.shell_lines().back(), "/usr/sbin/flashcp -v /tmp/image /dev/mtd2");
-  EXPECT_EQ(flash_write_file(node, 0, nand, "/tmp/image"), 1);
+  EXPECT_TRUE(flash_write_file(node, 0, nand, "/tmp/image"));
   EXPECT_EQ(root.shell_lines().back(), "/usr/sbin/nandwrite -p -q /dev/mtd2 /tmp/image");
 }
 
 TEST_F(flash_write_file_test, other_types_are_refused_after_the_erase) {
-  EXPECT_EQ(flash_write_file(node, 1, mmc, "/tmp/image"), 0);
+  EXPECT_FALSE(flash_write_file(node, 1, mmc, "/tmp/image"));
   EXPECT_EQ(root.sequence(), lines({unlock, erase, lock}));
   EXPECT_EQ(root.printed(), "ERROR: flash_write_file: Unsupported flash type 2\n");
 }
 
 TEST_F(flash_write_file_test, failed_erase_copies_nothing) {
   root.answer("flash_erase", {.status = 1});
-  EXPECT_EQ(flash_write_file(node, 0, mmc, "/tmp/image"), 0);
+  EXPECT_FALSE(flash_write_file(node, 0, mmc, "/tmp/image"));
   EXPECT_EQ(root.sequence(), lines({erase}));
   EXPECT_EQ(root.printed(), erase_failed) << "the type is not looked at any more";
 }
 
 TEST_F(flash_write_file_test, failed_copy_still_locks) {
   root.answer("flashcp", {.status = 1});
-  EXPECT_EQ(flash_write_file(node, 1, serial, "/tmp/image"), 0);
+  EXPECT_FALSE(flash_write_file(node, 1, serial, "/tmp/image"));
   EXPECT_EQ(root.sequence(), lines({unlock, erase, lock, unlock, copy, lock}));
   EXPECT_EQ(root.printed(), failed("/usr/sbin/flashcp /tmp/image /dev/mtd2"));
 }
@@ -140,14 +140,14 @@ TEST_F(flash_write_file_test, failed_copy_still_locks) {
 TEST_F(flash_write_file_test, second_unlock_failing_copies_nothing_and_locks) {
   root.answer("flash_unlock", {.times = 1, .acts = true});
   root.answer("flash_unlock", {.status = 1});
-  EXPECT_EQ(flash_write_file(node, 1, serial, "/tmp/image"), 0);
+  EXPECT_FALSE(flash_write_file(node, 1, serial, "/tmp/image"));
   EXPECT_EQ(root.sequence(), lines({unlock, erase, lock, unlock, lock}));
 }
 
 TEST_F(flash_write_file_test, last_lock_failing_is_a_failure_though_the_file_was_copied) {
   root.answer("flash_lock", {.times = 1});
   root.answer("flash_lock", {.status = 1});
-  EXPECT_EQ(flash_write_file(node, 1, serial, "/tmp/image"), 0);
+  EXPECT_FALSE(flash_write_file(node, 1, serial, "/tmp/image"));
   EXPECT_EQ(root.sequence(), lines({unlock, erase, lock, unlock, copy, lock}));
   EXPECT_EQ(flash(), erased_but(contents));
   EXPECT_EQ(root.printed(), lock_failed);
@@ -155,7 +155,7 @@ TEST_F(flash_write_file_test, last_lock_failing_is_a_failure_though_the_file_was
 
 // ---------------------------------------------------------------------------------------------- a buffer
 
-class flash_write_buffer_test : public raw_io_test {
+class flash_write_buffer_test : public raw_partition_test {
  protected:
   flash_write_buffer_test() { root.trace(node); }
   int write_bytes(const std::string& bytes, int protect = 0, int type = serial) {
@@ -315,7 +315,7 @@ TEST_F(flash_write_buffer_test, last_lock_failing_is_a_failure_though_the_bytes_
 
 // ---------------------------------------------------------------------------------------------- a stream
 
-class flash_write_buffer_fd_test : public raw_io_test {
+class flash_write_buffer_fd_test : public raw_partition_test {
  protected:
   flash_write_buffer_fd_test() { root.trace(node); }
   const std::string header = noise(256, 9);
@@ -326,7 +326,7 @@ TEST_F(flash_write_buffer_fd_test, streams_pieces_as_they_arrive_without_an_eras
   sender source(bytes + "rest");
   root.trace("select");
   uint64_t checksum = 1;
-  EXPECT_EQ(flash_write_buffer_fd(node, 0, serial, source.fd(), nullptr, 4609, 0, &checksum), 1);
+  EXPECT_TRUE(flash_write_buffer_fd(node, 0, serial, source.fd(), nullptr, 4609, 0, &checksum));
   EXPECT_EQ(root.sequence(), lines({"select 3", "write /dev/mtd2 4096", "select 3", "write /dev/mtd2 512",
                                     "select 3", "write /dev/mtd2 1"}));
   EXPECT_EQ(flash().substr(0, 4609), bytes);
@@ -337,14 +337,14 @@ TEST_F(flash_write_buffer_fd_test, streams_pieces_as_they_arrive_without_an_eras
 
 TEST_F(flash_write_buffer_fd_test, protected_flash_is_bracketed) {
   const sender source("ab");
-  EXPECT_EQ(flash_write_buffer_fd(node, 1, nand, source.fd(), nullptr, 2, 1, nullptr), 1);
+  EXPECT_TRUE(flash_write_buffer_fd(node, 1, nand, source.fd(), nullptr, 2, 1, nullptr));
   EXPECT_EQ(root.sequence(),
             lines({unlock, erase, lock, unlock, "write /dev/mtd2 1", "write /dev/mtd2 1", lock}));
 }
 
 TEST_F(flash_write_buffer_fd_test, nothing_to_receive_gives_the_empty_checksum) {
   uint64_t checksum = 0;
-  EXPECT_EQ(flash_write_buffer_fd(node, 1, serial, -1, octets(header), 0, 0, &checksum), 1);
+  EXPECT_TRUE(flash_write_buffer_fd(node, 1, serial, -1, octets(header), 0, 0, &checksum));
   EXPECT_EQ(root.sequence(), lines({unlock, "write /dev/mtd2 256", lock}));
   EXPECT_EQ(checksum, 0xFFFFFFFFFFFFFFFF);
 }
@@ -352,10 +352,10 @@ TEST_F(flash_write_buffer_fd_test, nothing_to_receive_gives_the_empty_checksum) 
 TEST_F(flash_write_buffer_fd_test, counts_are_told_at_verbosity_six_and_the_arguments_at_seven) {
   const sender source("abcdef");
   log_level = 6;
-  EXPECT_EQ(flash_write_buffer_fd(node, 0, serial, source.fd(), octets(header), 3, 0, nullptr), 1);
+  EXPECT_TRUE(flash_write_buffer_fd(node, 0, serial, source.fd(), octets(header), 3, 0, nullptr));
   EXPECT_EQ(root.printed(), "VERBOSE: flash_write_buffer_fd received 3 bytes, written 3 bytes to flash\n");
   log_level = 7;
-  EXPECT_EQ(flash_write_buffer_fd(node, 0, nand, source.fd(), nullptr, 3, 0, nullptr), 1);
+  EXPECT_TRUE(flash_write_buffer_fd(node, 0, nand, source.fd(), nullptr, 3, 0, nullptr));
   EXPECT_EQ(root.printed(),
             "TRACE: flash_write_buffer_fd: dev_name=/dev/mtd2 protect=0 type=nand src_len=3\n"
             "VERBOSE: flash_write_buffer_fd received 3 bytes, written 3 bytes to flash\n");
@@ -363,10 +363,10 @@ TEST_F(flash_write_buffer_fd_test, counts_are_told_at_verbosity_six_and_the_argu
 
 TEST_F(flash_write_buffer_fd_test, other_types_are_refused_after_the_erase_if_there_is_one) {
   sender source("ab");
-  EXPECT_EQ(flash_write_buffer_fd(node, 1, mmc, source.fd(), nullptr, 2, 0, nullptr), 0);
+  EXPECT_FALSE(flash_write_buffer_fd(node, 1, mmc, source.fd(), nullptr, 2, 0, nullptr));
   EXPECT_EQ(root.sequence(), lines());
   EXPECT_EQ(root.printed(), "ERROR: flash_write_buffer_fd: Unsupported flash type 2\n");
-  EXPECT_EQ(flash_write_buffer_fd(node, 0, mmc, source.fd(), nullptr, 2, 1, nullptr), 0);
+  EXPECT_FALSE(flash_write_buffer_fd(node, 0, mmc, source.fd(), nullptr, 2, 1, nullptr));
   EXPECT_EQ(root.sequence(), lines({erase}));
   EXPECT_EQ(source.rest(), "ab");
 }
@@ -374,9 +374,9 @@ TEST_F(flash_write_buffer_fd_test, other_types_are_refused_after_the_erase_if_th
 TEST_F(flash_write_buffer_fd_test, failed_erase_or_unlock_takes_nothing_from_the_stream) {
   sender source("ab");
   root.answer("flash_erase", {.status = 1});
-  EXPECT_EQ(flash_write_buffer_fd(node, 0, serial, source.fd(), nullptr, 2, 1, nullptr), 0);
+  EXPECT_FALSE(flash_write_buffer_fd(node, 0, serial, source.fd(), nullptr, 2, 1, nullptr));
   root.answer("flash_unlock", {.status = 1});
-  EXPECT_EQ(flash_write_buffer_fd(node, 1, serial, source.fd(), nullptr, 2, 0, nullptr), 0);
+  EXPECT_FALSE(flash_write_buffer_fd(node, 1, serial, source.fd(), nullptr, 2, 0, nullptr));
   EXPECT_EQ(root.sequence(), lines({erase, unlock, lock}));
   EXPECT_EQ(root.printed(), erase_failed + unlock_failed);
   EXPECT_EQ(source.rest(), "ab");
@@ -385,7 +385,7 @@ TEST_F(flash_write_buffer_fd_test, failed_erase_or_unlock_takes_nothing_from_the
 TEST_F(flash_write_buffer_fd_test, a_node_that_cannot_be_opened_is_reported_and_locked) {
   const sender source("ab");
   root.fail_call("open", {.match = node, .error = ENXIO});
-  EXPECT_EQ(flash_write_buffer_fd(node, 1, serial, source.fd(), nullptr, 2, 0, nullptr), 0);
+  EXPECT_FALSE(flash_write_buffer_fd(node, 1, serial, source.fd(), nullptr, 2, 0, nullptr));
   EXPECT_EQ(root.sequence(), lines({unlock, lock}));
   EXPECT_EQ(root.printed(), "ERROR: Failed to open /dev/mtd2: error(No such device or address)\n");
 }
@@ -393,13 +393,13 @@ TEST_F(flash_write_buffer_fd_test, a_node_that_cannot_be_opened_is_reported_and_
 TEST_F(flash_write_buffer_fd_test, failed_waits_reads_and_an_early_end_fail_the_same_way) {
   sender source("ab");
   root.fail_call("select", {.error = EINTR, .times = 1});
-  EXPECT_EQ(flash_write_buffer_fd(node, 0, serial, source.fd(), nullptr, 2, 0, nullptr), 0);
+  EXPECT_FALSE(flash_write_buffer_fd(node, 0, serial, source.fd(), nullptr, 2, 0, nullptr));
   EXPECT_EQ(root.printed(), "ERROR: Failed to read firmware image [Interrupted system call]\n");
   root.fail_call("read", {.match = "pipe", .error = EIO, .times = 1});
-  EXPECT_EQ(flash_write_buffer_fd(node, 0, serial, source.fd(), nullptr, 2, 0, nullptr), 0);
+  EXPECT_FALSE(flash_write_buffer_fd(node, 0, serial, source.fd(), nullptr, 2, 0, nullptr));
   EXPECT_EQ(root.printed(), "ERROR: Failed to read firmware image [Input/output error]\n");
   source.hang_up();
-  EXPECT_EQ(flash_write_buffer_fd(node, 0, serial, source.fd(), nullptr, 3, 0, nullptr), 0);
+  EXPECT_FALSE(flash_write_buffer_fd(node, 0, serial, source.fd(), nullptr, 3, 0, nullptr));
   EXPECT_TRUE(root.printed().starts_with("ERROR: Failed to read firmware image ["));
 }
 
@@ -410,7 +410,7 @@ TEST_F(flash_write_buffer_fd_test, short_and_failed_writes_are_no_errors_here_bu
   log_level = 6;
   root.fail_call("write", {.match = node, .error = 0, .result = 100, .times = 1});
   root.fail_call("write", {.match = node, .error = EIO, .times = 1});
-  EXPECT_EQ(flash_write_buffer_fd(node, 0, serial, source.fd(), nullptr, 5632, 0, &checksum), 1);
+  EXPECT_TRUE(flash_write_buffer_fd(node, 0, serial, source.fd(), nullptr, 5632, 0, &checksum));
   EXPECT_EQ(root.printed(),
             "VERBOSE: flash_write_buffer_fd received 5632 bytes, written 611 bytes to flash\n");
   EXPECT_EQ(static_cast<uint32_t>(checksum), plain_checksum(noise(5632))) << "of what was received";
@@ -421,31 +421,31 @@ TEST_F(flash_write_buffer_fd_test, the_longest_length_arrives_whole) {
   root.make_sink("/dev/mtd5");
   uint64_t checksum = 0;
   log_level = 6;
-  EXPECT_EQ(flash_write_buffer_fd("/dev/mtd5", 0, serial, source.fd(), nullptr, 0xFFFFFFFF, 0, &checksum), 1);
+  EXPECT_TRUE(flash_write_buffer_fd("/dev/mtd5", 0, serial, source.fd(), nullptr, 0xFFFFFFFF, 0, &checksum));
   EXPECT_EQ(static_cast<uint32_t>(checksum), checksum_of_zeros);
   EXPECT_EQ(root.printed(), "VERBOSE: flash_write_buffer_fd received -1 bytes, written -1 bytes to flash\n");
 }
 
 // ---------------------------------------------------------------------------------------------- dumping
 
-class flash_read_file_test : public raw_io_test {};
+class flash_read_file_test : public raw_partition_test {};
 
 TEST_F(flash_read_file_test, serial_flash_is_dumped_by_mtd_debug) {
   root.write_file(node, noise(node_size));
-  EXPECT_EQ(flash_read_file(node, serial, "/tmp/dump"), 1);
+  EXPECT_TRUE(flash_read_file(node, serial, "/tmp/dump"));
   EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/mtd_debug read /dev/mtd2 0 524288 /tmp/dump"}));
   EXPECT_EQ(root.read_file("/tmp/dump"), noise(node_size));
   EXPECT_EQ(root.printed(), "");
 }
 
 TEST_F(flash_read_file_test, nand_flash_is_dumped_by_nanddump) {
-  EXPECT_EQ(flash_read_file(node, nand, "/tmp/dump"), 1);
+  EXPECT_TRUE(flash_read_file(node, nand, "/tmp/dump"));
   EXPECT_EQ(root.shell_lines(), lines({"/usr/sbin/nanddump -f /tmp/dump -l 524288 -o -b /dev/mtd2"}));
 }
 
 TEST_F(flash_read_file_test, the_node_is_opened_for_reading_and_asked_for_its_size) {
   root.trace(node);
-  EXPECT_EQ(flash_read_file(node, serial, "/tmp/dump"), 1);
+  EXPECT_TRUE(flash_read_file(node, serial, "/tmp/dump"));
   EXPECT_EQ(root.events("open")[0].fields, lines({node, "0", "0"}));
   char request[16];
   snprintf(request, sizeof request, "0x%08lx", static_cast<unsigned long>(MEMGETINFO));
@@ -453,33 +453,33 @@ TEST_F(flash_read_file_test, the_node_is_opened_for_reading_and_asked_for_its_si
 }
 
 TEST_F(flash_read_file_test, a_node_that_cannot_be_opened_is_reported) {
-  EXPECT_EQ(flash_read_file("/dev/mtd99", serial, "/tmp/dump"), 0);
+  EXPECT_FALSE(flash_read_file("/dev/mtd99", serial, "/tmp/dump"));
   EXPECT_EQ(root.printed(), "ERROR: Failed to open /dev/mtd99: error(No such file or directory)\n");
 }
 
 TEST_F(flash_read_file_test, a_node_that_tells_nothing_is_reported) {
   root.fail_ioctl(MEMGETINFO, ENOTTY);
-  EXPECT_EQ(flash_read_file(node, serial, "/tmp/dump"), 0);
+  EXPECT_FALSE(flash_read_file(node, serial, "/tmp/dump"));
   EXPECT_EQ(root.printed(),
             "ERROR: Failed to get meminfo for /dev/mtd2: error(Inappropriate ioctl for device)\n");
   EXPECT_EQ(root.shell_lines(), lines());
 }
 
 TEST_F(flash_read_file_test, other_types_are_refused) {
-  EXPECT_EQ(flash_read_file(node, mmc, "/tmp/dump"), 0);
+  EXPECT_FALSE(flash_read_file(node, mmc, "/tmp/dump"));
   EXPECT_EQ(root.printed(), "ERROR: flash_read_file: Unsupported flash type 2\n");
   EXPECT_EQ(root.shell_lines(), lines());
 }
 
 TEST_F(flash_read_file_test, a_failing_tool_is_a_failure) {
   root.answer("mtd_debug", {.status = 1});
-  EXPECT_EQ(flash_read_file(node, serial, "/tmp/dump"), 0);
+  EXPECT_FALSE(flash_read_file(node, serial, "/tmp/dump"));
   EXPECT_EQ(root.printed(), failed("/usr/sbin/mtd_debug read /dev/mtd2 0 524288 /tmp/dump"));
 }
 
 TEST_F(flash_read_file_test, traces_its_name) {
   log_level = 7;
-  EXPECT_EQ(flash_read_file(node, serial, "/tmp/dump"), 1);
+  EXPECT_TRUE(flash_read_file(node, serial, "/tmp/dump"));
   EXPECT_TRUE(root.printed().starts_with("TRACE: flash_read_file:\nTRACE: exec_system_cmd:\n"));
 }
 
