@@ -102,7 +102,8 @@ def info(head: bytes) -> str:
     contents_type, length = field(head, CONTENTS_TYPE), field(head, CONTENTS_LENGTH)
     name = TYPE_NAMES[contents_type] if contents_type < len(TYPE_NAMES) else "unknown"
     numbers, code = head[VERSION:VERSION + 6], head[PRODUCT_CODE:PRODUCT_CODE + 2]
-    version = "{}.{}.{}.{}{}{}".format(*numbers[:4], chr(numbers[4]), numbers[5]) if any(numbers) else "none"
+    letter = chr(numbers[4]) if 0x20 <= numbers[4] <= 0x7E else "?"
+    version = "{}.{}.{}.{}{}{}".format(*numbers[:4], letter, numbers[5]) if any(numbers) else "none"
     shown_code = code.decode("ascii") if all(0x20 <= byte <= 0x7E for byte in code) else "none"
     text = (f"Image info:\n"
             f"  Contents Type: {name} ({signed(contents_type)})\n"
