@@ -93,7 +93,7 @@ tier_unit() {
 
 tier_console() {
     build_preset release || return 1
-    timeout 900 /usr/bin/python3 -m pytest -q -n 6 -p no:cacheprovider "--junitxml=$results/console.xml" -m "not board" \
+    timeout 1800 /usr/bin/python3 -m pytest -q -n 6 -p no:cacheprovider "--junitxml=$results/console.xml" -m "not board" \
         tests/console tests/both
 }
 
@@ -101,7 +101,7 @@ tier_board() {
     build_preset release && build_preset arm || return 1
     check board set_up /usr/bin/python3 board/artefacts.py
     # More boards than cores: most of their time is waiting, too.
-    timeout 1100 /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider "--junitxml=$results/board.xml" -m "not root" \
+    timeout 2700 /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider "--junitxml=$results/board.xml" -m "not root" \
         tests/board tests/both
 }
 
@@ -112,7 +112,7 @@ tier_arm() {
     build_preset release && tools/arm_device_root.sh || return 1
     local left_out
     mapfile -t left_out < <(sed -n '/^[^#]/s/^/--deselect=/p' tests/not_emulated)
-    timeout 1100 /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider "--junitxml=$results/arm.xml" \
+    timeout 2700 /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider "--junitxml=$results/arm.xml" \
         --build=build/arm-root "${left_out[@]}" tests/console
 }
 
