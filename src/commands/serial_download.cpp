@@ -66,15 +66,17 @@ void log_download(const char* caller, const tty_port& port, mtd_banks bank) {
 bool install_from_port(tty_port& port, mtd_banks bank) {
   log_suspend();
   bool installed = false;
+  bool complete = false;
   if (!tty_open_raw(&port)) {
     log_printf(level_error, "Failed to open serial port (%s)\n", strerror(errno));
   } else {
     installed = image_write_fd(nullptr, port.fd, bank, image_download_mask, true);
+    complete = installed && !tty_sender_goes_on(port);
     tty_close_raw(&port);
   }
   sleep(settle_seconds);
   log_resume();
-  tty_end_transfer(port, installed);
+  tty_end_transfer(port, complete);
   return installed;
 }
 

@@ -27,8 +27,8 @@ constexpr int presses_needed = 3;
 constexpr char ctrl_c = 3;
 
 // Result: false when nothing has come for `milliseconds`.
-bool comes_within(int milliseconds) {
-  pollfd input = {.fd = STDIN_FILENO, .events = POLLIN, .revents = 0};
+bool comes_within(int milliseconds, int fd = STDIN_FILENO) {
+  pollfd input = {.fd = fd, .events = POLLIN, .revents = 0};
   return poll(&input, 1, milliseconds) > 0;
 }
 
@@ -66,6 +66,10 @@ void discard_until_silent() {
 }
 
 }  // namespace
+
+bool tty_sender_goes_on(const tty_port& port) {
+  return comes_within(alone_ms, port.fd);
+}
 
 void tty_end_transfer(const tty_port& port, bool complete) {
   if (complete || port.port != tty_cli.port) {

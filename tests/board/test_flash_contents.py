@@ -89,7 +89,7 @@ def interrupt_in_a_clean_check(dev):
     dev.interrupt()
     asked = time.monotonic()
     shown = dev.text_until_prompt().replace("^C", "")
-    assert f"mtd6       kernel_2        2   {shown}" == f"{row('kernel_2', 'dirty')}\nERROR: Terminated by signal\n{FAILURE}"
+    assert f"mtd6       kernel_2        2   {shown}" == f"{row('kernel_2', '-')}\nERROR: Terminated by signal\n{FAILURE}"
     assert time.monotonic() - asked < 30
     expect_given_back(dev)
 

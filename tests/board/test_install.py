@@ -4,7 +4,7 @@ import pytest
 
 import images
 import real_images
-from board_session import PROTECTED
+from board_session import DEFAULT_ENVIRONMENT, PROTECTED
 from real_images import (BOOTLOADER, BOOTSTRAP, CONFIG_LOADER, KERNEL, SMALL_BOOTLOADER, SMALL_CONFIG_LOADER,
                          SMALL_KERNEL, chained, contents, split)
 from texts import SKIPPED_BOOT_ENV, SUCCESS
@@ -102,8 +102,7 @@ def test_boot_environment_goes_onto_a_clean_device(dev, tmp_path):
     dev.send(rest)
     assert dev.text_until_prompt() == real_images.info(image) + SUCCESS
     assert dev.board.flash_read("bootenv_1") == environment
-    assert dev.environment() == {"bootbank": "1", "bootcmd": "run flashboot", "bootdelay": "7",
-                                 "made_by": "the factory"}
+    assert dev.environment() == {**DEFAULT_ENVIRONMENT, "bootdelay": "7", "made_by": "the factory"}
     dev.expect_locked()
     assert dev.shown_environment() == dev.environment()
 

@@ -186,9 +186,21 @@ def test_another_line_that_never_falls_silent_does_not_hold_the_shell(dev, data)
 def test_what_is_typed_behind_an_image_is_not_lost(dev):
     dev.boot()
     dev.begin("flash download serial 1")
-    dev.send_stream(images.part(images.KERNEL, b"k" * 100) + b"verbose 5\r")
+    dev.send_stream(images.part(images.KERNEL, b"k" * 100))
+    while len(dev.sleeps) < 2:  # before the transfer, and behind it
+        time.sleep(0.01)
+    dev.keys("verbose 5\r")
     assert dev.text_until_prompt().endswith(SUCCESS)
     assert dev.text_until_prompt() == "verbose 5\nverbosity is 5\n"
+
+
+def test_what_follows_an_image_at_once_is_its_sender_s(dev):
+    """A header that says too early that no other follows: the next part would be run as commands."""
+    dev.boot()
+    dev.begin("flash download serial 1")
+    dev.send_stream(images.part(images.KERNEL, b"k" * 100) + COMMANDS)
+    assert dev.text_until_prompt().endswith(SUCCESS)
+    assert dev.command("verbose") == "verbosity is 3\n"
 
 
 def test_what_is_typed_behind_a_file_is_not_lost(dev):
