@@ -1,11 +1,15 @@
-// One thread serves both ports with select(); the bytes sent count up and wrap after 255.
+// One thread serves both ports with select(), and bounds its writes with setitimer() and SIGALRM; the bytes
+// sent count up and wrap after 255.
 #include "tty/loopback.h"
 
 #include <sys/select.h>
+#include <sys/time.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 
 #include "util/heap_buffer.h"
@@ -29,6 +33,52 @@ void dump_if_verbose(const uint8_t* data, size_t size) {
     log_printf(level_plain, "%02x ", unsigned{data[i]});
   }
   log_printf(level_plain, "\n");
+}
+
+volatile sig_atomic_t write_timed_out = 0;
+
+void note_timeout(int /*signal*/) {
+  write_timed_out = 1;
+}
+
+// Ends a write into a line that takes no more.
+class write_timer {
+ public:
+  explicit write_timer(time_t seconds) {
+    struct sigaction action = {};
+    action.sa_handler = note_timeout;  // without SA_RESTART: the write returns
+    sigemptyset(&action.sa_mask);
+    write_timed_out = 0;
+    sigaction(SIGALRM, &action, &previous_);
+    // Again every second, should it come just before the write begins.
+    const itimerval timer = {.it_interval = {.tv_sec = 1, .tv_usec = 0},
+                             .it_value = {.tv_sec = seconds, .tv_usec = 0}};
+    setitimer(ITIMER_REAL, &timer, nullptr);
+  }
+  write_timer(const write_timer&) = delete;
+  write_timer& operator=(const write_timer&) = delete;
+  ~write_timer() {
+    const itimerval off = {};
+    setitimer(ITIMER_REAL, &off, nullptr);
+    sigaction(SIGALRM, &previous_, nullptr);
+  }
+
+ private:
+  struct sigaction previous_ = {};
+};
+
+// Writes in one call, which may take the time that the bytes need on the wire, ten bits each, and the silence
+// that ends the test. Result: false with errno when not all were taken.
+bool write_whole(const tty_port& port, const uint8_t* data, size_t size) {
+  const write_timer timer(static_cast<time_t>(size * 10 / port.speed) + silence_seconds);
+  if (write(port.fd, data, size) == static_cast<ssize_t>(size)) {
+    return true;
+  }
+  if (write_timed_out != 0) {
+    tcflush(port.fd, TCOFLUSH);  // closing the port would wait for the rest to go out
+    errno = ETIMEDOUT;
+  }
+  return false;
 }
 
 bool open_port(tty_port* port) {
@@ -139,7 +189,7 @@ bool loopback_test::send_pattern() const {
   for (size_t i = 0; i < size_; ++i) {
     sent_.data()[i] = pattern_byte(i);
   }
-  if (write(local_.fd, sent_.data(), size_) != static_cast<ssize_t>(size_)) {
+  if (!write_whole(local_, sent_.data(), size_)) {
     log_printf(level_error, "%s: write(%s%i) != write_len, error=%s\n", caller, local_.device, local_.port,
                strerror(errno));
     return false;
@@ -157,7 +207,7 @@ bool loopback_test::echo_on_remote() const {
     return false;
   }
   const auto count = static_cast<size_t>(got);
-  if (write(remote_->fd, echo_.data(), count) != got) {
+  if (!write_whole(*remote_, echo_.data(), count)) {
     log_printf(level_error, "%s: write(%s%i) != write_len, error=%s\n", caller, remote_->device,
                remote_->port, strerror(errno));
     return false;

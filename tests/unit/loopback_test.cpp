@@ -168,8 +168,13 @@ TEST_F(loopback_test, line_that_talks_without_end_stops_at_twice_the_size) {
   const wire plug(line_1_, line_1_,
                   [](const std::string& bytes, size_t) { return bytes + std::string(100, 'x'); });
   root.trace("select");
+  root.trace("/dev/ttyS1");
   EXPECT_EQ(tty_test_loopback(20, &local_, nullptr), 1);
   EXPECT_EQ(root.printed(), begin(20) + counts(20, 40));
+  std::string last;
+  for (const device_event& event : root.events())
+    if (event.kind == "select" || event.kind == "read") last = event.kind;
+  EXPECT_EQ(last, "read") << "it does not wait for a silence that never comes";
 }
 
 TEST_F(loopback_test, what_the_line_held_before_does_not_count) {
@@ -352,6 +357,28 @@ TEST_F(loopback_test, failed_write) {
   EXPECT_EQ(
       root.printed(),
       begin(10) + "ERROR: tty_test_loopback: write(/dev/ttyS1) != write_len, error=Input/output error\n");
+}
+
+// With nothing that takes the bytes, as when the other end holds its clear-to-send back.
+TEST_F(loopback_test, line_that_nobody_empties) {
+  local_.speed = 921600;
+  EXPECT_FALSE(tty_test_loopback(100000, &local_, nullptr));
+  EXPECT_EQ(root.printed(),
+            "Testing loopback of 100000 bytes at 921600 bps...\n"
+            "ERROR: tty_test_loopback: write(/dev/ttyS1) != write_len, error=Connection timed out\n");
+  EXPECT_EQ(local_.fd, -1);
+  struct sigaction action;
+  sigaction(SIGALRM, nullptr, &action);
+  EXPECT_EQ(action.sa_handler, SIG_DFL);
+}
+
+TEST_F(loopback_test, echo_that_nobody_takes) {
+  local_.speed = 921600;
+  remote_.speed = 921600;
+  const wire there(line_1_, line_2_);
+  EXPECT_FALSE(tty_test_loopback(100000, &local_, &remote_));
+  EXPECT_TRUE(root.printed().ends_with(
+      "ERROR: tty_test_loopback: write(/dev/ttyS2) != write_len, error=Connection timed out\n"));
 }
 
 TEST_F(loopback_test, failed_read_on_the_remote_port) {
