@@ -59,8 +59,21 @@ termios console_settings(const tty_port& port, speed_t speed) {
   return settings;
 }
 
+// Applies the settings to descriptor 0 and puts its line driver into the mode.
+bool apply_console(const tty_port& port, const termios& settings) {
+  if (tcsetattr(STDIN_FILENO, TCSANOW, &settings) != 0) {
+    perror("tty_set_termios: tcsetattr()");
+    return false;
+  }
+  if (!tty_configure_mode(port)) {
+    perror("tty_set_termios: tty_configure_mode()");
+    return false;
+  }
+  return true;
+}
+
 // Gives descriptor 0 the console's settings and its line driver the mode. On failure after a change
-// `fallback` is applied again.
+// `fallback` is applied, or what the port had when that is not known.
 bool set_termios(const tty_port& port, const termios& fallback, termios* applied) {
   termios previous;
   if (tcgetattr(STDIN_FILENO, &previous) != 0) {
@@ -74,14 +87,8 @@ bool set_termios(const tty_port& port, const termios& fallback, termios* applied
     return false;
   }
   *applied = console_settings(port, speed);
-  if (tcsetattr(STDIN_FILENO, TCSANOW, applied) != 0) {
-    perror("tty_set_termios: tcsetattr()");
-    tcsetattr(STDIN_FILENO, TCSANOW, &fallback);
-    return false;
-  }
-  if (!tty_configure_mode(port)) {
-    perror("tty_set_termios: tty_configure_mode()");
-    tcsetattr(STDIN_FILENO, TCSANOW, &fallback);
+  if (!apply_console(port, *applied)) {
+    tty_apply_settings(STDIN_FILENO, fallback.c_cflag != 0 ? fallback : previous);
     return false;
   }
   return true;
@@ -151,7 +158,7 @@ bool tty_remap_stdio(tty_port* port, unsigned delay_seconds) {
   const tty_path path = tty_path_of(*port);
   log_printf(level_verbose, "%s: dev=%s%i delay_secs=%u\n", __func__, port->device, port->port,
              delay_seconds);
-  tcgetattr(STDIN_FILENO, &port->saved_termios);
+  tty_save_settings(STDIN_FILENO, &port->saved_termios);
   const termios fallback = port->saved_termios;
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     if (!reopen_descriptor(fd, path.text())) {
@@ -186,8 +193,10 @@ void tty_show_console() {
 }
 
 int tty_set_isig(int on) {
-  termios settings = {};
-  tcgetattr(STDIN_FILENO, &settings);
+  termios settings;
+  if (tcgetattr(STDIN_FILENO, &settings) != 0) {
+    return -1;
+  }
   if (on != 0) {
     settings.c_lflag |= ISIG;
   } else {

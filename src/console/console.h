@@ -24,5 +24,5 @@ bool tty_validate_settings(const tty_port* port);
 void tty_show_console();
 
 /// Switches the signals of the terminal on standard input on or off: with them, Ctrl-C is a signal; without,
-/// a byte. Result: that of tcsetattr().
+/// a byte. Result: that of tcsetattr(), -1 also when the settings cannot be read.
 int tty_set_isig(int on);

@@ -111,6 +111,16 @@ tty_path tty_path_of(const tty_port& port) {
   return path;
 }
 
+void tty_save_settings(int fd, termios* settings) {
+  if (tcgetattr(fd, settings) != 0) {
+    *settings = {};
+  }
+}
+
+int tty_apply_settings(int fd, const termios& settings) {
+  return settings.c_cflag != 0 ? tcsetattr(fd, TCSANOW, &settings) : 0;
+}
+
 bool tty_speed_is_valid(uint32_t speed) {
   speed_t constant;
   return tty_speed_constant(speed, &constant);
@@ -134,7 +144,7 @@ bool tty_open_raw(tty_port* port) {
     return false;
   }
   log_printf(level_verbose, "%s: dev=%s speed=%i\n", __func__, path.text(), static_cast<int>(port->speed));
-  tcgetattr(fd, &port->saved_termios);
+  tty_save_settings(fd, &port->saved_termios);
   speed_t speed;
   if (!tty_speed_constant(port->speed, &speed)) {
     errno = EINVAL;
@@ -151,7 +161,7 @@ bool tty_open_raw(tty_port* port) {
 
 void tty_close_raw(tty_port* port) {
   if (port->fd >= 0) {
-    tcsetattr(port->fd, TCSANOW, &port->saved_termios);
+    tty_apply_settings(port->fd, port->saved_termios);
     close(port->fd);
     port->fd = -1;
   }
@@ -208,7 +218,5 @@ void tty_restore_cli_input() {
   }
   fcntl(STDIN_FILENO, F_SETFL, O_RDWR);
   // Nothing was applied when the console could not be set up at start-up; then it stays as it is.
-  if (tty_cli.applied_termios.c_cflag != 0) {
-    tcsetattr(STDIN_FILENO, TCSANOW, &tty_cli.applied_termios);
-  }
+  tty_apply_settings(STDIN_FILENO, tty_cli.applied_termios);
 }

@@ -24,8 +24,8 @@ struct tty_port {
   tty_modes mode = tty_mode_rs232;   // of the line driver
   tty_flows flow = tty_flow_hw;      // of the console; a raw opening goes by the port
   bool termination = false;          // of the bus; rs485 and rs422 only
-  termios saved_termios = {};        // before this program changed them
-  termios applied_termios = {};      // as this program set them last
+  termios saved_termios = {};        // before this program changed them; zeroes: not known
+  termios applied_termios = {};      // as this program set them last; zeroes: never
 };
 
 /// Result: the path of a port's device.
@@ -37,6 +37,12 @@ constexpr int tty_highest_port = 2;
 
 /// The console. Changed by a successful remapping only (console/console.h).
 extern tty_port tty_cli;
+
+/// Reads a terminal's settings; what cannot be read becomes all zeroes.
+void tty_save_settings(int fd, termios* settings);
+/// Applies settings at once. Zeroes are not applied: speed 0 would hang the line up. Result: that of
+/// tcsetattr().
+int tty_apply_settings(int fd, const termios& settings);
 
 /// Result: true for the eight speeds from 9600 to 921600 that the ports have.
 bool tty_speed_is_valid(uint32_t speed);

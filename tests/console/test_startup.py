@@ -141,6 +141,17 @@ def test_settings_that_cannot_be_applied(dev):
     assert fallback.path == "/dev/ttyS1" and fallback.lflag & termios.ISIG, "what was in force before is applied again"
 
 
+def test_settings_that_cannot_be_applied_where_those_of_before_are_not_known(dev):
+    """Zeroes are no settings: speed 0 hangs up."""
+    dev.fail_call("tcgetattr", times=1)
+    dev.fail_call("tcsetattr", "/dev/ttyS1", times=1)
+    before = dev.terminal(1)
+    assert errors(dev.boot()) == ["ERROR: Error in remapping stdio to /dev/ttyS1"]
+    assert [event.cflag for event in dev.startup.of("tcsetattr")][0] == before[2]
+    dev.type("affirm")
+    assert dev.text_until_prompt().endswith("\naffirm is OFF\n")
+
+
 def test_console_without_input_does_not_spin(dev):
     """A port that is at its end at once: the shell stays alive, and leaves the processor alone."""
     dev.sleep_scale = 1

@@ -163,6 +163,26 @@ TEST_F(tty_port_test, signals_are_switched_at_once_and_nothing_else_changes) {
   EXPECT_EQ(line.settings().c_iflag, before.c_iflag);
 }
 
+TEST_F(tty_port_test, signals_stay_as_they_are_when_the_settings_cannot_be_read) {
+  const serial_port line(1);
+  root.set_input(line);
+  root.fail_call("tcgetattr", {.times = 1});
+  EXPECT_EQ(tty_set_isig(0), -1);
+  EXPECT_EQ(root.events("tcsetattr").size(), 0U) << "zeroes would be speed 0";
+}
+
+TEST_F(tty_port_test, settings_that_were_never_read_are_not_given_back) {
+  const serial_port line(1);
+  tty_port port = port_of(1);
+  port.saved_termios = line.settings();  // of another port, in a record that was copied
+  root.fail_call("tcgetattr", {.times = 1});
+  EXPECT_TRUE(tty_open_raw(&port));
+  const termios raw = line.settings();
+  tty_close_raw(&port);
+  EXPECT_EQ(line.settings().c_cflag, raw.c_cflag);
+  EXPECT_EQ(root.events("tcsetattr").size(), 1U);
+}
+
 TEST_F(tty_port_test, switching_signals_answers_what_setting_the_attributes_did) {
   EXPECT_EQ(tty_set_isig(0), -1) << "standard input is no terminal here";
 }
