@@ -12,6 +12,7 @@
 #include "console/line_driver.h"
 #include "platform/mode.h"
 #include "util/log.h"
+#include "util/signals.h"
 #include "util/unique_fd.h"
 #include "util/unique_file.h"
 
@@ -101,6 +102,17 @@ const char* termination_text(const tty_port& port) {
   return port.termination ? "on" : "off";
 }
 
+// Waits on the new port, where Ctrl-C is heard. Result: false when that ended the wait.
+bool wait_uninterrupted(unsigned seconds) {
+  sigint_install_test_interrupt();
+  tty_set_isig(1);
+  while (seconds != 0 && test_interrupted == 0) {
+    seconds = sleep(seconds);
+  }
+  sigint_install_ignore();
+  return test_interrupted == 0;
+}
+
 }  // namespace
 
 void get_cli_console_from_cmdline() {
@@ -171,11 +183,13 @@ bool tty_remap_stdio(tty_port* port, unsigned delay_seconds) {
     perror("tty_remap_stdio: tty_set_termios()");
     return false;
   }
+  tty_port left = tty_cli;
   port->saved_termios = fallback;
   port->applied_termios = applied;
   tty_cli = *port;
-  if (delay_seconds != 0) {
-    sleep(delay_seconds);
+  if (delay_seconds != 0 && !wait_uninterrupted(delay_seconds)) {
+    tty_remap_stdio(&left, 0);
+    return false;
   }
   tty_show_console();
   return true;

@@ -13,8 +13,9 @@ void get_cli_console_from_cmdline();
 
 /// Makes the record's port the console: standard input, output and error are opened on it anew and given the
 /// console's settings. On success the record is stored in `tty_cli`, `delay_seconds` pass, and the settings
-/// are printed. Result: true, or false after a text on standard error. A failure after the descriptors were
-/// moved leaves them on the new port.
+/// are printed. Ctrl-C during the delay makes the port of before the console again. Result: true, or false
+/// after that or after a text on standard error. A failure after the descriptors were moved leaves them on
+/// the new port.
 bool tty_remap_stdio(tty_port* port, unsigned delay_seconds);
 
 /// Result: true when the mode is possible on the port and this board, false after an error.

@@ -179,13 +179,36 @@ def test_a_delay_lies_between_the_change_and_the_settings(dev):
     dev.boot()
     dev.type("set console -d5 2 9600")
     dev.wait_for("sleep", "5")
-    assert dev.terminal(2) == terminal_settings(9600, signals=False)
+    assert dev.terminal(2) == terminal_settings(9600, signals=True)
     assert dev.port(2).unread == b""
     dev.console = dev.port(2)
     assert dev.text_until_prompt() == block(2, 9600) + SUCCESS
     assert [event.kind for event in dev.events.of("tcsetattr", "sleep")] == \
-        ["tcsetattr", "tcsetattr", "sleep", "tcsetattr"]  # signals on, the change, the delay, signals off
+        ["tcsetattr"] * 3 + ["sleep", "tcsetattr"]  # signals on, the change, signals on, the delay, signals off
     assert dev.sleeps == [5]
+
+
+def test_a_delay_before_another_speed_of_the_same_port(dev):
+    dev.boot()
+    assert dev.command("set console -d5 1 9600") == block(1, 9600) + SUCCESS
+    assert dev.terminal(1) == terminal_settings(9600)
+    assert dev.sleeps == [5]
+
+
+@pytest.mark.parametrize("delay, seconds", [("-d-1", 2**32 - 1), ("-d100000", 100000)])
+def test_ctrl_c_ends_a_long_delay_and_goes_back_to_what_was(dev, delay, seconds):
+    """A number below zero wraps: 136 years."""
+    dev.boot()
+    before = dev.terminal(1)
+    dev.type(f"set console {delay} 1 9600 noflow")
+    dev.wait_for("sleep")
+    assert dev.sleeps == [pytest.approx(seconds, rel=1e-5)]
+    assert dev.terminal(1) == terminal_settings(9600, flow=False, signals=True)
+    dev.interrupt()
+    assert dev.text_until_prompt() == f"set console {delay} 1 9600 noflow\n" + block() + FAILURE + SUCCESS
+    assert dev.terminal(1) == before
+    assert dev.command("show console") == block()
+    assert dev.ignores(2)
 
 
 def test_output_goes_out_on_the_new_port_only(dev):
