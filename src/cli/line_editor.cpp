@@ -236,9 +236,8 @@ key_result handle_key(line_state& line, uint8_t byte) {
 // The next byte of the console. The end of input is byte 255, at most ten times a second: a console that is
 // gone must not keep the processor busy.
 uint8_t read_key() {
-  const int byte = fgetc(stdin);
+  const int byte = tty_read_cli_byte();
   if (byte == EOF) {
-    clearerr(stdin);
     usleep(input_retry_us);
   }
   return static_cast<uint8_t>(byte);

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstdio>
 
+#include "console/console.h"
 #include "util/log.h"
 
 bool affirm_on = false;
@@ -13,18 +14,17 @@ bool _affirmation() {
     return true;
   }
   log_printf(level_plain, "Do you really want to do this (y/N)? ");
-  const int answer = tolower(fgetc(stdin));
+  const int answer = tolower(tty_read_cli_byte());
+  int last = answer;
   if (answer != '\n' && answer != EOF) {
     putchar(answer);
     fflush(stdout);
-    int rest;
     do {
-      rest = fgetc(stdin);
-    } while (rest != '\n' && rest != EOF);
+      last = tty_read_cli_byte();
+    } while (last != '\n' && last != EOF);
   }
-  clearerr(stdin);
   log_printf(level_plain, "\n");
-  if (answer == 'y') {
+  if (answer == 'y' && last == '\n') {
     return true;
   }
   log_printf(level_plain, "<aborted>\n");

@@ -5,5 +5,6 @@
 extern bool affirm_on;
 
 /// Result: true to go ahead (at once when asking is off); false when the answer's first byte was not y or Y,
-/// after "<aborted>". Reads the console up to the end of the line; the end of input ends the answer.
+/// after "<aborted>". Reads the console up to byte 10, the end of the answer; the end of input before that
+/// is no answer.
 bool _affirmation();

@@ -3,6 +3,7 @@
 #include "console/console.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -204,6 +205,23 @@ void tty_show_console() {
   log_printf(level_plain, "  Flow:   %s\n", tty_flow_names[tty_cli.flow]);
   log_printf(level_plain, "  Term:   %s\n", termination_text(tty_cli));
   log_printf(level_plain, "\n");
+}
+
+int tty_read_cli_byte() {
+  for (;;) {
+    errno = 0;
+    const int byte = fgetc(stdin);
+    if (byte != EOF) {
+      return byte;
+    }
+    const bool came_too_early = ferror(stdin) != 0 && (errno == EAGAIN || errno == EINTR);
+    clearerr(stdin);
+    if (!came_too_early) {
+      return EOF;
+    }
+    pollfd input = {.fd = STDIN_FILENO, .events = POLLIN, .revents = 0};
+    poll(&input, 1, -1);
+  }
 }
 
 int tty_set_isig(int on) {

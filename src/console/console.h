@@ -3,8 +3,9 @@
 
 #include "tty/port.h"
 
-/// Start-up: sets the defaults, takes port and speed from the kernel command line and maps the standard
-/// descriptors onto the port. A failure is logged and leaves whatever state resulted.
+/// Start-up: sets the defaults, takes port and speed from the
+/// kernel command line and maps the standard descriptors onto the port. A failure is logged and leaves
+/// whatever state resulted.
 void tty_init();
 
 /// Sets port and speed of `tty_cli` from "cli_console=ttyS%d,%d" in /proc/cmdline; unchecked. Errors are
@@ -23,6 +24,10 @@ bool tty_validate_settings(const tty_port* port);
 
 /// Prints the console's settings.
 void tty_show_console();
+
+/// Waits for a byte that is typed, also where the descriptor does not wait by itself. Result: the byte, or
+/// EOF at the end of input, behind which the next call reads on.
+int tty_read_cli_byte();
 
 /// Switches the signals of the terminal on standard input on or off: with them, Ctrl-C is a signal; without,
 /// a byte. Result: that of tcsetattr(), -1 also when the settings cannot be read.

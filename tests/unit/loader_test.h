@@ -44,7 +44,10 @@ inline const program_state state_at_start;
 
 class loader_test : public device_test {
  protected:
-  loader_test() : descriptors_(open_descriptors()) { state_at_start.put(); }
+  loader_test() : descriptors_(open_descriptors()) {
+    state_at_start.put();
+    setvbuf(stdin, nullptr, _IONBF, 0);  // as the shell's loop has it
+  }
   ~loader_test() override {
     state_at_start.put();
     signal(SIGINT, SIG_DFL);

@@ -4,6 +4,8 @@
 
 #include <sys/stat.h>
 
+#include <thread>
+
 #include "loader_test.h"
 
 namespace {
@@ -181,6 +183,27 @@ TEST_F(tty_port_test, settings_that_were_never_read_are_not_given_back) {
   tty_close_raw(&port);
   EXPECT_EQ(line.settings().c_cflag, raw.c_cflag);
   EXPECT_EQ(root.events("tcsetattr").size(), 1U);
+}
+
+// A console that another process made so that it does not wait.
+TEST_F(tty_port_test, a_byte_of_the_console_is_waited_for) {
+  const serial_port line(1);
+  root.set_input(line);
+  fcntl(STDIN_FILENO, F_SETFL, O_RDWR | O_NONBLOCK);
+  std::thread sender([&line] {
+    usleep(100000);
+    line.send("a\n");
+  });
+  EXPECT_EQ(tty_read_cli_byte(), 'a');
+  sender.join();
+}
+
+TEST_F(tty_port_test, behind_the_end_of_input_reading_goes_on) {
+  root.set_input("a");
+  EXPECT_EQ(tty_read_cli_byte(), 'a');
+  EXPECT_EQ(tty_read_cli_byte(), EOF);
+  root.set_input("b");
+  EXPECT_EQ(tty_read_cli_byte(), 'b');
 }
 
 TEST_F(tty_port_test, switching_signals_answers_what_setting_the_attributes_did) {
