@@ -13,6 +13,7 @@
 int main() {
   sigint_install_ignore();
   sigquit_install_ignore();
+  signals_forget_inherited();
   tty_init();
   if (tty_cli.port == 0) {
     // The kernel logs to the first port; keep it out of the operator's lines.

@@ -103,6 +103,14 @@ const char* termination_text(const tty_port& port) {
   return port.termination ? "on" : "off";
 }
 
+// What the shell was started with may not wait for input, which the shell and its tools expect.
+void make_waiting(int fd) {
+  const int flags = fcntl(fd, F_GETFL);
+  if (flags != -1 && (flags & (O_NONBLOCK | O_ASYNC)) != 0) {
+    fcntl(fd, F_SETFL, flags & ~(O_NONBLOCK | O_ASYNC));
+  }
+}
+
 // Waits on the new port, where Ctrl-C is heard. Result: false when that ended the wait.
 bool wait_uninterrupted(unsigned seconds) {
   sigint_install_test_interrupt();
@@ -144,6 +152,9 @@ void get_cli_console_from_cmdline() {
 }
 
 void tty_init() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    make_waiting(fd);
+  }
   tty_cli = {};
   get_cli_console_from_cmdline();
   if (!tty_remap_stdio(&tty_cli, 0)) {

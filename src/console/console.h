@@ -3,7 +3,7 @@
 
 #include "tty/port.h"
 
-/// Start-up: sets the defaults, takes port and speed from the
+/// Start-up: makes the standard descriptors wait for input, sets the defaults, takes port and speed from the
 /// kernel command line and maps the standard descriptors onto the port. A failure is logged and leaves
 /// whatever state resulted.
 void tty_init();

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <initializer_list>
 
 #include "util/log.h"
 
@@ -60,6 +61,16 @@ bool sigquit_install_ignore() {
     return false;
   }
   return true;
+}
+
+void signals_forget_inherited() {
+  // To wait for a tool; for a tool to end with its reader, when asked to, after a time.
+  for (const int signal : {SIGCHLD, SIGPIPE, SIGTERM, SIGALRM}) {
+    set_action(signal, SIG_DFL);
+  }
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
 sigint_deferred::sigint_deferred() {

@@ -18,6 +18,10 @@ bool sigint_install_default();
 bool sigint_install_test_interrupt();
 bool sigquit_install_ignore();
 
+/// Start-up: the signals that the shell and its tools rely on have their default actions, and none is
+/// blocked, whatever the parent left. With SIGCHLD ignored, for one, every tool would seem to have failed.
+void signals_forget_inherited();
+
 /// While it lives, Ctrl-C reaches neither the shell nor the tools that it starts; it takes effect afterwards.
 /// For steps that must be taken whatever happens.
 class sigint_deferred {

@@ -10,7 +10,7 @@ import pytest
 
 from console_port import block
 from product import mode_block
-from texts import BANNER, PROMPT, errors
+from texts import BANNER, PROMPT, SUCCESS, errors
 
 READ_MTDPARTS = "/usr/sbin/fw_printenv -n mtdparts"
 MIB = 1 << 20
@@ -36,6 +36,38 @@ def test_interrupt_and_quit_are_ignored_and_nothing_else(dev):
     assert dev.ignores(signal.SIGINT) and dev.ignores(signal.SIGQUIT)
     assert not dev.ignores(signal.SIGTERM) and not dev.ignores(signal.SIGPIPE)
     assert not dev.ignores(signal.SIGCHLD) and not dev.ignores(signal.SIGHUP)
+
+
+def standard_flags(dev):
+    """The file status flags of the program's descriptors 0 to 2."""
+    return [int(re.search(r"flags:\s*(\d+)", open(f"/proc/{dev.pid}/fdinfo/{fd}").read())[1], 8) for fd in range(3)]
+
+
+def test_what_the_parent_left_does_no_harm(dev):
+    """Signals ignored and blocked, descriptors that do not wait: tools would seem to fail, and each character typed
+    would be followed by an end of input, which erases it."""
+    dev.untidy_parent = True
+    dev.boot()
+    assert not any(map(dev.ignores, (signal.SIGCHLD, signal.SIGPIPE, signal.SIGTERM, signal.SIGALRM)))
+    assert int(dev.status("SigBlk"), 16) == 0
+    assert dev.ignores(signal.SIGINT) and dev.ignores(signal.SIGQUIT)
+    assert dev.command("set bootenv bootbank 2") == SUCCESS
+    assert dev.env["bootbank"] == "2"
+    dev.keys("verb")
+    dev.expect("verb")
+    dev.expect_quiet(0.3)
+    assert dev.command("ose") == "verbosity is 3\n"
+    assert dev.command("show console") == block()
+
+
+def test_a_console_of_the_parent_that_does_not_wait(dev):
+    """Where the shell cannot have its own port it stays on the one it was given."""
+    dev.remove_port(1)
+    dev.untidy_parent = True
+    dev.boot()
+    assert not any(flags & os.O_NONBLOCK for flags in standard_flags(dev))
+    dev.type("affirm")
+    assert dev.text_until_prompt().endswith("\naffirm is OFF\n")
 
 
 def test_signals_are_ignored_before_anything_can_take_long(dev):
@@ -77,9 +109,9 @@ def test_standard_descriptors_are_the_port_and_block(dev):
     port = os.fstat(dev.port(1).slave).st_rdev
     for fd in range(3):
         assert os.stat(f"/proc/{dev.pid}/fd/{fd}").st_rdev == port
-        flags = re.search(r"flags:\s*(\d+)", open(f"/proc/{dev.pid}/fdinfo/{fd}").read())[1]
-        assert int(flags, 8) & os.O_NONBLOCK == 0
-        assert int(flags, 8) & os.O_ACCMODE == os.O_RDWR
+    for flags in standard_flags(dev):
+        assert flags & os.O_NONBLOCK == 0
+        assert flags & os.O_ACCMODE == os.O_RDWR
     assert len(os.listdir(f"/proc/{dev.pid}/fd")) == 3, "nothing is left open"
 
 

@@ -299,10 +299,12 @@ class DeviceRoot:
     # ------------------------------------------------------------------ running a program inside
 
     def enter(self, program: list[str], *, binds: dict[str, str], env: dict[str, str],
-              terminal: str) -> subprocess.Popen:
+              terminal: str, untidy: bool = False) -> subprocess.Popen:
         """Starts a program inside; `binds` maps paths of the root to files of the host, `terminal` is the path of the
-        root that its standard descriptors are on."""
+        root that its standard descriptors are on. An `untidy` parent leaves it signals ignored and blocked, and
+        descriptors that do not wait."""
         options = [word for path, source in binds.items() for word in ("-b", f"{source}:{path}")]
+        options += ["-u"] * untidy
         command = [self._enter_root, "run", self.directory, *options, "-t", terminal, "--", *program]
         return subprocess.Popen(command, stdin=subprocess.DEVNULL, env=env, start_new_session=True)
 

@@ -15,6 +15,7 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
+#include <stdbool.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -27,6 +28,7 @@
 
 static const char* root;
 static const char* terminal;
+static bool untidy;
 #define MAX_BINDS 64
 static char* binds[MAX_BINDS]; /* SOURCE:PATH */
 static int bind_count;
@@ -167,6 +169,20 @@ static void open_terminal(void) {
   }
 }
 
+/* What a parent may leave to its child: signals ignored and blocked, descriptors that do not wait. */
+static void leave_untidy(void) {
+  const int ignored[] = {SIGCHLD, SIGPIPE, SIGTERM, SIGALRM};
+  for (size_t i = 0; i < sizeof ignored / sizeof ignored[0]; i++) {
+    signal(ignored[i], SIG_IGN);
+  }
+  sigset_t all;
+  sigfillset(&all);
+  sigprocmask(SIG_SETMASK, &all, NULL);
+  for (int standard = 0; standard <= 2; standard++) {
+    fcntl(standard, F_SETFL, fcntl(standard, F_GETFL) | O_NONBLOCK);
+  }
+}
+
 static void start(char* argv[]) {
   for (int signal_number = 1; signal_number < NSIG; signal_number++) {
     signal(signal_number, SIG_DFL);
@@ -175,6 +191,9 @@ static void start(char* argv[]) {
   setsid();
   if (terminal != NULL) {
     open_terminal();
+  }
+  if (untidy) {
+    leave_untidy();
   }
   execv(argv[0], argv);
   die("exec", argv[0]);
@@ -227,7 +246,7 @@ static int run(char* argv[]) {
 static int usage(void) {
   fprintf(
       stderr,
-      "usage: enter_root make DIR | run DIR [-b SOURCE:PATH]... [-t TERMINAL] -- PROGRAM [ARGUMENT]...\n");
+      "usage: enter_root make DIR | run DIR [-u] [-b SOURCE:PATH]... [-t TERMINAL] -- PROGRAM [ARGUMENT]...\n");
   return 125;
 }
 
@@ -244,8 +263,10 @@ int main(int argc, char* argv[]) {
     return 0;
   }
   optind = 3;
-  for (int letter; (letter = getopt(argc, argv, "+b:t:")) != -1;) {
-    if (letter == 'b' && bind_count < MAX_BINDS) {
+  for (int letter; (letter = getopt(argc, argv, "+ub:t:")) != -1;) {
+    if (letter == 'u') {
+      untidy = true;
+    } else if (letter == 'b' && bind_count < MAX_BINDS) {
       binds[bind_count++] = optarg;
     } else if (letter == 't') {
       terminal = optarg;

@@ -27,7 +27,8 @@ TIOCSRS485 = 0x542F
 class RootSession(Session, DeviceRoot):
     """A device root with serial ports ttyS0 to ttyS2, a boot console, and the program to run on it.
 
-    Before start() or boot(): set the stage with answer(), env, partition(), cmdline(), remove(), remove_port().
+    Before start() or boot(): set the stage with answer(), env, partition(), cmdline(), remove(), remove_port(),
+    untidy_parent.
     """
 
     def __init__(self, directory: Path, build: Path, program: Path):
@@ -41,6 +42,7 @@ class RootSession(Session, DeviceRoot):
         self._console = None
         self._start_events = 0
         self.death_expected = False
+        self.untidy_parent = False
         self.unused_rules_expected = False
 
     # ------------------------------------------------------------------ ports
@@ -102,7 +104,7 @@ class RootSession(Session, DeviceRoot):
         self.starts += 1
         for port in self._ports.values():
             port.alive = lambda: self.alive
-        self._process = self.enter([inside], binds=binds, env=env, terminal="/dev/console")
+        self._process = self.enter([inside], binds=binds, env=env, terminal="/dev/console", untidy=self.untidy_parent)
 
     def first_prompt(self) -> str:
         """Waits for the first prompt after a start. What start-up did is in `startup`; ran, ioctls, ... begin after it."""

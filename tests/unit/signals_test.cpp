@@ -104,6 +104,24 @@ TEST_F(signals_test, a_deferred_interrupt_counts_afterwards) {
   EXPECT_EQ(test_interrupted, 1) << "nothing is deferred any more";
 }
 
+TEST_F(signals_test, what_a_parent_left_is_forgotten) {
+  const int relied_on[] = {SIGCHLD, SIGPIPE, SIGTERM, SIGALRM};
+  for (const int number : relied_on)
+    signal(number, SIG_IGN);
+  sigset_t all;
+  sigset_t blocked;
+  sigfillset(&all);
+  sigprocmask(SIG_SETMASK, &all, nullptr);
+  sigint_install_ignore();
+  signals_forget_inherited();
+  for (const int number : relied_on)
+    EXPECT_EQ(action_of(number).sa_handler, SIG_DFL) << number;
+  EXPECT_EQ(action_of(SIGINT).sa_handler, SIG_IGN);
+  sigprocmask(SIG_SETMASK, nullptr, &blocked);
+  for (int number = 1; number < NSIG; number++)
+    EXPECT_FALSE(sigismember(&blocked, number) == 1) << number;
+}
+
 TEST_F(signals_test, a_broken_pipe_is_only_survived_while_asked_for) {
   EXPECT_EQ(action_of(SIGPIPE).sa_handler, SIG_DFL);
   {
