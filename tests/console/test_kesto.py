@@ -13,6 +13,8 @@ import pytest
 
 import images
 
+pytestmark = pytest.mark.not_emulated(reason="a host tool, which never runs on the device's processor")
+
 TYPES = images.TYPE_NAMES
 OPTIONS = {"bootstrap": 1, "bootloader": 2, "boot-env": 3, "kernel": 4, "config-loader": 8, "rootfs-ubifs-16k": 10,
            "oem-defaults": 11, "rootfs-tar": 12, "rootfs-ubifs-128k": 13, "python": 14}

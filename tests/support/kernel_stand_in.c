@@ -27,6 +27,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <stdbool.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
@@ -322,9 +323,15 @@ int clock_nanosleep(clockid_t clock, int flags, const struct timespec* time, str
   return real(clock, flags, &shorter, left);
 }
 
+/* More seconds than the device's time_t holds are still a sleep, of that length in the log. */
 unsigned sleep(unsigned seconds) {
-  const struct timespec time = {.tv_sec = seconds};
-  return nanosleep(&time, NULL) == 0 ? 0 : seconds;
+  REAL(int, nanosleep, const struct timespec*, struct timespec*)
+  note_sleep(seconds);
+  double shorter = seconds * scale();
+  double longest = sizeof(time_t) == 4 ? INT32_MAX : 1e18;
+  struct timespec time = {.tv_sec = (time_t)(shorter < longest ? shorter : longest)};
+  time.tv_nsec = (long)((shorter - (double)(long long)shorter) * 1e9);
+  return real(&time, NULL) == 0 ? 0 : seconds;
 }
 
 int usleep(useconds_t microseconds) {
