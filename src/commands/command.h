@@ -16,7 +16,7 @@ struct command_record {
 };
 static_assert(sizeof(void*) != 4 || sizeof(command_record) == 28);
 
-/// Result: the entries of a table.
+/// Result: how many entries a table has.
 template <int32_t Count>
 constexpr int32_t command_count(const command_record (&/*table*/)[Count]) {
   return Count;

@@ -147,7 +147,7 @@ void show_descriptor(const standard_descriptor& descriptor) {
   log_printf(level_plain, "  fcntl:  0x%08x\n", static_cast<unsigned>(fcntl(descriptor.fd, F_GETFL)));
 }
 
-// As the device's own conversion does: what is no number is 0, what does not fit is cut to what does.
+// Text that is no number is 0; a number that does not fit becomes the nearest that does.
 int32_t parse_iterations(const char* text) {
   const long long value = strtoll(text, nullptr, 10);
   return static_cast<int32_t>(std::clamp<long long>(value, INT32_MIN, INT32_MAX));

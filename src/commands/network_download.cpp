@@ -38,7 +38,7 @@ struct server_file {
   uint32_t server = 0;         // network byte order
   const char* name = nullptr;  // on the server
 
-  // Takes the address, which `word` is, and the file name behind it. Result: false after an error.
+  // `word` is the address; takes the file name behind it. Result: false after an error.
   bool take(const char* word) {
     if (word == nullptr) {
       helper_incomplete_command();

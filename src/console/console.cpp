@@ -19,10 +19,10 @@
 
 namespace {
 
-// Opens the console's port on the standard descriptor `fd`. When the port cannot be opened the descriptor
-// keeps what it had, for a shell without a descriptor 0 would answer to nobody; standard error goes where
-// standard output has gone. It is the last, and nothing may hold the old port when it is opened: only then is
-// the session free to take the new port for its terminal, the one whose Ctrl-C it hears.
+// Opens the console's port on the standard descriptor `fd`. If the port cannot be opened, `fd` keeps its old
+// file: a shell without descriptor 0 answers nobody. Standard error then follows standard output. Nothing may
+// hold the old port when the last of the three is opened, or the session keeps its terminal, and Ctrl-C stays
+// on the old port.
 bool reopen_descriptor(int fd, const char* path) {
   const int flags = fcntl(fd, F_GETFL);
   const int substitute = fd == STDERR_FILENO ? STDOUT_FILENO : fd;
@@ -39,7 +39,7 @@ bool reopen_descriptor(int fd, const char* path) {
       dup2(spare.get(), fd);
     }
     errno = error;
-    perror("tty_remap_stdio: open()");  // not before: `fd` may be the one that it is written to
+    perror("tty_remap_stdio: open()");  // last, because `fd` may be standard error
     return false;
   }
   fcntl(fd, F_SETFL, flags != -1 ? flags : O_RDWR);

@@ -26,7 +26,7 @@ struct port_signals {
 struct mode_levels {
   uint8_t unterminated[signal_count];
   uint8_t terminated[signal_count];
-  uint32_t rs485_flags;  // termination apart
+  uint32_t rs485_flags;  // without the termination flag
 };
 
 // clang-format off
@@ -62,7 +62,7 @@ bool is_terminated(const tty_port& port) {
   return port.mode != tty_mode_rs232 && port.termination;
 }
 
-// Also for rs232, which switches RS-485 off again.
+// Asked for in rs232, too: that is what switches RS-485 off.
 bool request_rs485(const tty_port& port) {
   serial_rs485 settings = {};
   settings.flags = modes[port.mode].rs485_flags;

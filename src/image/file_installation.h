@@ -11,5 +11,6 @@
 bool image_validate(const char* path);
 
 /// Installs the parts selected by `mask` (one bit per contents type) for `bank` (1, 2 or single). Result:
-/// true, or false after an error; parts already written stay, the boot environment is then untouched.
+/// true, or false after an error; parts already written stay, and the boot bank is not
+/// switched, unless setting it is what failed.
 bool image_write(const char* path, mtd_banks bank, uint32_t mask);

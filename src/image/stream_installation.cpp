@@ -1,4 +1,5 @@
-// Taking headers and contents off a stream.
+// Takes headers and contents off a stream. Reads the saved headers, writes flash through flash/write,
+// image/ubi_part and bootenv.
 #include "image/stream_installation.h"
 
 #include <fcntl.h>

@@ -8,10 +8,11 @@
 #include "mtd/partition_table.h"
 
 /// Installs the parts of the stream `fd`. With `header_path` each header must equal the next one saved there,
-/// and destinations are erased already; without, raw destinations must be erased by the caller too.
+/// and destinations are erased already; without it, raw destinations must have been erased before, too.
 /// `format_allowed` lets a clean UBI partition be formatted. A part that `mask` leaves out is skipped without
 /// its contents being taken from the stream, so masks must select all that can occur. Result: true, or false
-/// after an error; parts already written stay, the boot environment is then untouched.
+/// after an error; parts already written stay, and the boot bank is not
+/// switched, unless setting it is what failed.
 bool image_write_fd(const char* header_path, int fd, mtd_banks bank, uint32_t mask, bool format_allowed);
 
 /// Reads a whole image from `fd`, checks every part and appends its header to the file `header_path`. Writes

@@ -15,8 +15,8 @@ bool ubi_part_write(const mtd_partition& volume, const uint8_t* header, const ui
 
 /// Writes contents while they arrive at `fd`; their image checksum is left in `*checksum`. `format_allowed`
 /// makes it a whole installation: a clean UBI partition is formatted first, the bank schema is changed if
-/// need be, and the Python packages are saved before and put back afterwards. Without it
-/// image_prepare_system() must have done what comes before, and image_finalize_system() does what comes
-/// after.
+/// need be, and the Python packages are saved before and put back afterwards. Without it formatting, schema
+/// and saving must have been done by image_prepare_system(), and image_finalize_system() puts the packages
+/// back.
 bool ubi_part_write_fd(const mtd_partition& volume, const uint8_t* header, int fd, bool format_allowed,
                        uint64_t* checksum);

@@ -55,7 +55,7 @@ void report_error(const char* what) {
   errno = error;
 }
 
-using error_text = text_buffer<256>;  // a long path cuts it
+using error_text = text_buffer<256>;  // cut where a long path does not fit
 
 // Receives until the line falls silent. Result: true when something arrived and all of it is in `file`;
 // `total` has the count in every case, `error` the text when the file failed.
@@ -76,8 +76,8 @@ bool receive_until_silent(int fd, FILE* file, uint8_t* buffer, uint32_t& total, 
   }
 }
 
-// Opens port and file and receives. Both are left open: the file is closed when the port is the console's
-// again. Result and `error` as above.
+// Opens port and file and receives. Both stay open: an error of the last write is shown after the port is
+// given back. Result and `error` as above.
 bool receive_file(tty_port* port, const char* path, unique_file& file, uint32_t& total, error_text& error) {
   const heap_buffer buffer(stream_piece_size);
   if (!buffer) {

@@ -15,7 +15,7 @@ enum tty_flows : uint32_t { tty_flow_none, tty_flow_hw, tty_flow_count };
 extern const char* const tty_mode_names[tty_mode_count];
 extern const char* const tty_flow_names[tty_flow_count];
 
-/// A plain value: a transfer works on a copy of the console's.
+/// One serial port. A transfer changes its own copy, never the console's.
 struct tty_port {
   int32_t fd = -1;                   // -1 when closed; 0 for the console once it is mapped
   const char* device = "/dev/ttyS";  // path without the number
@@ -28,8 +28,8 @@ struct tty_port {
   termios applied_termios = {};      // as this program set them last; zeroes: never
 };
 
-/// Result: the path of a port's device.
 using tty_path = text_buffer<32>;
+/// Result: the path of a port's device.
 tty_path tty_path_of(const tty_port& port);
 
 /// The highest port number that commands accept.
@@ -51,17 +51,16 @@ bool tty_speed_constant(uint32_t speed, speed_t* constant);
 
 /// Opens the port for binary transfer, saves its settings, discards pending input and stores the descriptor
 /// in `fd`. Every port but 0 gets RTS/CTS flow control, whatever the record says. Result: true, or false
-/// after a text on standard error; an unknown speed leaves the opened descriptor open and unknown to the
-/// record.
+/// after a text on standard error; after an unknown speed the descriptor stays open, but not in the record.
 bool tty_open_raw(tty_port* port);
 /// Restores the saved settings, closes and sets `fd` to -1; does nothing to a closed port.
 void tty_close_raw(tty_port* port);
 
-/// Receives a file: a stream of bytes that 30 seconds may pass before and 3 seconds of silence end. The
-/// record is left closed, and the console with its own settings. Result: true when at least one byte arrived
-/// and all were written to `path`; false after an error. `is_partial` is set in every case: whether a failed
-/// download has left its part in a regular file there, for the caller to remove. What else was at `path`, or
-/// whatever it is that could not be opened, is not the download's.
+/// Receives a file. The first byte may take 30 seconds; 3 seconds of silence end the file. The record is left
+/// closed, and the console with its own settings. Result: true when at least one byte arrived and all were
+/// written to `path`; false after an error. `is_partial` is set in every case: whether a failed download has
+/// left its part in a regular file there, for the caller to remove. Anything else at `path` is not the
+/// download's to remove.
 bool tty_receive_file(tty_port* port, const char* path, bool* is_partial);
 /// The same for a caller who leaves everything where it is.
 bool tty_download(tty_port* port, const char* path);

@@ -1,6 +1,6 @@
-// Which bank schema has the space of the root file systems: dual (banks 1 and 2) or single. The volumes of
-// the other schema are kept at one block each, so the schema can be read off the volumes and changed by
-// resizing.
+// The space of the root file systems belongs to banks 1 and 2 (dual schema) or to one bank (single). The
+// volumes of the other schema are kept at one block each, so the schema can be read off the volumes and
+// changed by resizing.
 #pragma once
 
 #include "mtd/partition_table.h"

@@ -24,8 +24,7 @@ bool ubi_write_buffer_tar_lzma_fd(const mtd_partition& volume, int fd, const uin
                                   uint64_t* checksum);
 
 /// Installs one file into the volume's file system. `dst_dir` carries its own slashes ("/cfg/"); `dst_perm`
-/// is octal
-/// ("644").
+/// is octal ("644").
 bool ubi_write_file_into_fs(const mtd_partition& volume, const char* src_file, const char* dst_dir,
                             const char* dst_file, const char* dst_perm);
 

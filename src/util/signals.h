@@ -1,5 +1,5 @@
-// What Ctrl-C and Ctrl-\ do. The shell ignores them, the tools of the capturing runners are ended by Ctrl-C,
-// and a long loop can have a flag set by it.
+// What Ctrl-C and Ctrl-\ do. The shell ignores them, Ctrl-C ends the tools of the capturing runners, and a
+// long loop is told of it by a flag.
 #pragma once
 
 #include <csignal>
