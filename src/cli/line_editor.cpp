@@ -1,5 +1,5 @@
-// Sends characters, blanks, byte 8 (which must move the terminal's cursor left) and line ends; no escape
-// sequences. Understands ESC [ A, B, C, D and H, which the cursor keys send (ECMA-48).
+// Sends characters, blanks, byte 8 (which must move the terminal's cursor left) and line ends. Understands
+// ESC [ A, B, C, D and H, which the cursor keys send (ECMA-48).
 #include "cli/line_editor.h"
 
 #include <unistd.h>
@@ -166,7 +166,7 @@ constexpr key_binding key_bindings[] = {
     {24, erase_line},              // Ctrl-X
     {27, start_escape},            // ESC
     {127, delete_left_of_cursor},  // Delete
-    {255, delete_left_of_cursor},  // the end of input
+    {255, delete_left_of_cursor},  // byte FF, and the end of input
 };
 
 // What follows ESC and "[".
@@ -192,7 +192,7 @@ void continue_escape(line_state& line, uint8_t byte) {
   }
   const unsigned state = std::exchange(line.escape_state, 0U);
   if (state == 1) {
-    // The byte behind a lone ESC is lost.
+    // A lone ESC is put into the line; the byte that ended it is dropped.
     insert_char(line, line.escape[0]);
     return;
   }

@@ -9,6 +9,6 @@ extern char cli_readbuf[cli_line_length + 1];
 /// Prompts, reads and runs lines for ever. The end of input is taken as a backspace, ten times a second.
 [[noreturn]] void cli_loop();
 
-/// Puts one character into `cli_readbuf` at `*cursor` and on the screen, in front of the character there or in
-/// its place; a character that would make the line longer than 256 is dropped.
+/// Puts one character into `cli_readbuf` at `*cursor` and on the screen, in front of the character there or
+/// in its place; a character that would make the line longer than 256 is dropped.
 void cli_readcmd_insert_char(char character, bool insert_mode, unsigned* cursor, unsigned* length);

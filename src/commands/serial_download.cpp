@@ -1,5 +1,5 @@
 // A sender pushes image or file into a serial port, usually the one that the shell sits on.
-// Path: /tmp/image.rom, removed.
+// Path: /tmp/image.rom, removed if a network installation has left it.
 #include "commands/serial_download.h"
 
 #include <unistd.h>
@@ -62,7 +62,7 @@ void log_download(const char* caller, const tty_port& port, mtd_banks bank) {
              image_contents_rootfs_tar_lzma, selected(image_contents_rootfs_tar_lzma));
 }
 
-// Installs what arrives at the port. Messages are held back meanwhile: the port may be the console.
+// Installs what arrives at the port. Messages are held back, because the port may be the console.
 bool install_from_port(tty_port& port, mtd_banks bank) {
   log_suspend();
   bool installed = false;

@@ -74,8 +74,8 @@ bool apply_console(const tty_port& port, const termios& settings) {
   return true;
 }
 
-// Gives descriptor 0 the console's settings and its line driver the mode. On failure after a change
-// `fallback` is applied, or what the port had when that is not known.
+// Gives descriptor 0 the console's settings and its line driver the mode. If that fails half-way, `fallback`
+// is applied, or what the port had if `fallback` is not known.
 bool set_termios(const tty_port& port, const termios& fallback, termios* applied) {
   termios previous;
   if (tcgetattr(STDIN_FILENO, &previous) != 0) {
@@ -103,8 +103,8 @@ const char* termination_text(const tty_port& port) {
   return port.termination ? "on" : "off";
 }
 
-// What the shell was started with may not wait for input, which the shell and its tools expect.
-void make_waiting(int fd) {
+// The inherited descriptors may be non-blocking; the shell and its tools expect reads that wait.
+void make_blocking(int fd) {
   const int flags = fcntl(fd, F_GETFL);
   if (flags != -1 && (flags & (O_NONBLOCK | O_ASYNC)) != 0) {
     fcntl(fd, F_SETFL, flags & ~(O_NONBLOCK | O_ASYNC));
@@ -113,13 +113,12 @@ void make_waiting(int fd) {
 
 // Waits on the new port, where Ctrl-C is heard. Result: false when that ended the wait.
 bool wait_uninterrupted(unsigned seconds) {
+  const sigint_deferred until_asleep;
   sigint_install_test_interrupt();
   tty_set_isig(1);
-  while (seconds != 0 && test_interrupted == 0) {
-    seconds = sleep(seconds);
-  }
+  const bool uninterrupted = until_asleep.sleep(seconds);
   sigint_install_ignore();
-  return test_interrupted == 0;
+  return uninterrupted;
 }
 
 }  // namespace
@@ -153,7 +152,7 @@ void get_cli_console_from_cmdline() {
 
 void tty_init() {
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-    make_waiting(fd);
+    make_blocking(fd);
   }
   tty_cli = {};
   get_cli_console_from_cmdline();
@@ -195,12 +194,12 @@ bool tty_remap_stdio(tty_port* port, unsigned delay_seconds) {
     perror("tty_remap_stdio: tty_set_termios()");
     return false;
   }
-  tty_port left = tty_cli;
+  tty_port previous = tty_cli;
   port->saved_termios = fallback;
   port->applied_termios = applied;
   tty_cli = *port;
   if (delay_seconds != 0 && !wait_uninterrupted(delay_seconds)) {
-    tty_remap_stdio(&left, 0);
+    tty_remap_stdio(&previous, 0);
     return false;
   }
   tty_show_console();
@@ -225,9 +224,9 @@ int tty_read_cli_byte() {
     if (byte != EOF) {
       return byte;
     }
-    const bool came_too_early = ferror(stdin) != 0 && (errno == EAGAIN || errno == EINTR);
+    const bool would_block = ferror(stdin) != 0 && (errno == EAGAIN || errno == EINTR);
     clearerr(stdin);
-    if (!came_too_early) {
+    if (!would_block) {
       return EOF;
     }
     pollfd input = {.fd = STDIN_FILENO, .events = POLLIN, .revents = 0};

@@ -3,7 +3,7 @@
 
 #include "tty/port.h"
 
-/// Start-up: makes the standard descriptors wait for input, sets the defaults, takes port and speed from the
+/// Start-up: makes the standard descriptors blocking, sets the defaults, takes port and speed from the
 /// kernel command line and maps the standard descriptors onto the port. A failure is logged and leaves
 /// whatever state resulted.
 void tty_init();
@@ -14,9 +14,9 @@ void get_cli_console_from_cmdline();
 
 /// Makes the record's port the console: standard input, output and error are opened on it anew and given the
 /// console's settings. On success the record is stored in `tty_cli`, `delay_seconds` pass, and the settings
-/// are printed. Ctrl-C during the delay makes the port of before the console again. Result: true, or false
-/// after that or after a text on standard error. A failure after the descriptors were moved leaves them on
-/// the new port.
+/// are printed. Ctrl-C during the delay moves the console back to the previous port. Result: true;
+/// false after such a Ctrl-C, or after a text on standard error. After a failure behind the move the
+/// descriptors stay on the new port.
 bool tty_remap_stdio(tty_port* port, unsigned delay_seconds);
 
 /// Result: true when the mode is possible on the port and this board, false after an error.
@@ -25,8 +25,8 @@ bool tty_validate_settings(const tty_port* port);
 /// Prints the console's settings.
 void tty_show_console();
 
-/// Waits for a byte that is typed, also where the descriptor does not wait by itself. Result: the byte, or
-/// EOF at the end of input, behind which the next call reads on.
+/// Waits for the next byte, also on a non-blocking descriptor. Result: the byte, or EOF at the end of input;
+/// the next call tries again.
 int tty_read_cli_byte();
 
 /// Switches the signals of the terminal on standard input on or off: with them, Ctrl-C is a signal; without,

@@ -1,4 +1,5 @@
-// The last act. Environment variables set: kernel_size_1, kernel_size_2, kernel_size_single, bootbank.
+// Telling the boot loader: kernel size, then boot bank. Environment variables set: kernel_size_1,
+// kernel_size_2, kernel_size_single, bootbank.
 #include "image/installation.h"
 
 #include "bootenv/environment.h"

@@ -1,4 +1,4 @@
-// The state of one installation, and its last act: telling the boot loader.
+// The state of one installation, and its last step: telling the boot loader.
 #pragma once
 
 #include <cstdint>
@@ -19,6 +19,7 @@ void installation_count_part(installation& state, uint32_t contents_type, uint32
 
 /// Ends an installation whose parts all succeeded: reports the counts and, when a kernel or root file system
 /// was written, sets "kernel_size_BANK" and then "bootbank" in the boot environment, so that the switch of
-/// the bank is the last thing to change. A kernel size that cannot be set leaves the bank as it was: the boot
-/// loader would load too much or too little of the new kernel. Result: true, or false after an error.
+/// the bank is the last thing to change. Without a kernel part the size is set to 0: the bank has
+/// no kernel. A kernel size that cannot be set leaves the bank as it was: the boot loader would load too much
+/// or too little of the new kernel. Result: true, or false after an error.
 bool installation_finish(const installation& state);

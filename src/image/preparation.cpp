@@ -51,9 +51,8 @@ bool header_is_good(uint8_t* header) {
 
 bool erase_partition(const mtd_partition& row) {
   log_printf(level_verbose, "flash_erase_whole_partition mtd %s\n", row.dev_name);
-  // Unlike everywhere else the row's flag is not what counts: nand is unlocked before and locked after this
-  // erase, serial flash is not. What is locked there stays as it is, and many a tool
-  // calls that a success.
+  // Only nand is unlocked here, whatever the row's protect flag says. A locked partition of serial flash
+  // stays as it is, and many an erase tool calls that a success.
   const bool unlock = row.type == mtd_type_nand;
   return flash_erase_whole_partition(row.dev_name, row.type, unlock ? 1 : 0);
 }

@@ -1,6 +1,6 @@
 // What a network installation does before and after its second transfer, from the headers that the first one
-// has saved in `header_path`. Only parts that `mask` selects (one bit per contents type) are looked at.
-// Results: true, or false after the first error.
+// has saved in `header_path`. Every header is checked; only parts that `mask` selects (one bit per contents
+// type) are acted on. Results: true, or false after the first error.
 #pragma once
 
 #include <cstdint>

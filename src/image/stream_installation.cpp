@@ -41,7 +41,8 @@ struct header_reader {
 
 constexpr auto discard = [](const uint8_t* /*piece*/, size_t /*size*/) { return true; };
 
-// The stream's checksum has 64 bits, of which the low 32 count.
+// The checksum runs in 64 bits; a header holds the low 32. `line_end` is empty where the next message belongs
+// on the same line: fixtures know the two as one.
 bool checksum_matches(uint64_t calculated, uint32_t expected, const char* line_end) {
   if (static_cast<uint32_t>(calculated) == expected) {
     return true;
@@ -157,7 +158,7 @@ bool check_part(int fd, mtd_banks bank, header_reader& header) {
     log_printf(level_error, "Bad image header\n");
     return false;
   }
-  // Nothing must be erased for an image that holds a part for no partition at all.
+  // After this check flash is erased, so a part that this device has no partition for is refused here.
   const uint32_t type = header.get(image_field_contents_type);
   if (!image_validate_destination(type) ||
       image_find_destination("image_get_headers_fd", type, bank) == nullptr) {

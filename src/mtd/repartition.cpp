@@ -1,5 +1,5 @@
 // Paths: /dev/mtdN of the partition that is changed, /dev/mtd0 for requests to the flash as a whole.
-// Requests: the device's kernel's own, below.
+// Requests of the device's own kernel, defined below.
 #include "mtd/repartition.h"
 
 #include <fcntl.h>
@@ -20,7 +20,7 @@ constexpr unsigned long request_create = 0x40044D17;
 constexpr unsigned long request_delete = 0x40044D18;
 constexpr unsigned long request_merge = 0x40044D1B;
 
-// As the kernel has it.
+// Layout of the kernel's request.
 struct new_partition {
   char name[32];
   uint64_t size;    // bytes
@@ -36,7 +36,7 @@ struct creation {
 };
 static_assert(sizeof(void*) != 4 || sizeof(creation) == 8);
 
-constexpr const char* any_mtd_node = "/dev/mtd0";  // deletion and merge go to the master, through any node
+constexpr const char* any_mtd_node = "/dev/mtd0";  // deleting and merging address the whole flash
 
 new_partition make_partition(const char* name, uint64_t size, uint64_t offset) {
   new_partition partition = {};

@@ -16,5 +16,6 @@ bool mtd_partition_split(const char* part_name, uint64_t size1, uint64_t size2);
 /// message when the kernel does not list one of them. The nodes in the flash map are read again.
 bool mtd_partition_merge(const char* part_name);
 
-/// Replaces the partition of `row` by one of `size` bytes at its start. Result: as for a split.
+/// Replaces the partition of `row` by one of `size` bytes at its start. Result: as for a split; no message
+/// when its node cannot be opened.
 bool mtd_partition_resize_and_move(const mtd_partition* row, uint64_t size);

@@ -177,8 +177,8 @@ bool tty_receive_file(tty_port* port, const char* path, bool* is_partial) {
   unique_file file;
   bool received = receive_file(port, path, file, total, error);
   if (port->fd >= 0) {
-    // Also when the raw open failed and the descriptor is still the console's, whose settings go back with it
-    // to those of before the shell. What follows is to be read.
+    // After a failed raw open this is still descriptor 0, the console: closing gives it the settings from
+    // before the shell. It is opened again, so that the messages below can be read.
     tty_close_raw(port);
     tty_restore_cli_input();
   }

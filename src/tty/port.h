@@ -22,9 +22,9 @@ struct tty_port {
   int32_t port = 1;                  // number of the device
   uint32_t speed = 115200;           // bits per second
   tty_modes mode = tty_mode_rs232;   // of the line driver
-  tty_flows flow = tty_flow_hw;      // of the console; a raw opening goes by the port
+  tty_flows flow = tty_flow_hw;      // of the console; tty_open_raw() goes by the port number
   bool termination = false;          // of the bus; rs485 and rs422 only
-  termios saved_termios = {};        // before this program changed them; zeroes: not known
+  termios saved_termios = {};        // of the descriptor before the last opening or move; zeroes: not known
   termios applied_termios = {};      // as this program set them last; zeroes: never
 };
 
@@ -35,7 +35,7 @@ tty_path tty_path_of(const tty_port& port);
 /// The highest port number that commands accept.
 constexpr int tty_highest_port = 2;
 
-/// The console. Changed by a successful remapping only (console/console.h).
+/// The console. Set at start-up, later changed by a successful remapping only (console/console.h).
 extern tty_port tty_cli;
 
 /// Reads a terminal's settings; what cannot be read becomes all zeroes.
@@ -53,7 +53,7 @@ bool tty_speed_constant(uint32_t speed, speed_t* constant);
 /// in `fd`. Every port but 0 gets RTS/CTS flow control, whatever the record says. Result: true, or false
 /// after a text on standard error; after an unknown speed the descriptor stays open, but not in the record.
 bool tty_open_raw(tty_port* port);
-/// Restores the saved settings, closes and sets `fd` to -1; does nothing to a closed port.
+/// Restores the saved settings, closes and sets `fd` to -1; a closed port is left alone.
 void tty_close_raw(tty_port* port);
 
 /// Receives a file. The first byte may take 30 seconds; 3 seconds of silence end the file. The record is left
@@ -68,6 +68,6 @@ bool tty_download(tty_port* port, const char* path);
 /// Discards console input that was not read yet. Result: true.
 bool tty_flush_cli_input();
 
-/// Opens standard input on the console again, with the console's settings, when an operation has closed it.
+/// Opens standard input on the console again, with the console's settings, if an operation has closed it.
 /// Nothing is logged.
 void tty_restore_cli_input();

@@ -25,8 +25,8 @@ ubi_attachment::~ubi_attachment() {
   }
 }
 
-// Ctrl-C must not end one of these tools: the volume would stay mounted, or the device attached, for good. One
-// that was pressed takes effect between the two: the second tool's runner would swallow it.
+// Ctrl-C must not end one of these tools: the volume would stay mounted, or the device attached, for good.
+// One that was pressed takes effect between the two: the second tool's runner would swallow it.
 bool ubi_attachment::give_back() {
   bool unmounted = true;
   if (exit_ == on_exit::unmount_and_detach) {

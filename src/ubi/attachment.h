@@ -19,7 +19,8 @@ class ubi_attachment {
   enum class on_exit { detach, unmount_and_detach };
 
   /// Attaches the UBI device. On destruction the device is detached, whatever came before; with
-  /// `unmount_and_detach` /mnt is unmounted first, even if nothing was mounted. `ubi_dev_name` must outlive the object.
+  /// `unmount_and_detach` /mnt is unmounted first, even if nothing was mounted. `ubi_dev_name` must outlive
+  /// the object.
   ubi_attachment(const char* ubi_dev_name, on_exit exit);
   ubi_attachment(const ubi_attachment&) = delete;
   ubi_attachment& operator=(const ubi_attachment&) = delete;

@@ -51,7 +51,7 @@ layout read_layout() {
   return lebs;
 }
 
-bool is_dual_bank(int bank) {
+bool is_dual_bank(mtd_banks bank) {
   return bank == mtd_bank_1 || bank == mtd_bank_2;
 }
 

@@ -7,7 +7,8 @@
 
 /// Makes the layout suit the volume that is about to be written: checks that it agrees with the active boot
 /// bank, and resizes when the target belongs to the other schema. The UBI device must be attached. Result:
-/// true, or false after an error; a failed resize leaves the earlier ones in place.
+/// true, or false after an error. After a failed resize the volumes that were resized before it keep their
+/// new size. Without a boot bank nothing is compared or resized.
 bool ubi_change_rootfs_schema_if_needed(const mtd_partition& target);
 
 /// The same for a volume's path; a path without a row is an error.

@@ -13,12 +13,13 @@
 #include "mtd/partition_table.h"
 
 /// A raw UBIFS image. The bank schema is changed first if the volume needs it; in the stream form only with
-/// `change_schema`.
+/// `change_schema`: before a network installation's second transfer it has been changed already.
 bool ubi_write_buffer_ubifs(const mtd_partition& volume, const uint8_t* buffer, size_t size);
 bool ubi_write_buffer_ubifs_fd(const mtd_partition& volume, int fd, const uint8_t* header, uint32_t length,
                                bool change_schema, uint64_t* checksum);
 
-/// An xz tar archive of a root file system. The bank schema is changed if need be, and the volume emptied.
+/// A tar archive of a root file system, compressed with xz. The bank schema is changed if need be, and the
+/// volume emptied.
 bool ubi_write_buffer_tar_lzma(const mtd_partition& volume, const uint8_t* buffer, size_t size);
 bool ubi_write_buffer_tar_lzma_fd(const mtd_partition& volume, int fd, const uint8_t* header, uint32_t length,
                                   uint64_t* checksum);

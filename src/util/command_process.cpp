@@ -29,7 +29,7 @@ class spawn_plan {
     sigemptyset(&defaults);
     sigaddset(&defaults, SIGPIPE);
     posix_spawnattr_setsigdefault(&attributes_, &defaults);
-    const int group = setup.own_group ? POSIX_SPAWN_SETPGROUP : 0;  // its number is that of the process
+    const int group = setup.own_group ? POSIX_SPAWN_SETPGROUP : 0;  // the group's id is the process id
     posix_spawnattr_setflags(&attributes_, static_cast<short>(POSIX_SPAWN_SETSIGDEF | group));
   }
   spawn_plan(const spawn_plan&) = delete;

@@ -4,7 +4,7 @@
 
 #include <sys/types.h>
 
-/// What a command has in place of what the shell has.
+/// What the command gets instead of the shell's own.
 struct command_setup {
   int input = -1;          // descriptor for its standard input; -1: the shell's own
   int output = -1;         // descriptor for its standard output; -1: the shell's own
@@ -13,7 +13,8 @@ struct command_setup {
 
 /// Starts `line`. The command has the shell's signal mask, ignores what the shell ignores and has the default
 /// action for every other signal, and for SIGPIPE always; all of that is in force before any signal can reach
-/// it. The shell itself keeps its settings: a Ctrl-C meanwhile is heard by both, or by neither.
+/// it. The shell itself keeps its settings: a Ctrl-C meanwhile reaches shell and command alike, unless
+/// `own_group` is set.
 /// Result: the process, or -1 with errno; nothing is logged.
 pid_t command_start(const char* line, const command_setup& setup = {});
 

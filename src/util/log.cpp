@@ -45,7 +45,7 @@ void log_vprintf(unsigned level, const char* format, va_list args) {
     write_message(stdout, level, format, args);
     return;
   }
-  // Opened and closed for every message, so that the file is complete whenever the power goes.
+  // Opened and closed for every message, so that what was logged is there even if the shell dies.
   const unique_file file(suspended_log_path, "ae");
   if (file) {
     write_message(file.stream(), level, format, args);

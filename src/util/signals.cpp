@@ -1,8 +1,14 @@
-// Sets SIGINT, SIGQUIT and SIGPIPE with sigaction(); blocks SIGINT with sigprocmask().
+// Sets SIGINT, SIGQUIT and SIGPIPE with sigaction(); blocks SIGINT with sigprocmask(), and not while
+// pselect() waits.
 #include "util/signals.h"
 
+#include <sys/select.h>
+
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <ctime>
 #include <initializer_list>
 
 #include "util/log.h"
@@ -82,6 +88,20 @@ sigint_deferred::sigint_deferred() {
 
 sigint_deferred::~sigint_deferred() {
   sigprocmask(SIG_SETMASK, &previous_, nullptr);
+}
+
+bool sigint_deferred::sleep(unsigned seconds) const {
+  while (seconds != 0) {
+    // The device's time_t has 31 bits for it.
+    const unsigned piece = std::min<unsigned>(seconds, INT32_MAX);
+    timespec time = {};
+    time.tv_sec = static_cast<time_t>(piece);
+    if (pselect(0, nullptr, nullptr, nullptr, &time, &previous_) != 0) {
+      return false;
+    }
+    seconds -= piece;
+  }
+  return true;
 }
 
 sigpipe_ignored::sigpipe_ignored() {

@@ -31,6 +31,10 @@ class sigint_deferred {
   sigint_deferred& operator=(const sigint_deferred&) = delete;
   ~sigint_deferred();
 
+  /// Sleeps, and lets a Ctrl-C through meanwhile, one that came before as well. Result: false when that or
+  /// another signal has ended the sleep.
+  bool sleep(unsigned seconds) const;
+
  private:
   sigset_t previous_ = {};
 };

@@ -27,7 +27,6 @@
 #include <signal.h>
 #include <spawn.h>
 #include <stdbool.h>
-#include <stdint.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
@@ -323,20 +322,26 @@ int clock_nanosleep(clockid_t clock, int flags, const struct timespec* time, str
   return real(clock, flags, &shorter, left);
 }
 
-/* More seconds than the device's time_t holds are still a sleep, of that length in the log. */
 unsigned sleep(unsigned seconds) {
-  REAL(int, nanosleep, const struct timespec*, struct timespec*)
-  note_sleep(seconds);
-  double shorter = seconds * scale();
-  double longest = sizeof(time_t) == 4 ? INT32_MAX : 1e18;
-  struct timespec time = {.tv_sec = (time_t)(shorter < longest ? shorter : longest)};
-  time.tv_nsec = (long)((shorter - (double)(long long)shorter) * 1e9);
-  return real(&time, NULL) == 0 ? 0 : seconds;
+  const struct timespec time = {.tv_sec = seconds};
+  return nanosleep(&time, NULL) == 0 ? 0 : seconds;
 }
 
 int usleep(useconds_t microseconds) {
   const struct timespec time = {.tv_sec = microseconds / 1000000, .tv_nsec = microseconds % 1000000 * 1000};
   return nanosleep(&time, NULL);
+}
+
+/* Without descriptors it is a sleep that a signal can end at any moment. */
+int pselect(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, const struct timespec* time,
+            const sigset_t* mask) {
+  REAL(int, pselect, int, fd_set*, fd_set*, fd_set*, const struct timespec*, const sigset_t*)
+  if (count != 0 || time == NULL) {
+    return real(count, readable, writable, exceptional, time, mask);
+  }
+  note_sleep((double)time->tv_sec + (double)time->tv_nsec / 1e9);
+  struct timespec shorter = scaled(time);
+  return real(count, readable, writable, exceptional, &shorter, mask);
 }
 
 /* ------------------------------------------------------------------ opening, reading, writing */

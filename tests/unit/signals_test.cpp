@@ -104,6 +104,18 @@ TEST_F(signals_test, a_deferred_interrupt_counts_afterwards) {
   EXPECT_EQ(test_interrupted, 1) << "nothing is deferred any more";
 }
 
+TEST_F(signals_test, a_deferred_interrupt_ends_the_sleep_that_follows_it) {
+  EXPECT_EQ(sigint_install_test_interrupt(), 1);
+  const sigint_deferred guard;
+  EXPECT_TRUE(guard.sleep(0));
+  raise(SIGINT);
+  EXPECT_FALSE(guard.sleep(UINT32_MAX)) << "it came between the last look and the sleep";
+  EXPECT_EQ(test_interrupted, 1);
+  test_interrupted = 0;
+  raise(SIGINT);
+  EXPECT_EQ(test_interrupted, 0) << "deferred again";
+}
+
 TEST_F(signals_test, what_a_parent_left_is_forgotten) {
   const int relied_on[] = {SIGCHLD, SIGPIPE, SIGTERM, SIGALRM};
   for (const int number : relied_on)
