@@ -62,11 +62,12 @@ def expect_analyzed(dev, kernel):
     """The product information of both banks, and sizes in blocks of this flash."""
     leb, used = layout.NAND_GEOMETRIES["16k"].leb, dev.flash("bootenv_1")
     size = {name: f"{lebs * leb:x}" for name, lebs in fresh_layout("16k").items()}
-    clean, unknown = ("clean",), ("-",)
     assert dev.command("flash analyze") == table(
-        clean, clean, clean, ("active", "-", "-", f"{len(used):x}", f"{int.from_bytes(used[:4], 'little'):08x}"), clean,
-        clean, ("active", "3.1.0.0R1", "TK", f"{len(contents(kernel)):x}", checksum_field(kernel)), unknown, clean, clean,
-        ("-", "-", "-", "8000000"),
-        ("inactive", "3.1.0.0R1", "TK", size["rootfs_1"]), ("active", "3.2.0.0R7", "TK", size["rootfs_2"]), unknown,
-        ("active", "-", "-", size["vexo_private"]), ("active", "-", "-", size["vexo_user"])) + SUCCESS
+        bootenv_1=("active", "-", "-", f"{len(used):x}", f"{int.from_bytes(used[:4], 'little'):08x}"),
+        kernel_2=("active", "3.1.0.0R1", "TK", f"{len(contents(kernel)):x}", checksum_field(kernel)),
+        ubi0=("-", "-", "-", "8000000"),
+        rootfs_1=("inactive", "3.1.0.0R1", "TK", size["rootfs_1"]),
+        rootfs_2=("active", "3.2.0.0R7", "TK", size["rootfs_2"]),
+        vexo_private=("active", "-", "-", size["vexo_private"]),
+        vexo_user=("active", "-", "-", size["vexo_user"])) + SUCCESS
     expect_given_back(dev)

@@ -4,7 +4,7 @@ import pytest
 
 import images
 import real_images
-from texts import FAILURE, NOT_INSTALLED, SUCCESS
+from texts import FAILURE, NOT_INSTALLED, SENDER_GOES_ON, SUCCESS
 
 NOT_WRITTEN = "ERROR: Failed to write firmware image\n" + NOT_INSTALLED
 BEFORE = real_images.environment(kernel_size_1="1000")
@@ -34,7 +34,8 @@ def install_loader_and_kernel(dev):
     shown = dev.install(image)
     said, info, rest = shown.partition(images.info(loader))
     assert info
-    return loader, kernel, said, rest
+    # On a slow machine the sender of a refused image goes on for a while.
+    return loader, kernel, said, rest.replace(SENDER_GOES_ON, "")
 
 
 def test_partition_that_cannot_be_unlocked_is_not_written(dev):
@@ -66,9 +67,9 @@ def test_environment_that_cannot_be_unlocked_is_a_failure(dev):
     shown = dev.install(image)
     size = f"{len(real_images.contents(image)):X}"
     assert shown.startswith(images.info(image))
-    for name, value in ("kernel_size_2", size), ("bootbank", "2"):
-        assert f"ERROR: system(/usr/sbin/fw_setenv {name} {value} > /dev/null 2>&1) sys_rc=" in shown
-        assert f"ERROR: Failed to set {name}={value} in the boot environment\n" in shown
+    assert f"ERROR: system(/usr/sbin/fw_setenv kernel_size_2 {size} > /dev/null 2>&1) sys_rc=" in shown
+    assert f"ERROR: Failed to set kernel_size_2={size} in the boot environment\n" in shown
+    assert "bootbank" not in shown, "the bank is not switched to a kernel of unknown size"
     assert shown.endswith(NOT_INSTALLED)
     dev.expect_flash(bootenv_1=BEFORE, kernel_2=image)
     dev.board.clear_faults()

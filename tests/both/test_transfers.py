@@ -110,7 +110,7 @@ def test_root_file_system_for_the_other_flash(dev):
 
 
 def test_installation_works_after_one_that_failed(dev):
-    config_loader = images.part(images.CONFIG_LOADER, images.pattern(77))
+    loader = images.part(images.BOOTLOADER, images.pattern(77))
     assert dev.install(flip(KERNEL, 0)[:HEADER_SIZE]).endswith(NOT_INSTALLED)
-    assert dev.install(config_loader) == images.info(config_loader) + SUCCESS
-    dev.expect_flash(config_loader=config_loader)
+    assert dev.install(loader) == images.info(loader) + SUCCESS
+    dev.expect_flash(bootloader=loader)

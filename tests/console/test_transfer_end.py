@@ -9,10 +9,9 @@ import pytest
 
 import images
 from session import CTRL_C
-from texts import BEGIN, FAILURE, SUCCESS
+from texts import BEGIN, FAILURE, SENDER_GOES_ON, SUCCESS
 
 COMMANDS = b"\rreset\rflash kill 2 kernel\rshow klog\r"
-NOTE = "NOTE: Waiting for the sender to stop (Ctrl-C, pressed 3 times, ends this)\n"
 REFUSED = images.part(images.KERNEL, b"k" * 100, fields={images.HEADER_TYPE: 1})
 FILE_FAILED = "ERROR: serial download failed\n" + FAILURE
 
@@ -115,7 +114,7 @@ def test_a_sender_that_goes_on_is_told_of_and_waited_for(dev):
     dev.begin("flash download serial 1")
     dev.send_stream(REFUSED)
     with sending(dev, COMMANDS, pause=0.02):
-        dev.expect(NOTE)
+        dev.expect(SENDER_GOES_ON)
         dev.expect_quiet(1)
     assert dev.text_until_prompt().endswith(FAILURE)
     assert dev.console.output.decode("latin-1").count("NOTE: ") == 1
@@ -126,7 +125,7 @@ def test_ctrl_c_ends_the_wait_for_a_noisy_line(dev):
     """One byte every half second: the line never falls silent."""
     dev.boot()
     dev.begin("file download serial /nowhere/file")
-    while NOTE.encode().rstrip() not in dev.console.unread:
+    while SENDER_GOES_ON.encode().rstrip() not in dev.console.unread:
         dev.send(b"~")
         time.sleep(0.5)
     ended = False
@@ -140,7 +139,7 @@ def test_ctrl_c_ends_the_wait_for_a_noisy_line(dev):
         if ended:
             break
     assert ended, "three presses are the end"
-    assert dev.text_until_prompt().endswith(NOTE + FILE_FAILED)
+    assert dev.text_until_prompt().endswith(SENDER_GOES_ON + FILE_FAILED)
 
 
 @pytest.mark.parametrize("data, pause", [
@@ -151,7 +150,7 @@ def test_bytes_of_a_file_do_not_end_it(dev, data, pause):
     dev.boot()
     dev.begin("file download serial /nowhere/file")
     with sending(dev, data, pause):
-        dev.expect(NOTE)
+        dev.expect(SENDER_GOES_ON)
         dev.expect_quiet(1)
     dev.send(COMMANDS)
     assert dev.text_until_prompt().endswith(FILE_FAILED)

@@ -20,6 +20,7 @@ NOT_WRITTEN = "ERROR: Failed to write firmware image\n"
 NOT_INSTALLED = NOT_WRITTEN + FAILURE
 PREPARING, INSTALLING = "Preparing ...\n", "Installing ...\n"
 SKIPPED_BOOT_ENV = "NOTE: Skipping boot_env image because flash is not clean\n"
+SENDER_GOES_ON = "NOTE: Waiting for the sender to stop (Ctrl-C, pressed 3 times, ends this)\n"
 SETTING_DEFAULTS = "Setting boot environment to defaults...\n"
 
 DHCP, STATIC = "NOTE: Using DHCP\n", "NOTE: Using static configuration\n"
