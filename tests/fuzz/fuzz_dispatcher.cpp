@@ -35,31 +35,29 @@ void expect(bool holds) {
 // True while the shell runs; the fuzzer itself has threads and files of its own.
 thread_local bool shell_runs = false;
 
-// The names and aliases of the tree, in any order.
-void collect_words(const command_record* table, int32_t count, std::vector<std::string>& words) {
+// The words from the top of the tree to each of its entries, with a blank behind them.
+void collect_paths(const command_record* table, int32_t count, const std::string& before,
+                   std::vector<std::string>& paths) {
   for (const command_record* entry = table; entry != table + count; ++entry) {
-    words.emplace_back(entry->name);
-    if (entry->alias[0] != '\0') {
-      words.emplace_back(entry->alias);
-    }
-    collect_words(entry->subtable, entry->subtable_count, words);
+    const std::string path = before + entry->name + " ";
+    paths.push_back(path);
+    collect_paths(entry->subtable, entry->subtable_count, path, paths);
   }
 }
 
-std::vector<std::string> words_of_the_tree() {
-  std::vector<std::string> words;
-  collect_words(commands_top, commands_top_count, words);
-  std::sort(words.begin(), words.end());
-  words.erase(std::unique(words.begin(), words.end()), words.end());
-  return words;
+std::vector<std::string> paths_of_the_tree() {
+  std::vector<std::string> paths;
+  collect_paths(commands_top, commands_top_count, "", paths);
+  expect(paths.size() <= 128);  // as many as there are bytes for
+  return paths;
 }
 
 std::string expanded(const uint8_t* data, size_t size) {
-  static const std::vector<std::string> words = words_of_the_tree();
+  static const std::vector<std::string> paths = paths_of_the_tree();
   std::string text;
   for (size_t i = 0; i < size; ++i) {
-    if (data[i] >= 128 && data[i] - 128U < words.size()) {
-      text += words[data[i] - 128U];
+    if (data[i] >= 128 && data[i] - 128U < paths.size()) {
+      text += paths[data[i] - 128U];
     } else {
       text += static_cast<char>(data[i]);
     }
