@@ -164,6 +164,8 @@ void tty_close_raw(tty_port* port) {
     tty_apply_settings(port->fd, port->saved_termios);
     close(port->fd);
     port->fd = -1;
+    // If it was descriptor 0, the console is opened again, so that what follows can be read.
+    tty_restore_cli_input();
   }
   log_printf(level_verbose, "%s: dev=%s%i\n", __func__, port->device, port->port);
 }
@@ -178,9 +180,8 @@ bool tty_receive_file(tty_port* port, const char* path, bool* is_partial) {
   bool received = receive_file(port, path, file, total, error);
   if (port->fd >= 0) {
     // After a failed raw open this is still descriptor 0, the console: closing gives it the settings from
-    // before the shell. It is opened again, so that the messages below can be read.
+    // before the shell and opens it again.
     tty_close_raw(port);
-    tty_restore_cli_input();
   }
   const bool is_regular = holds_regular_file(file, path);
   if (!file.close() && received) {

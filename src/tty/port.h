@@ -53,7 +53,7 @@ bool tty_speed_constant(uint32_t speed, speed_t* constant);
 /// in `fd`. Every port but 0 gets RTS/CTS flow control, whatever the record says. Result: true, or false
 /// after a text on standard error; after an unknown speed the descriptor stays open, but not in the record.
 bool tty_open_raw(tty_port* port);
-/// Restores the saved settings, closes and sets `fd` to -1; a closed port is left alone.
+/// Restores the saved settings, closes and sets `fd` to -1, if it is open. The console is opened again.
 void tty_close_raw(tty_port* port);
 
 /// Receives a file. The first byte may take 30 seconds; 3 seconds of silence end the file. The record is left

@@ -114,6 +114,18 @@ def test_the_question_echoes_the_first_byte_at_once_and_waits_for_enter(asking):
     assert asking.text_until_prompt() == "\nSetting boot environment to defaults...\n" + SUCCESS
 
 
+def test_an_answer_that_the_end_of_input_breaks_off_is_none(asking):
+    """Nobody has pressed Enter."""
+    asking.type("set bootenv defaults")
+    asking.expect(QUESTION)
+    asking.console.end_input(True)
+    asking.keys("y")
+    assert asking.text_until_prompt() == "y\n<aborted>\n"
+    asking.console.end_input(False)
+    assert asking.command("affirm") == "affirm is ON\n"
+    asking.expect_ran_exactly([])
+
+
 def test_ctrl_c_is_no_answer(asking):
     asking.type("set bootenv defaults")
     asking.expect(QUESTION)

@@ -422,6 +422,7 @@ def test_the_console_has_its_settings_when_a_failure_is_reported(dev, prepare, f
     """Not those of before, with which the copy of its record was closed: another speed, say."""
     prepare(dev)
     dev.fail_call(*failure[:2], error=failure[2], times=1)
+    dev.command("verbose 6")
     dev.keys("file download serial file 2\r")
     dev.expect(BEGIN)
     screen = dev.screen_until_prompt()

@@ -299,6 +299,7 @@ def test_volume_is_attached_and_mounted_for_its_row_only(formatted):
     ('VEXO_PRODUCT_VERSION="VEXO_PRODUCT_CODE"\n', "VEXO_PRODUCT_COD", "-"),
     ("VEXO_PRODUCT_VERSION=" + '"' + "9" * 300 + '"\n', "-", "-"),
     ('VEXO_PRODUCT_VERSION="1" VEXO_PRODUCT_CODE="K1"\n', '1" VEXO_PRODUCT_', "-"),
+    ('VEXO_PRODUCT_CODE="K1" VEXO_PRODUCT_VERSION="1"\n', "1", "-"),
     ('VEXO_PRODUCT_VERSION="0123456789AB"\nVEXO_PRODUCT_VERSION="1.0"\n', "1.0", "-"),
     ('VEXO_PRODUCT_CODE="ABCD"\nVEXO_PRODUCT_CODE="K"\n', "-", "K"),
     ('VEXO_PRODUCT_VERSION="\x1b[2J1\x08"\nVEXO_PRODUCT_CODE="\x1bc"\n', "?[2J1?", "?c"),

@@ -448,21 +448,14 @@ def test_browsing_through_a_ring_that_has_wrapped(dev):
 # ---------------------------------------------------------------------- the end of input
 
 
-def set_end_of_input(port, on: bool) -> None:
-    """Lets reads of the port find its end instead of waiting."""
-    settings = termios.tcgetattr(port.slave)
-    settings[6][termios.VMIN] = 0 if on else 1
-    termios.tcsetattr(port.slave, termios.TCSANOW, settings)
-
-
 def test_the_end_of_input_acts_as_backspaces_and_the_shell_goes_on(dev):
     dev.keys(b"abc")
     dev.expect(b"abc")
-    set_end_of_input(dev.console, True)
-    dev.keys(b"d")  # the read that waits has this one
+    dev.console.end_input(True)
+    dev.keys(b"d")
     dev.expect(b"d" + (B + b" " + B) * 4)
     dev.expect_quiet(0.2)
-    set_end_of_input(dev.console, False)
+    dev.console.end_input(False)
     assert dev.command("verbose") == "verbosity is 3\n"
 
 
@@ -478,7 +471,7 @@ def processor_seconds(dev, seconds: float) -> float:
 
 def test_a_lasting_end_of_input_costs_no_processor_time(dev):
     dev.sleep_scale = 1
-    set_end_of_input(dev.console, True)
+    dev.console.end_input(True)
     dev.keys(b"a")
     dev.expect(b"a" + B + b" " + B)
     assert processor_seconds(dev, 2) < 0.1

@@ -193,6 +193,17 @@ def test_what_is_typed_behind_an_image_is_not_lost(dev):
     assert dev.text_until_prompt() == "verbose 5\nverbosity is 5\n"
 
 
+def test_what_is_typed_while_another_line_carries_a_refused_image_is_not_lost(dev):
+    dev.boot()
+    dev.begin("flash download serial 1 2")
+    dev.send_stream(REFUSED, port=2)
+    while len(dev.sleeps) < 2:
+        time.sleep(0.01)
+    dev.keys("verbose 5\r")
+    assert dev.text_until_prompt().endswith(FAILURE)
+    assert dev.text_until_prompt() == "verbose 5\nverbosity is 5\n"
+
+
 def test_what_follows_an_image_at_once_is_its_sender_s(dev):
     """A header that says too early that no other follows: the next part would be run as commands."""
     dev.boot()

@@ -3,6 +3,7 @@
 import os
 import select
 import threading
+import termios
 import time
 import tty
 from collections import namedtuple
@@ -103,6 +104,12 @@ class SerialPort:
     def make_raw(self) -> None:
         """Settings under which the port passes bytes unchanged, before any program sets its own."""
         tty.setraw(self.slave)
+
+    def end_input(self, ended: bool) -> None:
+        """Reads of the port find its end instead of waiting; the one that waits already goes on waiting for a byte."""
+        settings = termios.tcgetattr(self.slave)
+        settings[6][termios.VMIN] = 0 if ended else 1
+        termios.tcsetattr(self.slave, termios.TCSANOW, settings)
 
 
 class SerialPorts(dict):

@@ -260,6 +260,14 @@ TEST_F(file_within_test, questions_are_traced_with_their_arguments) {
             "ERROR: No entry in mtd table for /dev/ubi0_9\n");
 }
 
+TEST_F(file_within_test, the_analysis_of_a_volume_is_traced_first) {
+  root.answer("ubiattach", {.status = 1});
+  log_level = 7;
+  flash_analysis record = {};
+  EXPECT_FALSE(ubi_ubifs_analyze("/dev/ubi0_0", &record));
+  EXPECT_TRUE(root.printed().starts_with("TRACE: ubi_ubifs_analyze: dev_name=/dev/ubi0_0\n"));
+}
+
 TEST_F(file_within_test, a_device_without_its_row_is_not_clean) {
   EXPECT_FALSE(ubi_is_clean("ubi1"));
   EXPECT_EQ(root.sleeps().size(), 0U);

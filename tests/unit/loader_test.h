@@ -4,14 +4,17 @@
 #define LOADER_TEST_H
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "device_root.h"
@@ -67,6 +70,11 @@ class loader_test : public device_test {
   long descriptors_;
 };
 
+// How every line that does not fit its buffer is refused.
+inline std::string line_too_long(size_t limit) {
+  return "ERROR: Command line too long, limit is " + std::to_string(limit) + " characters\n";
+}
+
 // ---------------------------------------------------------------------------------------------- bytes
 
 inline std::string noise(size_t size, unsigned seed = 1) {
@@ -111,6 +119,62 @@ inline uint32_t plain_checksum(const std::string& bytes) {
   sum = (sum >> 32) + sum;
   return ~static_cast<uint32_t>(sum);
 }
+
+// ---------------------------------------------------------------------------------------------- descriptors
+
+// The descriptor that is open for `path` and is not `own`, or -1.
+inline int descriptor_of(const std::string& path, int own) {
+  for (const auto& entry : std::filesystem::directory_iterator("/.harness/proc/self/fd")) {
+    std::error_code gone;
+    const int fd = std::stoi(entry.path().filename());
+    if (fd != own && std::filesystem::read_symlink(entry.path(), gone) == path) return fd;
+  }
+  return -1;
+}
+
+// Whether a tool that is started while `work` waits at `path` does not inherit what `work` has opened there.
+// `own` is the test's descriptor for the path, or -1. `release` ends the wait.
+template <typename Work, typename Release>
+bool is_kept_from_tools(const std::string& path, int own, Work work, Release release) {
+  std::thread worker(work);
+  int fd = -1;
+  const auto give_up = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  while ((fd = descriptor_of(path, own)) == -1 && std::chrono::steady_clock::now() < give_up)
+    std::this_thread::yield();
+  const bool is_kept = fd != -1 && fcntl(fd, F_GETFD) == FD_CLOEXEC;
+  release();
+  worker.join();
+  return is_kept;
+}
+
+// A pipe with a name, with both ends open until it is let go.
+class named_pipe {
+ public:
+  explicit named_pipe(const char* path) {
+    EXPECT_EQ(mkfifo(path, 0600), 0);
+    fd_ = open(path, O_RDWR | O_CLOEXEC);
+  }
+  ~named_pipe() { let_go(); }
+  named_pipe(const named_pipe&) = delete;
+  named_pipe& operator=(const named_pipe&) = delete;
+
+  int fd() const { return fd_; }
+  void take(size_t count) const {
+    std::string bytes(count, '\0');
+    for (size_t done = 0; done < count;) {
+      const ssize_t got = read(fd_, bytes.data(), count - done);
+      ASSERT_GT(got, 0);
+      done += static_cast<size_t>(got);
+    }
+  }
+  void let_go() {
+    if (fd_ >= 0) close(fd_);
+    fd_ = -1;
+  }
+
+ private:
+  int fd_;
+};
 
 // ---------------------------------------------------------------------------------------------- senders
 

@@ -143,4 +143,14 @@ TEST_F(log_test, a_file_that_cannot_be_opened_loses_the_message_but_keeps_the_co
   EXPECT_EQ(root.printed(), "ERROR: kept\n");
 }
 
+TEST_F(log_test, tools_do_not_inherit_the_file) {
+  log_suspend();
+  named_pipe file(collected);
+  const std::string text(200000, 'x');  // more than a pipe holds
+  EXPECT_TRUE(is_kept_from_tools(
+      collected, file.fd(), [&] { log_printf(level_plain, "%s", text.c_str()); },
+      [&] { file.take(text.size()); }));
+  EXPECT_TRUE(is_kept_from_tools(collected, file.fd(), log_resume, [&] { file.let_go(); }));
+}
+
 }  // namespace

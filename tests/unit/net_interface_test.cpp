@@ -112,6 +112,18 @@ TEST_F(net_start_test, a_wrong_index_is_refused_before_anything_is_done) {
   EXPECT_EQ(net_if_started[0], 0);
 }
 
+TEST_F(net_start_test, a_wrong_index_stops_nothing) {
+  ASSERT_TRUE(start_dhcp());
+  root.printed();
+  root.forget();
+  for (const int index : {1, -1, INT32_MIN}) {
+    EXPECT_TRUE(net_stop(index)) << index;
+  }
+  EXPECT_EQ(root.printed(), "");
+  EXPECT_EQ(steps(), lines());
+  EXPECT_TRUE(net_if_started[0]);
+}
+
 struct failing_step {
   const char* tool;
   const char* when;

@@ -1,6 +1,8 @@
 // The content writers: form (memory, stream) x event (all well, a step fails, the sender fails, the tool
 // dies).
+#include <chrono>
 #include <csignal>
+#include <thread>
 
 #include "ubi/by_path.h"
 #include "ubi/python_writer.h"
@@ -248,6 +250,30 @@ TEST_F(archive_writer_test, a_stream_does_the_same_and_is_summed) {
   EXPECT_EQ(static_cast<uint32_t>(checksum), plain_checksum(archive));
   EXPECT_NE(root.printed().find("VERBOSE: ubi_write_buffer_tar_lzma_fd received 4097 bytes\n"),
             std::string::npos);
+}
+
+TEST_F(archive_writer_test, the_shell_survives_a_broken_pipe_only_until_the_archive_is_unpacked) {
+  root.answer("chmod", {.hold_ms = 60000});
+  struct sigaction meanwhile = {};
+  meanwhile.sa_handler = SIG_ERR;
+  std::thread watcher([this, &meanwhile] {
+    const auto give_up = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    while (std::chrono::steady_clock::now() < give_up) {
+      for (const device_event& event : root.events("answer")) {
+        if (event.fields.back().find("chmod") != std::string::npos) {
+          sigaction(SIGPIPE, nullptr, &meanwhile);
+          kill(event.pid, SIGKILL);
+          return;
+        }
+      }
+      usleep(1000);
+    }
+  });
+  const std::string archive = noise(500);
+  EXPECT_FALSE(ubi_write_buffer_tar_lzma("/dev/ubi0_1", "ubi0", octets(archive), archive.size()));
+  watcher.join();
+  EXPECT_EQ(meanwhile.sa_handler, SIG_DFL);
+  EXPECT_EQ(root.printed(), "ERROR: Failed chmod 4755 /bin/busybox\n");
 }
 
 TEST_F(archive_writer_test, a_header_is_sent_ahead_and_not_summed) {
