@@ -25,7 +25,7 @@ def root_file_system(directory, size):
     tree, image = directory / "tree", directory / "rootfs"
     tree.mkdir()
     (tree / "file").write_bytes(os.urandom(size))
-    subprocess.run(["/usr/sbin/mkfs.ubifs", "-m", str(geometry.page), "-e", str(geometry.leb), "-c", "200", "-r", tree,
+    subprocess.run(["/usr/sbin/mkfs.ubifs", "-m", str(geometry.page), "-e", str(geometry.leb), "-c", "250", "-r", tree,
                     "-o", image], check=True)
     return image
 
