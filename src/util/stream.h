@@ -41,8 +41,8 @@ struct stream_source {
 using stream_sink = bool (*)(void* context, const uint8_t* piece, size_t size);
 
 /// Receives `source.total` bytes, handing every piece on as it arrives. Never asks for more than remains, so
-/// bytes after the total stay in the descriptor. With `checksum` the image checksum of the received bytes is
-/// left there (0 unless complete). Logs nothing.
+/// bytes after the total stay in the descriptor, which is switched to O_NONBLOCK meanwhile. With `checksum`
+/// the image checksum of the received bytes is left there (0 unless complete). Logs nothing.
 stream_status stream_receive_into(const stream_source& source, uint64_t* checksum, stream_sink sink,
                                   void* context);
 

@@ -327,8 +327,8 @@ TEST_F(flash_write_buffer_fd_test, streams_pieces_as_they_arrive_without_an_eras
   root.trace("select");
   uint64_t checksum = 1;
   EXPECT_TRUE(flash_write_buffer_fd(node, 0, serial, source.fd(), nullptr, 4609, 0, &checksum));
-  EXPECT_EQ(root.sequence(), lines({"select 3", "write /dev/mtd2 4096", "select 3", "write /dev/mtd2 512",
-                                    "select 3", "write /dev/mtd2 1"}));
+  EXPECT_EQ(root.sequence(), lines({"select 3", "write /dev/mtd2 4096", "write /dev/mtd2 512", "select 3",
+                                    "write /dev/mtd2 1"}));
   EXPECT_EQ(flash().substr(0, 4609), bytes);
   EXPECT_EQ(checksum, 0xFFFFFFFF00000000 | plain_checksum(bytes));
   EXPECT_EQ(source.rest(), "rest");

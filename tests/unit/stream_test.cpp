@@ -132,7 +132,21 @@ TEST_F(stream_receive_test, the_first_wait_may_be_longer_and_every_other_is_thre
   root.trace("select");
   EXPECT_EQ(receive({.fd = source.fd(), .total = 4096 + 16 + 1, .first_seconds = 30}),
             stream_status::complete);
-  EXPECT_EQ(root.sequence(), lines({"select 30", "select 3", "select 3"}));
+  EXPECT_EQ(root.sequence(), lines({"select 30", "select 3"})) << "behind a whole piece nothing is asked";
+}
+
+TEST_F(stream_receive_test, a_pause_behind_a_whole_piece_is_waited_for) {
+  const sender source(noise(4096));
+  root.trace("select");
+  EXPECT_EQ(receive({.fd = source.fd(), .total = 4097}), stream_status::wait_failed);
+  EXPECT_EQ(errno, ETIMEDOUT);
+  EXPECT_EQ(root.sequence(), lines({"select 3", "select 3"}));
+}
+
+TEST_F(stream_receive_test, the_descriptor_blocks_again_afterwards) {
+  const sender source(noise(100));
+  EXPECT_EQ(receive({.fd = source.fd(), .total = 100}), stream_status::complete);
+  EXPECT_EQ(fcntl(source.fd(), F_GETFL) & O_NONBLOCK, 0);
 }
 
 TEST_F(stream_receive_test, byte_by_byte_asks_for_single_bytes) {
