@@ -1,4 +1,4 @@
-// See image_file.h.
+// Walking an image file part by part with pread() and lseek(); nothing of it is kept but the header at hand.
 #include "kesto/image_file.h"
 
 #include <fcntl.h>

@@ -1,4 +1,5 @@
-// See image_output.h.
+// The image file while it is being built: "OUT.kesto-PID" beside the image, renamed when it is complete,
+// removed by SIGHUP, SIGINT and SIGTERM.
 #include "kesto/image_output.h"
 
 #include <fcntl.h>

@@ -1,6 +1,9 @@
 // kesto image verify: would the device take this image?
 #include <cinttypes>
 #include <cstdio>
+#include <functional>
+#include <memory>
+#include <string>
 
 #include "kesto/image_file.h"
 #include "kesto/part.h"
@@ -45,33 +48,24 @@ bool verify_part(const image_file& image, image_part& part) {
          has_right_checksum(image, part) && has_right_flag(image, part);
 }
 
-void print_help() {
-  printf(
-      "Checks what the device checks: header, destination, length and checksum of every part, and that the "
-      "flag\n"
-      "for another part is set on all parts but the last. Prints OK, or the first fault with the number of "
-      "its\n"
-      "part and the offset of that part, and ends with status 1. What depends on the device, the size of "
-      "its\n"
-      "erase blocks and the room in its partitions, is not checked.\n");
-}
-
-int run(int count, char** arguments) {
-  char** operands;
-  if (const int status = subcommand_operands(image_verify, count, arguments, 1, &operands); status >= 0) {
-    return status;
-  }
+int run(const std::string& path) {
   image_file image;
-  if (!image.open(operands[0])) {
+  if (!image.open(path.c_str())) {
     return exit_failed;
   }
   const unsigned parts = image.visit_parts(verify_part);
   if (parts == 0) {
     return exit_failed;
   }
-  printf("%s: OK, %u %s, %" PRIu64 " bytes\n", operands[0], parts, parts == 1 ? "part" : "parts",
+  printf("%s: OK, %u %s, %" PRIu64 " bytes\n", path.c_str(), parts, parts == 1 ? "part" : "parts",
          image.size());
   return exit_success;
+}
+
+std::function<int()> declare(CLI::App& line) {
+  const auto path = std::make_shared<std::string>();
+  line.add_option("IMAGE", *path)->required();
+  return [path] { return run(*path); };
 }
 
 }  // namespace
@@ -80,6 +74,10 @@ const subcommand image_verify = {
     .name = "image verify",
     .arguments = "IMAGE",
     .purpose = "Check an image as the device would",
-    .print_help = print_help,
-    .run = run,
+    .text =
+        "Checks what the device checks: header, destination, length and checksum of every part, and that the flag\n"
+        "for another part is set on all parts but the last. Prints OK, or the first fault with the number of its\n"
+        "part and the offset of that part, and ends with status 1. What depends on the device, the size of its\n"
+        "erase blocks and the room in its partitions, is not checked.\n",
+    .declare = declare,
 };

@@ -1,4 +1,4 @@
-// See part.h.
+// Contents types, versions and product codes as text, and the header made of them.
 #include "kesto/part.h"
 
 #include <cctype>

@@ -636,6 +636,15 @@ def test_no_such_command(kesto, words, message):
     kesto.misused(message, *words, command="")
 
 
+@pytest.mark.parametrize("name", ["image", "verify", "info", "--", "{}", "[a]", "-"])
+def test_operands_may_have_any_name(kesto, name):
+    kesto.build("--kernel", "a")
+    (kesto.directory / "out.rom").rename(kesto.directory / name)
+    words = ["--", name] if name == "--" else [name]
+    assert kesto.run("image", "verify", *words).stdout == f"{name}: OK, 1 part, 266 bytes\n"
+    assert kesto.build("--kernel", name)[256:] == (kesto.directory / name).read_bytes()
+
+
 @pytest.mark.parametrize("option", ["-h", "--help"])
 def test_help(kesto, option):
     result = kesto.run(option)
