@@ -6,6 +6,7 @@
 #include <string>
 
 #include "image/header.h"
+#include "kesto/description.h"
 #include "kesto/image_builder.h"
 #include "kesto/part.h"
 #include "kesto/report.h"
@@ -66,6 +67,9 @@ class build_line {
             "its number, 0 to " +
                 std::to_string(image_contents_count - 1),
             [this](const char* text) { return take_general_part(text); });
+    declare(group, "--description", "FILE",
+            "all parts that a file describes; traits before it hold where it names none",
+            [this](const char* text) { return add_description(text); });
   }
 
   void declare_traits() {
@@ -134,8 +138,20 @@ class build_line {
     return add_part(type, separator + 1);
   }
 
+  int add_description(const char* path) {
+    if (!description_read(path, traits_, &order_.parts)) {
+      return exit_failed;
+    }
+    unused_trait_ = nullptr;
+    unused_size_ = nullptr;
+    return exit_success;
+  }
+
   int add_part(uint32_t type, const char* path) {
-    order_.parts.push_back({type, path, traits_});
+    part_order& part = order_.parts.emplace_back();
+    part.type = type;
+    part.path = path;
+    part.traits = traits_;
     unused_trait_ = nullptr;
     if (part_is_rootfs(type)) {
       unused_size_ = nullptr;
@@ -164,6 +180,7 @@ const subcommand image_build = {
     .purpose = "Build an image from files",
     .text =
         "The image consists of the parts in the order of the command line, which is also the order in which the\n"
-        "device installs them.\n",
+        "device installs them. A description is a TOML file with one table [[part]] for each; docs/image-format.md\n"
+        "shows it. Its file names are relative to its own place.\n",
     .declare = declare,
 };

@@ -69,12 +69,12 @@ bool copy_contents(const char* path, piece_reader& contents, image_output& outpu
 bool write_part(const part_order& part, int file, bool more, image_output& output) {
   const uint64_t header_offset = output.reserve(image_header_size);
   piece_reader contents(file);
-  uint32_t length;
-  if (!copy_contents(part.path.c_str(), contents, output, &length)) {
+  uint32_t length = 0;
+  if (!part.is_empty && !copy_contents(part.path.c_str(), contents, output, &length)) {
     return false;
   }
   uint8_t header[image_header_size];
-  part_compose_header(header, part.type, part.traits, length, contents.checksum(), more);
+  part_compose_header(header, part, length, contents.checksum(), more);
   return output.write_at(header_offset, header, sizeof header);
 }
 
@@ -97,7 +97,7 @@ bool image_builder_build(const build_order& order) {
   }
   std::vector<unique_fd> files(order.parts.size());
   for (size_t i = 0; i < files.size(); ++i) {
-    if (!open_input(order.parts[i].path.c_str(), output, files[i])) {
+    if (!order.parts[i].is_empty && !open_input(order.parts[i].path.c_str(), output, files[i])) {
       return false;
     }
   }

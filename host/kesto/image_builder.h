@@ -7,12 +7,6 @@
 
 #include "kesto/part.h"
 
-struct part_order {
-  uint32_t type;     // image_contents
-  std::string path;  // of the contents
-  part_traits traits;
-};
-
 struct build_order {
   std::string output;
   std::vector<part_order> parts;

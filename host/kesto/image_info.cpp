@@ -6,6 +6,7 @@
 #include <string>
 
 #include "kesto/image_file.h"
+#include "kesto/image_json.h"
 #include "kesto/report.h"
 #include "kesto/subcommand.h"
 
@@ -36,22 +37,33 @@ bool show_part(const image_file& image, image_part& part) {
   return image.holds_contents(part);
 }
 
-int run(const std::string& path) {
+int run(const std::string& path, bool json) {
   image_file image;
-  return image.open(path.c_str()) && image.visit_parts(show_part) != 0 ? exit_success : exit_failed;
+  if (!image.open(path.c_str())) {
+    return exit_failed;
+  }
+  if (json) {
+    const auto holds_contents = [](const image_file& file, image_part& part) {
+      return file.holds_contents(part);
+    };
+    return image_json_report(image, holds_contents) ? exit_success : exit_failed;
+  }
+  return image.visit_parts(show_part) != 0 ? exit_success : exit_failed;
 }
 
 std::function<int()> declare(CLI::App& line) {
   const auto path = std::make_shared<std::string>();
   line.add_option("IMAGE", *path)->required();
-  return [path] { return run(*path); };
+  const auto json = std::make_shared<bool>();
+  line.add_flag("--json", *json, "one line of JSON; docs/kesto-json.md lists its keys")->group("Output");
+  return [path, json] { return run(*path, *json); };
 }
 
 }  // namespace
 
 const subcommand image_info = {
     .name = "image info",
-    .arguments = "IMAGE",
+    .arguments = "[--json] IMAGE",
     .purpose = "Show the headers of an image",
     .text =
         "Prints the headers of all parts in the words of the device, with the flag that another part follows and\n"

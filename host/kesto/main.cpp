@@ -11,9 +11,7 @@
 namespace {
 
 constexpr const subcommand* subcommands[] = {
-    &image_build,
-    &image_info,
-    &image_verify,
+    &image_build, &image_info, &image_verify, &image_check_command, &image_extract,
 };
 
 constexpr program kesto = {

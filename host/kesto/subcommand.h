@@ -16,5 +16,7 @@ struct subcommand {
 };
 
 extern const subcommand image_build;
+extern const subcommand image_check_command;
+extern const subcommand image_extract;
 extern const subcommand image_info;
 extern const subcommand image_verify;
