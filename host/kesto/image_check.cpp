@@ -187,10 +187,6 @@ class checker {
                     row.part_name, *part.room));
       }
     }
-    if (std::find(written_.begin(), written_.end(), part.destination) != written_.end()) {
-      add("written-twice", severity::danger, &part, image_way_any,
-          text_of("%s is written by a part in front of it, and is not erased in between", row.part_name));
-    }
     // Preparing for a network installation unlocks no serial flash.
     const bool erased_over_network = row.protect == 0 || row.type == mtd_type_nand;
     part.erased_ways = erased_over_network ? ways_ & image_way_network : 0;
@@ -216,6 +212,17 @@ class checker {
           add("not-erased", *found, &part, image_way_serial, not_erased_text(row));
         }
     }
+    if (type_of(part) != image_contents_boot_env) {
+      judge_second_writing(part, severity::danger, image_way_any);
+    }
+  }
+
+  void judge_second_writing(const image_check_part& part, severity severity_of_it, unsigned ways) {
+    if (std::find(written_.begin(), written_.end(), part.destination) != written_.end()) {
+      add("written-twice", severity_of_it, &part, ways,
+          text_of("%s is written by a part in front of it, and is not erased in between",
+                  part.destination->part_name));
+    }
   }
 
   std::string not_erased_text(const mtd_partition& row) const {
@@ -240,9 +247,11 @@ class checker {
     }
     const unsigned lost_ways =
         (formatted_ ? image_way_serial : 0U) | (image_formats_ ? image_way_network : 0U);
-    add("boot-env-lost", ubi_clean_ ? severity::danger : severity::possible, &part, lost_ways,
+    const severity bad = ubi_clean_ ? severity::danger : severity::possible;
+    add("boot-env-lost", bad, &part, lost_ways,
         "passed over, because a root file system of this image has the UBI partition formatted before");
-    if (const auto found = severity_if(old, ubi_clean_ ? severity::danger : severity::possible)) {
+    judge_second_writing(part, bad, image_way_any & ~lost_ways);
+    if (const auto found = severity_if(old, bad)) {
       add("boot-env-mixed", *found, &part, image_way_any & ~lost_ways,
           text_of("%s is written over what it holds", part.destination->part_name));
     }
@@ -274,6 +283,13 @@ class checker {
   }
 
   void judge_erase_block(const image_check_part& part) {
+    for (const image_check_part& other : report_.parts) {
+      if (part.erase_block != 0 && other.erase_block != 0 && other.erase_block != part.erase_block) {
+        add("erase-block", severity::refused, &part, image_way_any,
+            text_of("made for other erase blocks than part %u", other.part.number));
+        return;
+      }
+    }
     const device_partition* ubi = known("ubi0");
     if (part.erase_block != 0 && ubi != nullptr && ubi->erase_block &&
         *ubi->erase_block != part.erase_block) {

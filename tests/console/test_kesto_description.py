@@ -1,11 +1,14 @@
 """kesto image build --description and kesto image extract: an image as text and files, and back to the same bytes."""
 
+import json
 import os
 import random
+import re
 import resource
 import signal
 import subprocess
 import time
+from pathlib import Path
 
 import pytest
 
@@ -180,6 +183,25 @@ def test_part_of_a_description_that_is_missing(kesto):
     (kesto.directory / "sub").mkdir()
     write(kesto, '[[part]]\ntype = 4\nfile = "c"\n', "sub/image.toml")
     kesto.refuses_build("sub/c: open error (No such file or directory)", "-o", "out.rom", "--description", "sub/image.toml")
+
+
+def examples() -> list[Path]:
+    return sorted((Path(__file__).resolve().parents[2] / "docs/images").glob("*.toml"))
+
+
+@pytest.mark.parametrize("example", examples(), ids=lambda path: path.stem)
+def test_examples_of_the_documents(kesto, example):
+    text = example.read_text()
+    for name in re.findall(r'^file = "(.*)"$', text, re.M):
+        kesto.file(name, name.encode())
+    image = described(kesto, text)
+    check = json.loads(kesto.run("image", "check", "out.rom", "--bank", "1", "--serial", "--json").stdout)
+    assert not [line for line in check["findings"] if line["severity"] in ("refused", "danger")]
+    there_and_back(kesto, image)
+
+
+def test_there_is_an_example_for_every_type():
+    assert {name for path in examples() for name in re.findall(r'^type = "(.*)"$', path.read_text(), re.M)} == set(OPTIONS.values())
 
 
 # --- extract
