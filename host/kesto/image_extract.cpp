@@ -35,6 +35,7 @@ class extraction {
   // Result: false after an error. All others alike.
   bool create() {
     const std::string path = directory_ + ".kesto-" + std::to_string(getpid());
+    const signals_held_back hold;
     if (mkdir(path.c_str(), 0777) != 0) {
       return failed("create");
     }
@@ -97,7 +98,11 @@ class extraction {
   bool write_file(const std::string& name, const std::function<bool(image_output&)>& write) {
     const std::string path = temporary_->path() + "/" + name;
     image_output output;
-    if (!output.choose(path.c_str()) || !output.create() || !write(output) || !output.finish()) {
+    if (!output.choose(path.c_str()) || !output.create() || !write(output)) {
+      return false;
+    }
+    const signals_held_back hold;
+    if (!output.finish()) {
       return false;
     }
     files_.push_back(std::make_unique<unfinished_path>(path));

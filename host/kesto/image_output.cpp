@@ -1,5 +1,4 @@
-// The image file while it is being built: "OUT.kesto-PID" beside the image, renamed when it is complete,
-// removed by SIGHUP, SIGINT and SIGTERM.
+// A file on its way is "OUT.kesto-PID" beside its place, and renamed when it is complete.
 #include "kesto/image_output.h"
 
 #include <fcntl.h>
@@ -51,6 +50,7 @@ bool image_output::replaces(const struct stat& file) const {
 bool image_output::create() {
   signal(SIGXFSZ, SIG_IGN);  // beyond the limit of file sizes, write() is to fail
   const std::string path = path_ + ".kesto-" + std::to_string(getpid());
+  const signals_held_back hold;
   file_.reset(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
   if (!file_) {
     return failed("create");

@@ -12,24 +12,6 @@ constexpr int ending_signals[] = {SIGHUP, SIGINT, SIGTERM};
 
 unfinished_path* volatile newest = nullptr;
 
-class signals_held_back {
- public:
-  signals_held_back() {
-    sigset_t set;
-    sigemptyset(&set);
-    for (const int number : ending_signals) {
-      sigaddset(&set, number);
-    }
-    pthread_sigmask(SIG_BLOCK, &set, &before_);
-  }
-  signals_held_back(const signals_held_back&) = delete;
-  signals_held_back& operator=(const signals_held_back&) = delete;
-  ~signals_held_back() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
- private:
-  sigset_t before_;
-};
-
 void remove_path(const char* path) {
   if (unlink(path) != 0) {
     rmdir(path);
@@ -37,6 +19,19 @@ void remove_path(const char* path) {
 }
 
 }  // namespace
+
+signals_held_back::signals_held_back() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int number : ending_signals) {
+    sigaddset(&set, number);
+  }
+  pthread_sigmask(SIG_BLOCK, &set, &before_);
+}
+
+signals_held_back::~signals_held_back() {
+  pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+}
 
 void unfinished_path::remove_all(int number) {
   for (const unfinished_path* path = newest; path != nullptr; path = path->next_) {
