@@ -211,7 +211,7 @@ class line_parser {
     } else if (option.get_items_expected_max() != 0) {
       name += " " + option.get_type_name();
     }
-    const std::string description = option.get_description();
+    const std::string& description = option.get_description();
     for (size_t begin = 0; begin <= description.size();) {
       const size_t end = std::min(description.find('\n', begin), description.size());
       printf("  %-24s %s\n", begin == 0 ? name.c_str() : "", description.substr(begin, end - begin).c_str());
