@@ -37,8 +37,8 @@ struct device_record {
   const device_volume* volume(const char* name) const;
 };
 
-/// Result: the record in `json`, or nothing with what is wrong in `*fault`, as "flash[2].size: ...".
-std::optional<device_record> device_record_from_json(const nlohmann::json& json, std::string* fault);
+/// Result: the record in `document`, or nothing with what is wrong in `*fault`, as "flash[2].size: ...".
+std::optional<device_record> device_record_from_json(const nlohmann::json& document, std::string* fault);
 
 /// Reads the record in a file. Result: nothing after an error that names the file and the place.
 std::optional<device_record> device_record_read(const char* path);
