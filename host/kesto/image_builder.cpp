@@ -1,4 +1,4 @@
-// See image_builder.h.
+// Making an image from files: everything that can be refused is refused before the first byte is written.
 #include "kesto/image_builder.h"
 
 #include <fcntl.h>
@@ -69,12 +69,12 @@ bool copy_contents(const char* path, piece_reader& contents, image_output& outpu
 bool write_part(const part_order& part, int file, bool more, image_output& output) {
   const uint64_t header_offset = output.reserve(image_header_size);
   piece_reader contents(file);
-  uint32_t length;
-  if (!copy_contents(part.path, contents, output, &length)) {
+  uint32_t length = 0;
+  if (!part.is_empty && !copy_contents(part.path.c_str(), contents, output, &length)) {
     return false;
   }
   uint8_t header[image_header_size];
-  part_compose_header(header, part.type, part.traits, length, contents.checksum(), more);
+  part_compose_header(header, part, length, contents.checksum(), more);
   return output.write_at(header_offset, header, sizeof header);
 }
 
@@ -92,12 +92,12 @@ void warn_of_parts_without_destination(const build_order& order) {
 bool image_builder_build(const build_order& order) {
   warn_of_parts_without_destination(order);
   image_output output;
-  if (!output.choose(order.output)) {
+  if (!output.choose(order.output.c_str())) {
     return false;
   }
   std::vector<unique_fd> files(order.parts.size());
   for (size_t i = 0; i < files.size(); ++i) {
-    if (!open_input(order.parts[i].path, output, files[i])) {
+    if (!order.parts[i].is_empty && !open_input(order.parts[i].path.c_str(), output, files[i])) {
       return false;
     }
   }
@@ -112,7 +112,7 @@ bool image_builder_build(const build_order& order) {
   if (!output.finish()) {
     return false;
   }
-  printf("%s: %zu %s, %" PRIu64 " bytes\n", order.output, files.size(), files.size() == 1 ? "part" : "parts",
-         output.size());
+  printf("%s: %zu %s, %" PRIu64 " bytes\n", order.output.c_str(), files.size(),
+         files.size() == 1 ? "part" : "parts", output.size());
   return true;
 }

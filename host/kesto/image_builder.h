@@ -2,18 +2,13 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "kesto/part.h"
 
-struct part_order {
-  uint32_t type;     // image_contents
-  const char* path;  // of the contents
-  part_traits traits;
-};
-
 struct build_order {
-  const char* output = nullptr;
+  std::string output;
   std::vector<part_order> parts;
 };
 

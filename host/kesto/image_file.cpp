@@ -1,4 +1,4 @@
-// See image_file.h.
+// Walking an image file part by part with pread() and lseek(); nothing of it is kept but the header at hand.
 #include "kesto/image_file.h"
 
 #include <fcntl.h>
@@ -30,7 +30,7 @@ bool image_file::open(const char* path) {
   return true;
 }
 
-unsigned image_file::visit_parts(bool (*visit)(const image_file& image, image_part& part)) const {
+unsigned image_file::visit_parts(const visitor& visit) const {
   image_part part;
   do {
     if (!visit(*this, part)) {
@@ -51,7 +51,16 @@ bool image_file::take_header(image_part& part) const {
   if (count != static_cast<ssize_t>(sizeof part.header)) {
     return read_failed(count < 0 ? errno : ENODATA);
   }
-  return image_header_verify(part.header, sizeof part.header, false) || fault(part, "bad header");
+  char device_text[96];
+  if (image_header_is_valid(part.header, sizeof part.header, device_text, sizeof device_text)) {
+    return true;
+  }
+  if (kept_fault_ == nullptr) {
+    printf("ERROR: %s\n", device_text);
+  } else {
+    kept_fault_->device_text = device_text;
+  }
+  return fault(part, "bad header");
 }
 
 bool image_file::holds_contents(const image_part& part) const {
@@ -59,7 +68,9 @@ bool image_file::holds_contents(const image_part& part) const {
                                       size_ - part.contents_offset(), part.length());
 }
 
-bool image_file::sum_contents(const image_part& part, uint32_t* checksum) const {
+bool image_file::read_contents(const image_part& part,
+                               const std::function<bool(const file_piece& piece)>& take,
+                               uint32_t* checksum) const {
   if (lseek(file_.get(), static_cast<off_t>(part.contents_offset()), SEEK_SET) < 0) {
     return read_failed(errno);
   }
@@ -70,22 +81,55 @@ bool image_file::sum_contents(const image_part& part, uint32_t* checksum) const 
     if (result <= 0) {
       return read_failed(result < 0 ? errno : ENODATA);
     }
+    if (!take(piece)) {
+      return false;
+    }
   }
   *checksum = contents.checksum();
   return true;
 }
 
+bool image_file::sum_contents(const image_part& part, uint32_t* checksum) const {
+  return read_contents(
+      part, [](const file_piece& /*piece*/) { return true; }, checksum);
+}
+
+bool image_file::check_sum(const image_part& part, uint32_t checksum) const {
+  const uint32_t expected = part.get(image_field_contents_checksum);
+  return checksum == expected ||
+         fault(part, "contents checksum is 0x%08" PRIX32 ", the header says 0x%08" PRIX32, checksum,
+               expected);
+}
+
+bool image_file::check_flag(const image_part& part) const {
+  const bool more = part.get(image_field_next_header_flag) != 0;
+  const uint64_t left = size_ - part.end();
+  if (more && left == 0) {
+    return fault(part, "promises another part, but the file ends");
+  }
+  if (!more && left != 0) {
+    return fault(part, "says that it is the last one, but %" PRIu64 " bytes follow", left);
+  }
+  return true;
+}
+
 bool image_file::fault(const image_part& part, const char* format, ...) const {
-  printf("%s: part %u at offset %" PRIu64 ": ", path_, part.number, part.offset);
+  char text[256];
   va_list args;
   va_start(args, format);
-  vprintf(format, args);
+  vsnprintf(text, sizeof text, format, args);
   va_end(args);
-  printf("\n");
+  if (kept_fault_ == nullptr) {
+    printf("%s: part %u at offset %" PRIu64 ": %s\n", path(), part.number, part.offset, text);
+  } else {
+    kept_fault_->part = part.number;
+    kept_fault_->offset = part.offset;
+    kept_fault_->text = text;
+  }
   return false;
 }
 
 bool image_file::read_failed(int error) const {
-  report_error("%s: read error (%s)", path_, strerror(error));
+  report_error("%s: read error (%s)", path(), strerror(error));
   return false;
 }

@@ -1,8 +1,12 @@
 // kesto image info: what the headers of an image say.
 #include <cinttypes>
 #include <cstdio>
+#include <functional>
+#include <memory>
+#include <string>
 
 #include "kesto/image_file.h"
+#include "kesto/image_json.h"
 #include "kesto/report.h"
 #include "kesto/subcommand.h"
 
@@ -33,30 +37,37 @@ bool show_part(const image_file& image, image_part& part) {
   return image.holds_contents(part);
 }
 
-void print_help() {
-  printf(
-      "Prints the headers of all parts in the words of the device, with the flag that another part follows "
-      "and\n"
-      "the sizes that a root file system wants. Contents are not looked at. Ends with status 1 at a header "
-      "that\n"
-      "the device would not accept, or where the file ends inside a part.\n");
+int run(const std::string& path, bool json) {
+  image_file image;
+  if (!image.open(path.c_str())) {
+    return exit_failed;
+  }
+  if (json) {
+    const auto holds_contents = [](const image_file& file, image_part& part) {
+      return file.holds_contents(part);
+    };
+    return image_json_report(image, holds_contents) ? exit_success : exit_failed;
+  }
+  return image.visit_parts(show_part) != 0 ? exit_success : exit_failed;
 }
 
-int run(int count, char** arguments) {
-  char** operands;
-  if (const int status = subcommand_operands(image_info, count, arguments, 1, &operands); status >= 0) {
-    return status;
-  }
-  image_file image;
-  return image.open(operands[0]) && image.visit_parts(show_part) != 0 ? exit_success : exit_failed;
+std::function<int()> declare(CLI::App& line) {
+  const auto path = std::make_shared<std::string>();
+  line.add_option("IMAGE", *path)->required();
+  const auto json = std::make_shared<bool>();
+  line.add_flag("--json", *json, "one line of JSON; docs/kesto-json.md lists its keys")->group("Output");
+  return [path, json] { return run(*path, *json); };
 }
 
 }  // namespace
 
 const subcommand image_info = {
     .name = "image info",
-    .arguments = "IMAGE",
+    .arguments = "[--json] IMAGE",
     .purpose = "Show the headers of an image",
-    .print_help = print_help,
-    .run = run,
+    .text =
+        "Prints the headers of all parts in the words of the device, with the flag that another part follows and\n"
+        "the sizes that a root file system wants. Contents are not looked at. Ends with status 1 at a header that\n"
+        "the device would not accept, or where the file ends inside a part.\n",
+    .declare = declare,
 };

@@ -1,4 +1,4 @@
-// See image_output.h.
+// A file on its way is "OUT.kesto-PID" beside its place, and renamed when it is complete.
 #include "kesto/image_output.h"
 
 #include <fcntl.h>
@@ -14,43 +14,14 @@
 
 namespace {
 
-// The unfinished file, for the signal handler.
-const char* volatile unfinished_path = nullptr;
-
-void remove_unfinished(int number) {
-  if (unfinished_path != nullptr) {
-    unlink(unfinished_path);
-  }
-  raise(number);  // again, now with the default action
-}
-
-void remove_unfinished_on_signals() {
-  for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
-    struct sigaction action = {};
-    if (sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_DFL) {
-      action.sa_handler = remove_unfinished;
-      action.sa_flags = static_cast<int>(SA_RESETHAND);
-      sigaction(number, &action, nullptr);
-    }
-  }
-  signal(SIGXFSZ, SIG_IGN);  // beyond the limit of file sizes, write() is to fail
-}
-
 bool is_zero(const uint8_t* data, size_t size) {
   return data[0] == 0 && memcmp(data, data + 1, size - 1) == 0;
 }
 
 }  // namespace
 
-image_output::~image_output() {
-  if (!temporary_path_.empty()) {
-    unlink(temporary_path_.c_str());
-    unfinished_path = nullptr;
-  }
-}
-
 bool image_output::failed(const char* what) const {
-  report_error("%s: %s error (%s)", name_, what, strerror(errno));
+  report_error("%s: %s error (%s)", name_.c_str(), what, strerror(errno));
   return false;
 }
 
@@ -77,14 +48,14 @@ bool image_output::replaces(const struct stat& file) const {
 }
 
 bool image_output::create() {
-  remove_unfinished_on_signals();
-  temporary_path_ = path_ + ".kesto-" + std::to_string(getpid());
-  file_.reset(open(temporary_path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  signal(SIGXFSZ, SIG_IGN);  // beyond the limit of file sizes, write() is to fail
+  const std::string path = path_ + ".kesto-" + std::to_string(getpid());
+  const signals_held_back hold;
+  file_.reset(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
   if (!file_) {
-    temporary_path_.clear();
     return failed("create");
   }
-  unfinished_path = temporary_path_.c_str();
+  temporary_.emplace(path);
   return true;
 }
 
@@ -120,10 +91,10 @@ bool image_output::finish() {
   if (ftruncate(file_.get(), static_cast<off_t>(size_)) != 0 || close(file_.release()) != 0) {
     return failed("write");
   }
-  if (rename(temporary_path_.c_str(), path_.c_str()) != 0) {
+  if (rename(temporary_->path().c_str(), path_.c_str()) != 0) {
     return failed("rename");
   }
-  unfinished_path = nullptr;
-  temporary_path_.clear();
+  temporary_->finish();
+  temporary_.reset();
   return true;
 }

@@ -1,23 +1,20 @@
 // The image file that is being built. It comes into being under another name and takes its own only when it
-// is complete, so that nobody ever sends half an image.
+// is complete, so that nobody ever sends half an image. One that was not finished is removed, also by a
+// signal.
 #pragma once
 
 #include <sys/stat.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
+#include "kesto/unfinished.h"
 #include "util/unique_fd.h"
 
 class image_output {
  public:
-  image_output() = default;
-  image_output(const image_output&) = delete;
-  image_output& operator=(const image_output&) = delete;
-  /// Removes a file that was not finished. So does a signal that ends the program.
-  ~image_output();
-
   /// Chooses the file; a symbolic link stands for the file behind it. Result: false after an error, if `path`
   /// exists and is no regular file.
   bool choose(const char* path);
@@ -39,10 +36,10 @@ class image_output {
  private:
   bool failed(const char* what) const;
 
-  const char* name_ = nullptr;  // as given, for messages
+  std::string name_;  // as given, for messages
   std::string path_;
-  std::string temporary_path_;  // empty while there is no such file
-  struct stat replaced_ = {};   // st_nlink is 0 when nothing is replaced
+  std::optional<unfinished_path> temporary_;
+  struct stat replaced_ = {};  // st_nlink is 0 when nothing is replaced
   unique_fd file_;
   uint64_t size_ = 0;
 };

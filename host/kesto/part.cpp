@@ -1,4 +1,4 @@
-// See part.h.
+// Contents types, versions and product codes as text, and the header made of them.
 #include "kesto/part.h"
 
 #include <cctype>
@@ -117,22 +117,81 @@ const char* part_type_name(uint32_t type) {
   return type < image_contents_count ? contents_type_names[type] : "unknown";
 }
 
-void part_compose_header(uint8_t* header, uint32_t type, const part_traits& traits, uint32_t length,
-                         uint32_t checksum, bool more) {
+const char* part_short_name(uint32_t type) {
+  for (const part_option& row : part_options) {
+    if (row.type == type) {
+      return row.name;
+    }
+  }
+  return nullptr;
+}
+
+void part_compose_header(uint8_t* header, const part_order& order, uint32_t length, uint32_t checksum,
+                         bool more) {
+  const part_traits& traits = order.traits;
   memset(header, 0, image_header_size);
   memcpy(header + image_field_id, image_header_id, sizeof image_header_id);
   memcpy(header + image_field_contents_version, traits.version, sizeof traits.version);
   memcpy(header + image_field_product_code, traits.product_code, sizeof traits.product_code);
   image_header_set(header, image_field_header_length, image_header_size);
-  image_header_set(header, image_field_contents_type, type);
+  image_header_set(header, image_field_contents_type, order.type);
   image_header_set(header, image_field_contents_length, length);
   image_header_set(header, image_field_contents_final_length, length);
   image_header_set(header, image_field_contents_checksum, checksum);
   image_header_set(header, image_field_contents_final_checksum, checksum);
   image_header_set(header, image_field_next_header_flag, more ? 1 : 0);
-  if (part_is_rootfs(type)) {
+  if (part_is_rootfs(order.type)) {
     image_header_set(header, image_field_rootfs_size_kib, traits.rootfs_size_kib);
     image_header_set(header, image_field_total_size_kib, traits.total_size_kib);
   }
+  for (const header_bytes& piece : order.more_bytes) {
+    memcpy(header + piece.offset, piece.bytes.data(), piece.bytes.size());
+  }
   image_header_set(header, image_field_header_checksum, image_header_checksum(header));
+}
+
+bool part_header_byte_is_free(uint32_t offset) {
+  if (offset >= image_header_size || offset < image_field_header_checksum + sizeof(uint32_t)) {
+    return false;
+  }
+  for (const image_header_fields field :
+       {image_field_contents_type, image_field_contents_mangle_type, image_field_contents_length,
+        image_field_contents_final_length, image_field_contents_checksum, image_field_contents_final_checksum,
+        image_field_contents_passcode_type}) {
+    if (offset >= field && offset < field + sizeof(uint32_t)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+part_order part_order_of_header(const uint8_t* header, bool more) {
+  part_order order;
+  order.type = image_header_get(header, image_field_contents_type);
+  // Traits are taken as far as their texts give the same bytes again.
+  if (char version[32];
+      image_get_version_string(header + image_field_contents_version, version, sizeof version)) {
+    part_version_from_text(version, &order.traits);
+  }
+  if (char code[4]; image_get_product_code_string(header + image_field_product_code, code, sizeof code)) {
+    part_product_code_from_text(code, &order.traits);
+  }
+  if (part_is_rootfs(order.type)) {
+    order.traits.rootfs_size_kib = image_header_get(header, image_field_rootfs_size_kib);
+    order.traits.total_size_kib = image_header_get(header, image_field_total_size_kib);
+  }
+  uint8_t composed[image_header_size];
+  part_compose_header(composed, order, image_header_get(header, image_field_contents_length),
+                      image_header_get(header, image_field_contents_checksum), more);
+  for (uint32_t offset = 0; offset < image_header_size; ++offset) {
+    if (!part_header_byte_is_free(offset) || header[offset] == composed[offset]) {
+      continue;
+    }
+    std::vector<header_bytes>& pieces = order.more_bytes;
+    if (pieces.empty() || pieces.back().offset + pieces.back().bytes.size() != offset) {
+      pieces.push_back({offset, {}});
+    }
+    pieces.back().bytes.push_back(header[offset]);
+  }
+  return order;
 }

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 /// A contents type with an option of its own.
 struct part_option {
@@ -20,6 +22,21 @@ struct part_traits {
   uint8_t product_code[2] = {};  // zero = none
   uint32_t rootfs_size_kib = 0;  // both only in root file system parts, 0 = the device's default
   uint32_t total_size_kib = 0;
+};
+
+/// Bytes of a header that none of the traits can say, such as reserved ones.
+struct header_bytes {
+  uint32_t offset;
+  std::vector<uint8_t> bytes;
+};
+
+/// One part of an image that is to be built.
+struct part_order {
+  uint32_t type = 0;  // image_contents
+  std::string path;   // of the contents
+  part_traits traits;
+  std::vector<header_bytes> more_bytes;  // laid over what follows from all others
+  bool is_empty = false;                 // there are no contents, and no file
 };
 
 /// Result: true with `*type` set when `text` is the name of an option, a name of contents_type_names or a
@@ -44,7 +61,18 @@ bool part_has_destination(uint32_t type);
 /// Result: the name of the type on the device, "unknown" for none.
 const char* part_type_name(uint32_t type);
 
-/// Fills the 256 bytes of `header`: `length` bytes of contents with `checksum`, `more` when another part
-/// follows. Reserved bytes are zero.
-void part_compose_header(uint8_t* header, uint32_t type, const part_traits& traits, uint32_t length,
-                         uint32_t checksum, bool more);
+/// Result: the name of the option for this type, null when it has none.
+const char* part_short_name(uint32_t type);
+
+/// Fills the 256 bytes of `header` for `length` bytes of contents with `checksum`; `more` when another part
+/// follows. Reserved bytes are zero where the order says nothing of them.
+void part_compose_header(uint8_t* header, const part_order& order, uint32_t length, uint32_t checksum,
+                         bool more);
+
+/// Result: true when an order may set this byte of the header; the others follow from the contents, or no
+/// device takes anything else in them.
+bool part_header_byte_is_free(uint32_t offset);
+
+/// Result: the order that the part with this valid header was built from, but for the path. Composing a
+/// header of it gives the same bytes. `more` as above.
+part_order part_order_of_header(const uint8_t* header, bool more);

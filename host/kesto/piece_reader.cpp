@@ -1,4 +1,4 @@
-// See piece_reader.h.
+// Reading contents: holes are found with lseek() SEEK_DATA and passed over.
 #include "kesto/piece_reader.h"
 
 #include <unistd.h>

@@ -1,7 +1,5 @@
-// See report.h.
+// One line each on standard error: "kesto: TEXT".
 #include "kesto/report.h"
-
-#include <getopt.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -39,13 +37,4 @@ int report_usage(const char* command, const char* format, ...) {
   va_end(args);
   fprintf(stderr, " (see 'kesto %s%s--help')\n", command, command[0] != '\0' ? " " : "");
   return exit_usage;
-}
-
-int report_bad_option(const char* command, int getopt_result, char** arguments) {
-  const char* what = getopt_result == ':' ? "needs a value" : "is not known here";
-  const char* word = arguments[optind - 1];
-  if (word[0] == '-' && word[1] == '-') {
-    return report_usage(command, "option '%s' %s", word, what);
-  }
-  return report_usage(command, "option '-%c' %s", optopt, what);
 }

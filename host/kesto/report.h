@@ -15,6 +15,3 @@ void report_warning(const char* format, ...) __attribute__((format(printf, 1, 2)
 
 /// Prints one line "kesto: TEXT (see 'kesto COMMAND --help')"; `command` may be empty. Result: exit_usage.
 int report_usage(const char* command, const char* format, ...) __attribute__((format(printf, 2, 3)));
-
-/// The same for what getopt_long() returned as '?' or ':', with its messages off. Result: exit_usage.
-int report_bad_option(const char* command, int getopt_result, char** arguments);

@@ -51,17 +51,17 @@ constexpr mtd_images destinations[image_contents_count] = {
 const char* find_fault(const uint8_t* header) {
   const auto get = [header](image_header_fields field) { return image_header_get(header, field); };
   if (strncmp(reinterpret_cast<const char*>(header), image_header_id, sizeof image_header_id) != 0) {
-    return "bad Header ID in header\n";
+    return "bad Header ID in header";
   }
-  if (get(image_field_header_type) != 0) return "bad HeaderType in header\n";
-  if (get(image_field_header_length) != image_header_size) return "bad HeaderLength in header\n";
-  if (get(image_field_contents_mangle_type) != 0) return "bad ContentsMangleType in header\n";
+  if (get(image_field_header_type) != 0) return "bad HeaderType in header";
+  if (get(image_field_header_length) != image_header_size) return "bad HeaderLength in header";
+  if (get(image_field_contents_mangle_type) != 0) return "bad ContentsMangleType in header";
   if (get(image_field_contents_length) != get(image_field_contents_final_length)) {
-    return "ContentsLength/ContentsFinalLength mismatch\n";
+    return "ContentsLength/ContentsFinalLength mismatch";
   }
-  if (get(image_field_contents_passcode_type) != 0) return "bad ContentsPasscodeType\n";
+  if (get(image_field_contents_passcode_type) != 0) return "bad ContentsPasscodeType";
   if (get(image_field_contents_checksum) != get(image_field_contents_final_checksum)) {
-    return "image_header_verify: ContentsChecksum32/ContentsFinalChecksum32 mismatch\n";
+    return "image_header_verify: ContentsChecksum32/ContentsFinalChecksum32 mismatch";
   }
   return nullptr;
 }
@@ -96,27 +96,33 @@ uint32_t image_header_checksum(uint8_t* header) {
   return checksum;
 }
 
-bool image_header_verify(uint8_t* header, uint32_t length, bool quiet) {
-  const bool show = !quiet || log_level >= level_verbose;
-  const char* fault = length < image_header_size ? "The size of the header buffer is too small to be valid!\n"
+bool image_header_is_valid(uint8_t* header, uint32_t length, char* text, size_t size) {
+  const char* fault = length < image_header_size ? "The size of the header buffer is too small to be valid!"
                                                  : find_fault(header);
   if (fault != nullptr) {
-    if (show) {
-      log_printf(level_error, "%s", fault);
-    }
+    snprintf(text, size, "%s", fault);
     return false;
   }
   const uint32_t stored = image_header_get(header, image_field_header_checksum);
   const uint32_t calculated = image_header_checksum(header);
   if (stored != calculated) {
-    if (show) {
-      // "Expected" has always been shown in the order of the device's memory.
-      log_printf(level_error, "Header Checksum failed! Expected 0x%x and calculated 0x%x\n",
-                 __builtin_bswap32(stored), calculated);
-    }
+    // "Expected" has always been shown in the order of the device's memory.
+    snprintf(text, size, "Header Checksum failed! Expected 0x%x and calculated 0x%x",
+             __builtin_bswap32(stored), calculated);
     return false;
   }
   return true;
+}
+
+bool image_header_verify(uint8_t* header, uint32_t length, bool quiet) {
+  char fault[96];
+  if (image_header_is_valid(header, length, fault, sizeof fault)) {
+    return true;
+  }
+  if (!quiet || log_level >= level_verbose) {
+    log_printf(level_error, "%s\n", fault);
+  }
+  return false;
 }
 
 bool image_print_info(const uint8_t* header) {

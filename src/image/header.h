@@ -63,9 +63,13 @@ void image_header_set(uint8_t* header, image_header_fields field, uint32_t value
 /// during the computation and restored.
 uint32_t image_header_checksum(uint8_t* header);
 
-/// Checks a header of `length` available bytes. Result: true, or false after the first fault's error, which
+/// Checks a header of `length` available bytes. Result: true, or false with the words for its first fault in
+/// `text` of `size` bytes. Logs nothing. `header` must be writable and is left as it was.
+bool image_header_is_valid(uint8_t* header, uint32_t length, char* text, size_t size);
+
+/// The same with a log. Result: true, or false after the first fault's error, which
 /// is held back when `quiet` and the verbosity is below VERBOSE. The checksum of the contents is not looked
-/// at. `header` must be writable and is left as it was.
+/// at.
 bool image_header_verify(uint8_t* header, uint32_t length, bool quiet);
 
 /// Prints the header's summary. Result: true when its contents have a destination on this device, else false

@@ -2,6 +2,8 @@
 
 import pytest
 
+from kesto_tool import Kesto
+
 
 @pytest.fixture
 def dev(root_device):
@@ -13,3 +15,12 @@ def dev(root_device):
 def tk20(root_tk20):
     """A tk20 at its prompt."""
     return root_tk20
+
+
+@pytest.fixture
+def kesto(build, tmp_path):
+    """The technician's tool in a directory of its own, with two files to make parts of."""
+    tool = Kesto(build / "kesto", tmp_path)
+    tool.file("a", b"first part")
+    tool.file("b", b"the second")
+    return tool

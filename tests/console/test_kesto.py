@@ -7,11 +7,11 @@ import signal
 import struct
 import subprocess
 import time
-from pathlib import Path
 
 import pytest
 
 import images
+from kesto_tool import patched
 
 pytestmark = pytest.mark.not_emulated(reason="a host tool, which never runs on the device's processor")
 
@@ -19,77 +19,6 @@ TYPES = images.TYPE_NAMES
 OPTIONS = {"bootstrap": 1, "bootloader": 2, "boot-env": 3, "kernel": 4, "config-loader": 8, "rootfs-ubifs-16k": 10,
            "oem-defaults": 11, "rootfs-tar": 12, "rootfs-ubifs-128k": 13, "python": 14}
 HEADER_SUM, TYPE, LENGTH, CHECKSUM, NEXT = 16, 24, 40, 52, 200
-
-
-class Kesto:
-    """Runs the program in a directory of its own."""
-
-    def __init__(self, program: Path, directory: Path):
-        self.program, self.directory = program, directory
-
-    def run(self, *words, **options) -> subprocess.CompletedProcess:
-        return subprocess.run([self.program, *map(str, words)], cwd=self.directory, capture_output=True, text=True,
-                              timeout=120, **options)
-
-    def build(self, *words) -> bytes:
-        """Builds out.rom, which must succeed without a word on standard error."""
-        result = self.run("image", "build", "-o", "out.rom", *words)
-        assert (result.returncode, result.stderr) == (0, "")
-        return (self.directory / "out.rom").read_bytes()
-
-    def refuses(self, message: str, *words, status=1, **options):
-        """The command fails with this one line on standard error and nothing else."""
-        result = self.run(*words, **options)
-        assert (result.returncode, result.stdout, result.stderr) == (status, "", f"kesto: {message}\n")
-
-    def refuses_build(self, message: str, *words, **options):
-        """Such a build leaves the directory as it was."""
-        before = self.files()
-        self.refuses(message, "image", "build", *words, **options)
-        assert self.files() == before
-
-    def misused(self, message: str, *words, command="image build "):
-        before = self.files()
-        self.refuses(f"{message} (see 'kesto {command}--help')", *words, status=2)
-        assert self.files() == before
-
-    def files(self) -> dict:
-        return {path.name: (path.stat().st_ino, path.stat().st_mtime_ns) for path in self.directory.iterdir()}
-
-    def file(self, name: str, contents: bytes) -> Path:
-        path = self.directory / name
-        path.write_bytes(contents)
-        return path
-
-    def sparse(self, name: str, size: int, pieces: dict | None = None) -> Path:
-        """A file that is a hole but for `pieces`, bytes by offset."""
-        path = self.directory / name
-        with path.open("wb") as file:
-            for offset, data in (pieces or {}).items():
-                file.seek(offset)
-                file.write(data)
-            file.truncate(size)
-        return path
-
-
-@pytest.fixture
-def kesto(request, tmp_path):
-    build = Path(request.config.getoption("build")).resolve()
-    tool = Kesto(build / "kesto", tmp_path)
-    tool.file("a", b"first part")
-    tool.file("b", b"the second")
-    return tool
-
-
-def patched(image: bytes, offset: int, value, part: int = 0, resum=True) -> bytes:
-    """The image with a number or bytes put into the header at `part`, whose checksum is brought in line."""
-    image = bytearray(image)
-    data = value if isinstance(value, bytes) else struct.pack(">I", value)
-    image[part + offset:part + offset + len(data)] = data
-    if resum:
-        image[part + HEADER_SUM:part + HEADER_SUM + 4] = bytes(4)
-        image[part + HEADER_SUM:part + HEADER_SUM + 4] = struct.pack(">I", images.checksum(image[part:part + 256]))
-    return bytes(image)
 
 
 # --- image build: the bytes
@@ -634,6 +563,15 @@ def test_misuse_of_info_and_verify(kesto, command):
 ])
 def test_no_such_command(kesto, words, message):
     kesto.misused(message, *words, command="")
+
+
+@pytest.mark.parametrize("name", ["image", "verify", "info", "--", "{}", "[a]", "-"])
+def test_operands_may_have_any_name(kesto, name):
+    kesto.build("--kernel", "a")
+    (kesto.directory / "out.rom").rename(kesto.directory / name)
+    words = ["--", name] if name == "--" else [name]
+    assert kesto.run("image", "verify", *words).stdout == f"{name}: OK, 1 part, 266 bytes\n"
+    assert kesto.build("--kernel", name)[256:] == (kesto.directory / name).read_bytes()
 
 
 @pytest.mark.parametrize("option", ["-h", "--help"])
