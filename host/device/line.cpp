@@ -8,6 +8,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <termios.h>
@@ -119,6 +120,13 @@ line::line(const port_name& name, const line_settings& settings) : name_(name) {
     case port_kind::unix_socket:
       open_unix();
       break;
+  }
+}
+
+// Somebody else may have the terminal open, too, and would keep it ours.
+line::~line() {
+  if (is_terminal_) {
+    ioctl(fd_.get(), TIOCNXCL);
   }
 }
 

@@ -23,6 +23,9 @@ class line {
   /// Opens a port and sets it up: 8 data bits, no parity, one stop bit. A terminal device is taken for us alone.
   /// Throws device_failure (status_port) with the reason, a user of the port by name.
   line(const port_name& name, const line_settings& settings);
+  ~line();
+  line(const line&) = delete;
+  line& operator=(const line&) = delete;
 
   const std::string& name() const { return name_.text; }
 

@@ -314,7 +314,6 @@ bool shell_session::recover(milliseconds limit) noexcept {
   line_.shield(true);
   bool there = false;
   try {
-    line_.discard_unsent();
     find_prompt(limit);
     there = true;
   } catch (const std::exception&) {

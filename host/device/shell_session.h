@@ -36,6 +36,8 @@ class shell_session {
   bool wait_for(const std::string& text, milliseconds limit);
   /// Takes note of what has come by now. Result: whether anything has.
   bool listen(milliseconds limit);
+  /// Whether the shell has started anew since start().
+  bool restarted() const;
   /// What came since start(), behind the echo, with "\n" as line end.
   std::string shown() const;
 
@@ -51,7 +53,6 @@ class shell_session {
   bool receive(milliseconds limit);
   bool at_prompt() const;
   bool question_is_asked() const;
-  bool restarted() const;
   void listen_until_silent(clock_type::time_point end);
   bool take_over(clock_type::time_point end);
   bool synchronise();

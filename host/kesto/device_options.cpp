@@ -17,10 +17,11 @@ void device_options_declare(CLI::App& line, device_options& options, bool severa
                                                 "may be given up to 16 times"
                                               : "/dev/ttyUSB0, tcp:HOST:PORT, rfc2217:HOST:PORT or unix:PATH");
   port->type_name("PORT")->group("Device")->required();
-  if (!several) {
-    port->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::Throw);
+  port->allow_extra_args(false);
+  if (several) {
+    port->expected(1, 16);
   } else {
-    port->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    port->expected(1);
   }
   line.add_option("--speed", options.settings.speed, "bits per second, 115200 unless given")
       ->type_name("BPS")

@@ -117,8 +117,7 @@ std::function<int()> declare(CLI::App& line) {
   line.add_option("--port", options->device.ports, "one more to look at: tcp:HOST:PORT, unix:PATH, ...")
       ->type_name("PORT")
       ->group("Options")
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+      ->allow_extra_args(false);
   line.add_option("--speed", options->device.settings.speed, "bits per second, 115200 unless given")
       ->type_name("BPS")
       ->group("Options");

@@ -115,7 +115,7 @@ void run_lines(shell_session& shell, const run_options& options, const std::vect
   shell.find_prompt(options.limit(), options.after_restart);
   for (const script_line& line : lines) {
     if (!result.answers.empty() && result.answers.back().second == answer_kind::restarting) {
-      shell.find_prompt(options.limit(), true);
+      shell.find_prompt(options.limit(), !shell.restarted());
     }
     const auto [given, kind] = is_reset(line.command) ? run_reset(shell, line.command) : [&] {
       answer plain = shell.run(line.command, options.limit());
