@@ -24,6 +24,7 @@ constexpr milliseconds probe_limit{1000};
 constexpr milliseconds settle{300};       // an echo is complete when nothing follows for so long
 constexpr milliseconds prompt_settle{30};  // a prompt is the last that comes
 constexpr milliseconds echo_limit{3000};
+constexpr seconds download_silence{5};
 
 bool ends_with_prompt(const std::string& text) {
   return text == prompt || text.ends_with(std::string("\n") + prompt);
@@ -64,6 +65,13 @@ bool shell_session::receive(milliseconds limit) {
 
 bool shell_session::listen(milliseconds limit) {
   return receive(limit);
+}
+
+bool shell_session::finished(milliseconds limit) {
+  if (!at_prompt()) {
+    receive(limit);
+  }
+  return at_prompt() && !receive(prompt_settle);
 }
 
 bool shell_session::at_prompt() const {
@@ -129,6 +137,10 @@ void shell_session::find_prompt(milliseconds limit, bool after_restart) {
       // runs instead, an empty line waits for it.
       if (++silent_probes % 3 == 0) {
         line_.write(enter);
+      }
+      // A download that somebody left behind ends when nothing comes for 3 seconds.
+      const auto quiet_end = std::min(end, clock_type::now() + (silent_probes == 1 ? seconds(1) : download_silence));
+      while (clock_type::now() < quiet_end && !receive(milliseconds(200))) {
       }
       continue;
     }

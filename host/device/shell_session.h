@@ -34,6 +34,8 @@ class shell_session {
   answer finish(milliseconds limit);
   /// Waits until what came since start() holds `text` or ends in the prompt. Result: whether the text came.
   bool wait_for(const std::string& text, milliseconds limit);
+  /// Waits up to `limit` for something to come. Result: whether what came since start() ends in the prompt.
+  bool finished(milliseconds limit);
   /// Takes note of what has come by now. Result: whether anything has.
   bool listen(milliseconds limit);
   /// Whether the shell has started anew since start().

@@ -19,7 +19,7 @@ class tftp_server {
   tftp_server(const tftp_server&) = delete;
   tftp_server& operator=(const tftp_server&) = delete;
 
-  /// Bytes handed out so far to the client with this address, over all its transfers, or to all when empty.
+  /// Bytes handed out so far, over all transfers.
   uint64_t sent() const { return sent_; }
 
   static constexpr uint16_t well_known_port = 69;

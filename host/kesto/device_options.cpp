@@ -5,12 +5,6 @@
 
 #include "kesto/report.h"
 
-namespace {
-
-constexpr seconds settle_limit{15};
-
-}  // namespace
-
 void device_options_declare(CLI::App& line, device_options& options, bool several) {
   CLI::Option* port = line.add_option("--port", options.ports,
                                       several ? "/dev/ttyUSB0, tcp:HOST:PORT, rfc2217:HOST:PORT or unix:PATH;\n"
@@ -38,11 +32,11 @@ void device_options_declare(CLI::App& line, device_options& options, bool severa
   line.add_flag("--json", options.json, "for programs: see docs/kesto-json.md")->group("Device");
 }
 
-device_failure device_settle(device_connection& connection, const device_failure& failure) {
+device_failure device_settle(device_connection& connection, const device_failure& failure, milliseconds limit) {
   if (failure.status() == status_line_lost || failure.status() == status_restarted) {
     return failure;
   }
-  const bool at_prompt = connection.shell.recover(settle_limit);
+  const bool at_prompt = connection.shell.recover(limit);
   return {failure.status(), fmt::format("{}; {}", failure.what(),
                                         at_prompt ? "the device is at its prompt"
                                                   : "the line is not at a prompt: the device may still be at "

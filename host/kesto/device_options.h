@@ -31,9 +31,10 @@ struct device_connection {
   shell_session shell;
 };
 
-/// Brings the line to rest after `failure`. Result: the failure with what became of the line: at its prompt again,
-/// or not.
-device_failure device_settle(device_connection& connection, const device_failure& failure);
+/// Brings the line to rest after `failure`, within `limit`. Result: the failure with what became of the line: at its
+/// prompt again, or not.
+device_failure device_settle(device_connection& connection, const device_failure& failure,
+                             milliseconds limit = seconds(15));
 
 /// Says a failure on standard error. Result: its exit status.
 int device_report(const device_failure& failure);

@@ -12,12 +12,7 @@ namespace {
 
 constexpr const subcommand* subcommands[] = {
     &image_build, &image_info, &image_verify, &image_check_command, &image_extract,
-    &image_build,
-    &image_info,
-    &image_verify,
-    &image_extract,
-    &device_ports,
-    &device_run,
+    &device_ports, &device_run, &device_show, &device_install,
 };
 
 constexpr program kesto = {
@@ -43,7 +38,8 @@ constexpr program kesto = {
         "  kesto image build -o image.rom --version 3.1.0.0R1 --bootloader u-boot.bin --kernel uImage\n"
         "  kesto image info image.rom\n"
         "  kesto image verify image.rom\n"
-        "  kesto run --port /dev/ttyUSB0 'show bootenv'\n",
+        "  kesto run --port /dev/ttyUSB0 'show bootenv'\n"
+        "  kesto install --port /dev/ttyUSB0 image.rom --bank 2 --erase --check --boot\n",
 };
 
 int run(int argc, char** argv) {

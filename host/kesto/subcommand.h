@@ -22,3 +22,5 @@ extern const subcommand image_info;
 extern const subcommand image_verify;
 extern const subcommand device_ports;
 extern const subcommand device_run;
+extern const subcommand device_show;
+extern const subcommand device_install;
