@@ -12,9 +12,7 @@ void device_options_declare(CLI::App& line, device_options& options, bool severa
                                               : "/dev/ttyUSB0, tcp:HOST:PORT, rfc2217:HOST:PORT or unix:PATH");
   port->type_name("PORT")->group("Device")->required();
   port->allow_extra_args(false);
-  if (several) {
-    port->expected(1, 16);
-  } else {
+  if (!several) {
     port->expected(1);
   }
   line.add_option("--speed", options.settings.speed, "bits per second, 115200 unless given")
