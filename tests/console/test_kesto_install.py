@@ -83,6 +83,7 @@ def test_what_is_not_erased_is_refused_until_told(flash, kesto):
 
 def test_what_would_report_success_and_not_be_good_is_refused(flash, kesto):
     kesto.file("image.rom", images.part(images.CONFIG_LOADER, images.pattern(0x40000, 4)))
+    flash.answer("dmesg", stdout='0x000000100000-0x000000140000 : "config_loader"\n')
     result = kesto.at("install", "image.rom", *QUICK)
     assert result.returncode == 8 and ": too-large: " in result.stderr and "(--force too-large" in result.stderr
     assert flash.partition("config_loader").erased
@@ -91,18 +92,32 @@ def test_what_would_report_success_and_not_be_good_is_refused(flash, kesto):
 def test_reading_back_finds_what_the_device_did_not_see(flash, kesto):
     """Flash that does not take what is written into it, and says nothing."""
     kesto.file("image.rom", CONFIG)
-    flash.fail_call("write", "/dev/mtd8", error=None, result=1 << 20)
+    flash.fail_call("write", "/dev/mtd8", error="EIO")
     result = kesto.at("install", "image.rom", "--check", *QUICK)
     assert result.returncode == 3
     assert "the device reported success, but config_loader: shown as clean; do not use bank 2" in result.stderr
 
 
+class Spoil:
+    """A line that spoils the ID of one header."""
+
+    def __init__(self, number):
+        self._left = number
+
+    def __call__(self, data):
+        if images.ID in data:
+            self._left -= 1
+            return data.replace(images.ID, b"QESTO-1\0", 1) if self._left == 0 else data
+        return data
+
+
 def test_the_device_fails_in_the_middle(flash, kesto):
-    kesto.file("image.rom", CONFIG)
-    flash.fail_call("write", "/dev/mtd8", error="EIO", after=3)
-    result = kesto.at("install", "image.rom", *QUICK)
+    """The second header is refused while most of the image is still to come."""
+    kesto.file("image.rom", images.part(images.CONFIG_LOADER, images.pattern(9000, 4), more=True) + KERNEL)
+    kesto.bridge.garble = Spoil(2)
+    result = kesto.at("install", "image.rom", *ROOTLESS, *QUICK)
     assert result.returncode == 3
-    assert ": the device did not install it: " in result.stderr
+    assert ": the device did not install it: Bad image header 1" in result.stderr
     assert result.stderr.endswith("; bank 2 is not good now, bank 1 boots as before; the device is at its prompt\n")
     flash.console.skip()
     assert flash.command("verbose") == "verbosity is 3\n"
@@ -136,7 +151,7 @@ def test_the_cable_is_pulled_in_the_middle(flash, kesto):
 
 def test_a_second_try(flash, kesto):
     kesto.file("image.rom", CONFIG)
-    flash.fail_call("open", "/dev/mtd8", error="EIO", times=1, after=1)
+    kesto.bridge.garble = Spoil(1)
     record = kesto.json("install", "image.rom", "--retry", "2", *QUICK)["devices"][0]
     assert (record["status"], record["attempts"]) == (0, 2)
     assert installed(flash, "config_loader", CONFIG)
