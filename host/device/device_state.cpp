@@ -84,8 +84,9 @@ void take_mode(device_state& state, const std::string& text) {
 
 void take_console(device_state& state, const std::string& text) {
   auto values = labelled(text, ":");
-  for (const auto& [label, key] : {std::pair("Device", "device"), std::pair("Mode", "mode"),
-                                   std::pair("Speed", "speed"), std::pair("Flow", "flow"), std::pair("Term", "term")}) {
+  for (const auto& [label, key] :
+       {std::pair("Device", "device"), std::pair("Mode", "mode"), std::pair("Speed", "speed"),
+        std::pair("Flow", "flow"), std::pair("Term", "term")}) {
     if (values.contains(label)) {
       state.console[key] = values[label];
     }
@@ -108,7 +109,8 @@ void take_network(device_state& state, const std::string& text) {
 
 void take_environment(device_state& state, const std::string& text) {
   for (const std::string& line : text_lines(text)) {
-    state.environment_is_default = state.environment_is_default || line.starts_with("Cannot read environment");
+    state.environment_is_default =
+        state.environment_is_default || line.starts_with("Cannot read environment");
     const size_t at = line.find('=');
     if (at != std::string::npos && at > 0 && line.find(' ') > at && !line.starts_with("ERROR")) {
       state.environment[line.substr(0, at)] = line.substr(at + 1);
@@ -212,7 +214,8 @@ std::optional<uint64_t> size_with_unit(const std::string& text) {
                           : unit == 'g' || unit == 'G' ? uint64_t{1} << 30
                                                        : 1;
   const bool is_hex = text.starts_with("0x") || text.starts_with("0X");
-  const std::string digits = text.substr(is_hex ? 2 : 0, text.size() - (factor > 1 ? 1 : 0) - (is_hex ? 2 : 0));
+  const std::string digits =
+      text.substr(is_hex ? 2 : 0, text.size() - (factor > 1 ? 1 : 0) - (is_hex ? 2 : 0));
   const auto number = number_of<uint64_t>(digits, is_hex ? 16 : 10);
   return number ? std::optional(*number * factor) : std::nullopt;
 }
@@ -270,7 +273,8 @@ std::string device_state::active_bank() const {
   return bank == "2" || bank == "single" ? bank : "1";
 }
 
-// The device says so in the rows of the volumes: those of an erased partition are clean without a look inside.
+// The device says so in the rows of the volumes: those of an erased partition are clean without a look
+// inside.
 bool device_state::ubi_is_clean() const {
   const auto is_clean = [](const flash_row& row) { return row.is_volume() && row.status == "clean"; };
   return std::any_of(flash.begin(), flash.end(), is_clean);

@@ -10,8 +10,8 @@
 
 #include "device/shell_session.h"
 
-/// A partition or a UBI volume: a row of `flash info` with that of `flash analyze` and what the kernel's log and
-/// the boot environment say of its place.
+/// A partition or a UBI volume: a row of `flash info` with that of `flash analyze` and what the kernel's log
+/// and the boot environment say of its place.
 struct flash_row {
   std::string name;
   std::string node;    // "mtd5", "ubi0_1"
@@ -44,7 +44,8 @@ struct device_state {
   std::string io;
   unsigned serial_ports = 0;
   std::map<std::string, std::string> console;  // "device", "mode", "speed", "flow", "term"
-  std::map<std::string, std::string> network;  // "state", "hw addr", "ip addr", ... as `network info` labels them
+  std::map<std::string, std::string>
+      network;  // "state", "hw addr", "ip addr", ... as `network info` labels them
   std::map<std::string, std::string> environment;
   bool environment_is_default = false;  // nothing valid is stored
   std::string oem_mac_address;          // empty = not set
@@ -58,8 +59,8 @@ struct device_state {
   bool ubi_is_clean() const;
 };
 
-/// Reads the device at its prompt. `says` is called with the name of each command before it runs; `limit` holds for
-/// each, but four times as long for the analysis of the flash. Throws device_failure.
+/// Reads the device at its prompt. `says` is called with the name of each command before it runs; `limit`
+/// holds for each, but four times as long for the analysis of the flash. Throws device_failure.
 device_state device_read(shell_session& shell, milliseconds limit,
                          const std::function<void(const std::string&)>& says = {});
 

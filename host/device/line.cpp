@@ -130,12 +130,13 @@ line::~line() {
   }
 }
 
-// The library finds and opens the port and knows its odd speeds; it keeps its descriptor to itself, so ours is
-// one of our own on the same port, whose settings stay when the library's is closed.
+// The library finds and opens the port and knows its odd speeds; it keeps its descriptor to itself, so ours
+// is one of our own on the same port, whose settings stay when the library's is closed.
 void line::open_serial(const line_settings& settings) {
   unique_fd fd(open(name_.path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
   if (!fd) {
-    no_port(name_, errno == EBUSY ? "in use by another process" : fmt::format("open error ({})", strerror(errno)));
+    no_port(name_,
+            errno == EBUSY ? "in use by another process" : fmt::format("open error ({})", strerror(errno)));
   }
   if (isatty(fd.get()) == 0) {
     no_port(name_, "not a serial port");
@@ -168,7 +169,8 @@ void line::open_serial(const line_settings& settings) {
 void line::open_pseudo() {
   unique_fd fd(open(name_.path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
   if (!fd) {
-    no_port(name_, errno == EBUSY ? "in use by another process" : fmt::format("open error ({})", strerror(errno)));
+    no_port(name_,
+            errno == EBUSY ? "in use by another process" : fmt::format("open error ({})", strerror(errno)));
   }
   // Whoever made the pair may keep this end open, too; only a lock says that it is used.
   refuse_used(name_, fd.get(), false);

@@ -20,8 +20,8 @@ struct line_settings {
 
 class line {
  public:
-  /// Opens a port and sets it up: 8 data bits, no parity, one stop bit. A terminal device is taken for us alone.
-  /// Throws device_failure (status_port) with the reason, a user of the port by name.
+  /// Opens a port and sets it up: 8 data bits, no parity, one stop bit. A terminal device is taken for us
+  /// alone. Throws device_failure (status_port) with the reason, a user of the port by name.
   line(const port_name& name, const line_settings& settings);
   ~line();
   line(const line&) = delete;
@@ -33,8 +33,8 @@ class line {
     bool readable = false;
     bool writable = false;
   };
-  /// Waits until bytes have come or can be sent, or `limit` has passed. Throws device_failure: status_interrupted
-  /// once Ctrl-C was pressed, unless shielded; status_line_lost when the line is gone.
+  /// Waits until bytes have come or can be sent, or `limit` has passed. Throws device_failure:
+  /// status_interrupted once Ctrl-C was pressed, unless shielded; status_line_lost when the line is gone.
   readiness wait(bool for_reading, bool for_writing, milliseconds limit);
   /// Result: what has come by now, or nothing. Throws as wait() does.
   std::string take();

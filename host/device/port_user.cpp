@@ -38,8 +38,8 @@ bool has_open(const fs::path& process, dev_t device) {
   return false;
 }
 
-// Result: the first other process that has the device open, or an empty text. Processes of other people cannot
-// be looked into without privilege.
+// Result: the first other process that has the device open, or an empty text. Processes of other people
+// cannot be looked into without privilege.
 std::string holder(dev_t device) {
   std::error_code error;
   for (fs::directory_iterator entry("/proc", error), end; !error && entry != end; entry.increment(error)) {
@@ -59,7 +59,8 @@ std::string holder(dev_t device) {
 std::string lock_file_owner(const std::string& path) {
   std::ifstream file("/var/lock/LCK.." + fs::path(path).filename().string());
   long pid = 0;
-  if (!(file >> pid) || pid <= 0 || pid == getpid() || (kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH)) {
+  if (!(file >> pid) || pid <= 0 || pid == getpid() ||
+      (kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH)) {
     return {};
   }
   return process_name(pid);

@@ -22,8 +22,9 @@ size_t read_at(int file, uint64_t offset, std::string& buffer) {
       return static_cast<size_t>(count);
     }
     if (count == 0 || errno != EINTR) {
-      throw device_failure(status_failed, fmt::format("the image cannot be read at offset {} ({})", offset,
-                                                      count == 0 ? "it has become shorter" : strerror(errno)));
+      throw device_failure(status_failed,
+                           fmt::format("the image cannot be read at offset {} ({})", offset,
+                                       count == 0 ? "it has become shorter" : strerror(errno)));
     }
   }
 }
@@ -68,7 +69,8 @@ bool serial_send(const serial_sending& sending) {
     size_t taken = 0;
     if (ready.writable) {
       const uint64_t most = allowed(sending, begin) - std::min(sent, allowed(sending, begin));
-      taken = sending.data->write_some(piece.substr(0, static_cast<size_t>(std::min<uint64_t>(piece.size(), most))));
+      taken = sending.data->write_some(
+          piece.substr(0, static_cast<size_t>(std::min<uint64_t>(piece.size(), most))));
       piece.remove_prefix(taken);
       sent += taken;
       sending.progress(sent);
@@ -77,9 +79,10 @@ bool serial_send(const serial_sending& sending) {
     if (taken != 0 || !may_send) {
       last_taken = now;
     } else if (now - last_taken > sending.patience) {
-      throw device_failure(status_line_lost,
-                           fmt::format("{}: takes no more after {} of {} bytes; is RTS/CTS wired? (--no-flow)",
-                                       sending.data->name(), sent, sending.size));
+      throw device_failure(
+          status_line_lost,
+          fmt::format("{}: takes no more after {} of {} bytes; is RTS/CTS wired? (--no-flow)",
+                      sending.data->name(), sent, sending.size));
     }
   }
   return true;

@@ -1,5 +1,5 @@
-// See shell_session.h. Keys that are sent: a blank with a backspace behind it, Ctrl-C (3), Enter (13), and text.
-// Texts that are known: the prompt, the question, the notice of a start.
+// See shell_session.h. Keys that are sent: a blank with a backspace behind it, Ctrl-C (3), Enter (13), and
+// text. Texts that are known: the prompt, the question, the notice of a start.
 #include "device/shell_session.h"
 
 #include <fmt/format.h>
@@ -17,11 +17,11 @@ constexpr const char* ctrl_c = "\x03";
 constexpr const char* enter = "\r";
 constexpr size_t longest_command = 255;
 
-// Has no effect in the line editor, whatever stands in the line, and is no yes to a question. Whoever waits for
-// a line echoes it; a command that runs leaves it in the queue, where it does no harm later.
+// Has no effect in the line editor, whatever stands in the line, and is no yes to a question. Whoever waits
+// for a line echoes it; a command that runs leaves it in the queue, where it does no harm later.
 constexpr const char* probe = " \b";
 constexpr milliseconds probe_limit{1000};
-constexpr milliseconds settle{300};       // an echo is complete when nothing follows for so long
+constexpr milliseconds settle{300};        // an echo is complete when nothing follows for so long
 constexpr milliseconds prompt_settle{30};  // a prompt is the last that comes
 constexpr milliseconds echo_limit{3000};
 constexpr seconds download_silence{5};
@@ -36,7 +36,8 @@ std::string last_line(const std::string& text) {
     return {};
   }
   const size_t begin = text.find_last_of("\r\n", last);
-  return text.substr(begin == std::string::npos ? 0 : begin + 1, last - (begin == std::string::npos ? -1 : begin));
+  return text.substr(begin == std::string::npos ? 0 : begin + 1,
+                     last - (begin == std::string::npos ? -1 : begin));
 }
 
 // A boot loader counts down on one line and stops at the first key.
@@ -139,7 +140,8 @@ void shell_session::find_prompt(milliseconds limit, bool after_restart) {
         line_.write(enter);
       }
       // A download that somebody left behind ends when nothing comes for 3 seconds.
-      const auto quiet_end = std::min(end, clock_type::now() + (silent_probes == 1 ? seconds(1) : download_silence));
+      const auto quiet_end =
+          std::min(end, clock_type::now() + (silent_probes == 1 ? seconds(1) : download_silence));
       while (clock_type::now() < quiet_end && !receive(milliseconds(200))) {
       }
       continue;
@@ -148,16 +150,16 @@ void shell_session::find_prompt(milliseconds limit, bool after_restart) {
       return;
     }
     if (foreign_prompts_ >= 3) {
-      throw device_failure(status_no_prompt,
-                           fmt::format("{}: this is not the shell; it shows '{}'", line_.name(),
-                                       one_line(last_line(received_))));
+      throw device_failure(status_no_prompt, fmt::format("{}: this is not the shell; it shows '{}'",
+                                                         line_.name(), one_line(last_line(received_))));
     }
   }
   no_prompt("no prompt of the shell", limit);
 }
 
-// Somebody waits for a line. Ctrl-C drops what the line editor has; a question does not hear it, and what it was
-// sent so far is no yes, so Enter ends it. Result: whether the prompt is there, and nothing else can come.
+// Somebody waits for a line. Ctrl-C drops what the line editor has; a question does not hear it, and what it
+// was sent so far is no yes, so Enter ends it. Result: whether the prompt is there, and nothing else can
+// come.
 bool shell_session::take_over(clock_type::time_point end) {
   const bool may_be_question = received_ == " ";
   received_.clear();
@@ -180,8 +182,8 @@ bool shell_session::take_over(clock_type::time_point end) {
   return false;
 }
 
-// Text that nobody else types comes back, and then the prompt: nothing that was asked for before is still on its
-// way. The line is dropped again, so it does not reach the history.
+// Text that nobody else types comes back, and then the prompt: nothing that was asked for before is still on
+// its way. The line is dropped again, so it does not reach the history.
 bool shell_session::synchronise() {
   std::string mark = ";";
   for (int i = 0; i < 6; ++i) {
@@ -235,8 +237,8 @@ void shell_session::start(const std::string& command) {
       const std::string shown = one_line(last_line(received_));
       recover(seconds(5));
       throw device_failure(status_no_prompt,
-                           fmt::format("{}: '{}' was typed and came back as '{}'; nothing was run", line_.name(),
-                                       command, shown));
+                           fmt::format("{}: '{}' was typed and came back as '{}'; nothing was run",
+                                       line_.name(), command, shown));
     }
     find_prompt(seconds(10));
   }
@@ -300,9 +302,9 @@ answer shell_session::finish(milliseconds limit) {
   const bool was_restart = restarted();
   received_.clear();
   if (was_restart) {
-    throw device_failure(
-        status_restarted,
-        fmt::format("{}: the device restarted during '{}' and is at its prompt again", line_.name(), command_));
+    throw device_failure(status_restarted,
+                         fmt::format("{}: the device restarted during '{}' and is at its prompt again",
+                                     line_.name(), command_));
   }
   return result;
 }

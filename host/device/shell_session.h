@@ -1,4 +1,5 @@
-// A session with the shell at the end of a line: brings it to its prompt, types commands, collects what they say.
+// A session with the shell at the end of a line: brings it to its prompt, types commands, collects what they
+// say.
 #pragma once
 
 #include <functional>
@@ -19,17 +20,18 @@ class shell_session {
   /// Whether the question before a destructive command is answered with yes.
   bool says_yes = false;
 
-  /// Brings the line to the prompt, in whatever state it is: a half-typed line is dropped, a question answered
-  /// with no, a command that runs is waited for, as is a boot. Nothing is typed into a boot log that scrolls by.
-  /// With `after_restart` nothing at all is typed until the shell has started anew. Throws status_no_prompt.
+  /// Brings the line to the prompt, in whatever state it is: a half-typed line is dropped, a question
+  /// answered with no, a command that runs is waited for, as is a boot. Nothing is typed into a boot log that
+  /// scrolls by. With `after_restart` nothing at all is typed until the shell has started anew. Throws
+  /// status_no_prompt.
   void find_prompt(milliseconds limit, bool after_restart = false);
 
-  /// Types a command and waits for the next prompt. The echo is compared before Enter, so that a line that drops
-  /// bytes runs nothing. Throws status_no_prompt, status_restarted.
+  /// Types a command and waits for the next prompt. The echo is compared before Enter, so that a line that
+  /// drops bytes runs nothing. Throws status_no_prompt, status_restarted.
   answer run(const std::string& command, milliseconds limit);
 
-  /// The two halves of run(), for commands that do not simply end: types a command, Enter included; waits until
-  /// what came since ends in the prompt.
+  /// The two halves of run(), for commands that do not simply end: types a command, Enter included; waits
+  /// until what came since ends in the prompt.
   void start(const std::string& command);
   answer finish(milliseconds limit);
   /// Waits until what came since start() holds `text` or ends in the prompt. Result: whether the text came.
@@ -43,12 +45,12 @@ class shell_session {
   /// What came since start(), behind the echo, with "\n" as line end.
   std::string shown() const;
 
-  /// Ends the command that runs, as Ctrl-C at a terminal does; what it was doing on the device stays undone. Throws
-  /// nothing.
+  /// Ends the command that runs, as Ctrl-C at a terminal does; what it was doing on the device stays undone.
+  /// Throws nothing.
   void interrupt() noexcept;
 
-  /// After a failure or Ctrl-C: tries to get the prompt back within `limit`. Result: whether it is there. Throws
-  /// nothing; when the line is gone there is no prompt.
+  /// After a failure or Ctrl-C: tries to get the prompt back within `limit`. Result: whether it is there.
+  /// Throws nothing; when the line is gone there is no prompt.
   bool recover(milliseconds limit) noexcept;
 
  private:

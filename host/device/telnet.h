@@ -1,5 +1,5 @@
-// The telnet protocol as far as a serial port of another computer needs it: bytes of 8 bits (RFC 856), and the
-// port's settings and flow (RFC 2217). Knows no sockets.
+// The telnet protocol as far as a serial port of another computer needs it: bytes of 8 bits (RFC 856), and
+// the port's settings and flow (RFC 2217). Knows no sockets.
 #pragma once
 
 #include <cstdint>

@@ -30,8 +30,8 @@ enum packets : uint16_t { read_request = 1, write_request, data, acknowledgement
 enum errors : uint16_t { not_found = 1, access_violation, illegal_operation = 4 };
 
 constexpr uint32_t plain_block = 512, smallest_block = 8, largest_block = 65464;
-// A client that installs what has come does not take anything meanwhile, which may last minutes: it is asked again
-// and again, ever more seldom, and forgotten when it is surely gone.
+// A client that installs what has come does not take anything meanwhile, which may last minutes: it is asked
+// again and again, ever more seldom, and forgotten when it is surely gone.
 constexpr std::chrono::milliseconds first_wait{1000}, longest_wait{8000};
 constexpr std::chrono::minutes gone{15};
 
@@ -89,20 +89,22 @@ sockaddr_in address_of(const std::string& text, uint16_t port) {
   if (code == EACCES || code == EPERM) {
     throw device_failure(
         status_server,
-        fmt::format("UDP port {} needs a privilege: grant it once with 'setcap cap_net_bind_service+ep $(command -v "
-                    "kesto)', or name a server that is there already (--tftp ADDRESS:FILE)",
-                    port));
+        fmt::format(
+            "UDP port {} needs a privilege: grant it once with 'setcap cap_net_bind_service+ep $(command -v "
+            "kesto)', or name a server that is there already (--tftp ADDRESS:FILE)",
+            port));
   }
   if (code == EADDRINUSE) {
-    throw device_failure(status_server, fmt::format("{} port {} is taken by a server that is there already: put "
-                                                    "the image there and use --tftp {}:FILE",
-                                                    address, port, address));
+    throw device_failure(status_server,
+                         fmt::format("{} port {} is taken by a server that is there already: put "
+                                     "the image there and use --tftp {}:FILE",
+                                     address, port, address));
   }
   if (code == EADDRNOTAVAIL) {
-    throw device_failure(status_server,
-                         fmt::format("{} is no address of this computer: a server there needs the name of the "
-                                     "file (--tftp {}:FILE)",
-                                     address, address));
+    throw device_failure(
+        status_server, fmt::format("{} is no address of this computer: a server there needs the name of the "
+                                   "file (--tftp {}:FILE)",
+                                   address, address));
   }
   throw device_failure(status_server, fmt::format("{} port {}: {}", address, port, strerror(code)));
 }
@@ -165,7 +167,8 @@ void tftp_server::serve() {
     const auto now = clock_type::now();
     size_t at = 2;
     for (auto one = state_->transfers.begin(); one != state_->transfers.end(); ++at) {
-      const bool is_over = (waits[at].revents != 0 && !take_acknowledgement(*one)) || now - one->heard_at > gone;
+      const bool is_over =
+          (waits[at].revents != 0 && !take_acknowledgement(*one)) || now - one->heard_at > gone;
       if (is_over) {
         one = state_->transfers.erase(one);
         continue;
@@ -193,7 +196,8 @@ void tftp_server::take_request() {
   }
   const std::string_view packet(buffer.data(), static_cast<size_t>(count));
   const auto answer = [&](const std::string& text) {
-    sendto(socket_.get(), text.data(), text.size(), 0, reinterpret_cast<const sockaddr*>(&client), sizeof client);
+    sendto(socket_.get(), text.data(), text.size(), 0, reinterpret_cast<const sockaddr*>(&client),
+           sizeof client);
   };
   const std::vector<std::string> words = request_words(packet);
   if (word_at(packet, 0) == write_request) {
@@ -208,9 +212,9 @@ void tftp_server::take_request() {
     return answer(error_packet(not_found, "No such file"));
   }
   // A request that is repeated, because our answer was slow, is not a second transfer.
-  const bool is_known = std::any_of(state_->transfers.begin(), state_->transfers.end(), [&client](const client_transfer& one) {
-    return same_address(one.client, client);
-  });
+  const bool is_known =
+      std::any_of(state_->transfers.begin(), state_->transfers.end(),
+                  [&client](const client_transfer& one) { return same_address(one.client, client); });
   if (is_known) {
     return;
   }
@@ -258,7 +262,8 @@ void tftp_server::send_next(client_transfer& transfer, bool again) {
     const uint64_t wanted = std::min<uint64_t>(transfer.block_size, size_ - std::min(size_, offset));
     uint64_t got = 0;
     while (got < wanted) {
-      const ssize_t count = pread(file_.get(), block.data() + got, wanted - got, static_cast<off_t>(offset + got));
+      const ssize_t count =
+          pread(file_.get(), block.data() + got, wanted - got, static_cast<off_t>(offset + got));
       if (count <= 0) {
         break;
       }

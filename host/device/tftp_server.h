@@ -12,8 +12,9 @@
 
 class tftp_server {
  public:
-  /// Serves the file at `path` under the name `name` on `address`, UDP port `port`, from a thread of its own. Throws
-  /// device_failure (status_server) when the file or the port cannot be opened; a missing privilege is named.
+  /// Serves the file at `path` under the name `name` on `address`, UDP port `port`, from a thread of its own.
+  /// Throws device_failure (status_server) when the file or the port cannot be opened; a missing privilege is
+  /// named.
   tftp_server(const std::string& path, std::string name, const std::string& address, uint16_t port);
   ~tftp_server();
   tftp_server(const tftp_server&) = delete;

@@ -6,10 +6,11 @@
 #include "kesto/report.h"
 
 void device_options_declare(CLI::App& line, device_options& options, bool several) {
-  CLI::Option* port = line.add_option("--port", options.ports,
-                                      several ? "/dev/ttyUSB0, tcp:HOST:PORT, rfc2217:HOST:PORT or unix:PATH;\n"
-                                                "may be given up to 16 times"
-                                              : "/dev/ttyUSB0, tcp:HOST:PORT, rfc2217:HOST:PORT or unix:PATH");
+  CLI::Option* port =
+      line.add_option("--port", options.ports,
+                      several ? "/dev/ttyUSB0, tcp:HOST:PORT, rfc2217:HOST:PORT or unix:PATH;\n"
+                                "may be given up to 16 times"
+                              : "/dev/ttyUSB0, tcp:HOST:PORT, rfc2217:HOST:PORT or unix:PATH");
   port->type_name("PORT")->group("Device")->required();
   port->allow_extra_args(false);
   if (!several) {
@@ -30,7 +31,8 @@ void device_options_declare(CLI::App& line, device_options& options, bool severa
   line.add_flag("--json", options.json, "for programs: see docs/kesto-json.md")->group("Device");
 }
 
-device_failure device_settle(device_connection& connection, const device_failure& failure, milliseconds limit) {
+device_failure device_settle(device_connection& connection, const device_failure& failure,
+                             milliseconds limit) {
   if (failure.status() == status_line_lost || failure.status() == status_restarted) {
     return failure;
   }

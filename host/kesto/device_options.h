@@ -31,8 +31,8 @@ struct device_connection {
   shell_session shell;
 };
 
-/// Brings the line to rest after `failure`, within `limit`. Result: the failure with what became of the line: at its
-/// prompt again, or not.
+/// Brings the line to rest after `failure`, within `limit`. Result: the failure with what became of the line:
+/// at its prompt again, or not.
 device_failure device_settle(device_connection& connection, const device_failure& failure,
                              milliseconds limit = seconds(15));
 

@@ -48,7 +48,8 @@ std::string escaped(const std::string& text) {
 
 std::string size_text(uint64_t bytes) {
   const double value = static_cast<double>(bytes);
-  return bytes >= 1 << 20 ? fmt::format("{:.4g} MiB", value / (1 << 20)) : fmt::format("{:.4g} KiB", value / 1024);
+  return bytes >= 1 << 20 ? fmt::format("{:.4g} MiB", value / (1 << 20))
+                          : fmt::format("{:.4g} KiB", value / 1024);
 }
 
 const char* class_of(const piece& piece, const device_state& state) {
@@ -80,8 +81,10 @@ bar chip_bar(const device_state& state, const std::string& type) {
   bar made{.title = type + " flash", .pieces = {}, .size = 0};
   for (const flash_row& row : state.flash) {
     if (row.type == type && !row.is_volume() && row.size) {
-      made.pieces.push_back(
-          {.row = &row, .start = row.start.value_or(made.size), .size = *row.size, .is_estimate = !row.start});
+      made.pieces.push_back({.row = &row,
+                             .start = row.start.value_or(made.size),
+                             .size = *row.size,
+                             .is_estimate = !row.start});
       made.size = std::max(made.size, made.pieces.back().start + *row.size);
     }
   }
@@ -90,8 +93,8 @@ bar chip_bar(const device_state& state, const std::string& type) {
   return made;
 }
 
-// Volumes stand in the order of the table: UBI gives them no place. One that the device did not look into has what
-// is left over, in equal shares.
+// Volumes stand in the order of the table: UBI gives them no place. One that the device did not look into has
+// what is left over, in equal shares.
 bar volume_bar(const device_state& state) {
   bar made{.title = "volumes of ubi0", .pieces = {}, .size = 0};
   const flash_row* whole = state.row("ubi0");
@@ -122,8 +125,8 @@ bar volume_bar(const device_state& state) {
 
 // Draws a bar. Result: the height that it takes, with what did not fit inside below it.
 double draw(const bar& drawn, const device_state& state, double top, std::string& out) {
-  out += fmt::format("<text class=\"title\" x=\"{}\" y=\"{}\">{}, {}</text>\n", margin, top + 14, escaped(drawn.title),
-                     size_text(drawn.size));
+  out += fmt::format("<text class=\"title\" x=\"{}\" y=\"{}\">{}, {}</text>\n", margin, top + 14,
+                     escaped(drawn.title), size_text(drawn.size));
   const double bar_top = top + 24;
   const double scale = bar_width / static_cast<double>(std::max<uint64_t>(drawn.size, 1));
   double below = bar_top + bar_height + 20;
@@ -131,7 +134,8 @@ double draw(const bar& drawn, const device_state& state, double top, std::string
     const double left = margin + static_cast<double>(one.start) * scale;
     const double width = std::max(static_cast<double>(one.size) * scale, 1.5);
     const std::string name = escaped(one.row->name);
-    const std::string size = (one.is_estimate && one.row->is_volume()) ? "size not known" : size_text(one.size);
+    const std::string size =
+        (one.is_estimate && one.row->is_volume()) ? "size not known" : size_text(one.size);
     const std::string contents = escaped(contents_text(*one.row));
     out += fmt::format(
         "<g><title>{0}: {1}, {2}</title><rect class=\"{3}\" x=\"{4:.2f}\" y=\"{5:.2f}\" width=\"{6:.2f}\" "
@@ -139,8 +143,8 @@ double draw(const bar& drawn, const device_state& state, double top, std::string
         name, size, contents, class_of(one, state), left, bar_top, width, bar_height);
     if (one.row->used && one.row->size && !one.row->is_volume() && one.row->name != "ubi0") {
       const double used = std::min(static_cast<double>(*one.row->used) * scale, width);
-      out += fmt::format("<rect class=\"used\" x=\"{:.2f}\" y=\"{:.2f}\" width=\"{:.2f}\" height=\"5\"/>", left,
-                         bar_top + bar_height - 5, used);
+      out += fmt::format("<rect class=\"used\" x=\"{:.2f}\" y=\"{:.2f}\" width=\"{:.2f}\" height=\"5\"/>",
+                         left, bar_top + bar_height - 5, used);
     }
     if (width >= narrow) {
       out += fmt::format(
@@ -150,8 +154,8 @@ double draw(const bar& drawn, const device_state& state, double top, std::string
       out += fmt::format(
           "<path class=\"lead\" d=\"M{0:.2f} {1:.2f}V{2:.2f}H{3:.2f}\"/><text class=\"small\" x=\"{4:.2f}\" "
           "y=\"{5:.2f}\">{6} ({7}): {8}</text>",
-          left + width / 2, bar_top + bar_height, below - 4, left + width / 2 + 10, left + width / 2 + 14, below, name,
-          size, contents);
+          left + width / 2, bar_top + bar_height, below - 4, left + width / 2 + 10, left + width / 2 + 14,
+          below, name, size, contents);
       below += label_height;
     }
     out += "</g>\n";
@@ -173,9 +177,12 @@ constexpr const char* style =
 std::string legend(double top, const std::string& bank) {
   std::string out;
   double left = margin;
-  const std::pair<const char*, std::string> rows[] = {
-      {"active", fmt::format("boots (bank {})", bank)}, {"inactive", "other bank"}, {"common", "of no bank"},
-      {"dirty", "not recognised"},                      {"clean", "erased"},        {"unknown", "not looked at"}};
+  const std::pair<const char*, std::string> rows[] = {{"active", fmt::format("boots (bank {})", bank)},
+                                                      {"inactive", "other bank"},
+                                                      {"common", "of no bank"},
+                                                      {"dirty", "not recognised"},
+                                                      {"clean", "erased"},
+                                                      {"unknown", "not looked at"}};
   for (const auto& [name, text] : rows) {
     out += fmt::format(
         "<rect class=\"{}\" x=\"{}\" y=\"{}\" width=\"14\" height=\"14\"/><text class=\"small\" x=\"{}\" "
@@ -210,11 +217,13 @@ std::string flash_picture(const device_state& state) {
   std::string unplaced;
   for (const flash_row& row : state.flash) {
     if (!row.is_volume() && !row.size) {
-      unplaced += fmt::format("{}{} ({})", unplaced.empty() ? "" : ", ", escaped(row.name), escaped(contents_text(row)));
+      unplaced += fmt::format("{}{} ({})", unplaced.empty() ? "" : ", ", escaped(row.name),
+                              escaped(contents_text(row)));
     }
   }
   if (!unplaced.empty()) {
-    body += fmt::format("<text class=\"small\" x=\"{}\" y=\"{}\">Size not known: {}</text>\n", margin, top + 12, unplaced);
+    body += fmt::format("<text class=\"small\" x=\"{}\" y=\"{}\">Size not known: {}</text>\n", margin,
+                        top + 12, unplaced);
     top += 26;
   }
   body += legend(top, state.active_bank());

@@ -29,9 +29,7 @@ bool may_try_again(int status) {
 class production {
  public:
   production(const install_options& options, const verified_image& image, const tftp_server* server)
-      : options_(options),
-        image_(image),
-        progress_(options.ports, options.json) {
+      : options_(options), image_(image), progress_(options.ports, options.json) {
     for (size_t i = 0; i < options.ports.size(); ++i) {
       devices_.push_back(std::make_unique<installation>(options, image, server, i, progress_));
     }
@@ -42,7 +40,9 @@ class production {
     if (!agreed()) {
       for (const auto& device : devices_) {
         if (device->record().status == status_success) {
-          fail(device->record(), device_failure(status_refused, device->record().port + ": not agreed to erase; nothing was done"));
+          fail(device->record(),
+               device_failure(status_refused,
+                              device->record().port + ": not agreed to erase; nothing was done"));
         }
       }
     }
@@ -61,7 +61,8 @@ class production {
     record.message = failure.what();
   }
 
-  // Runs an action for each device that is still good, all at once. A failure of one does not touch the others.
+  // Runs an action for each device that is still good, all at once. A failure of one does not touch the
+  // others.
   void each(void (installation::*action)()) {
     std::vector<std::thread> threads;
     for (const auto& device : devices_) {
@@ -145,7 +146,9 @@ class production {
     int worst = status_success;
     for (const auto& device : devices_) {
       const int status = device->record().status;
-      worst = worst == status_success || status == status_interrupted ? (status != status_success ? status : worst) : worst;
+      worst = worst == status_success || status == status_interrupted
+                  ? (status != status_success ? status : worst)
+                  : worst;
     }
     return worst;
   }
@@ -181,8 +184,8 @@ class production {
       fmt::print("read back: {}\n", checked);
     }
     if (record.status == status_success) {
-      fmt::print("{}: {} installed for bank {}, {} bytes in {:.1f} s ({} KiB/s){}\n", record.port, options_.image,
-                 record.bank, record.bytes, record.send_seconds, rate(record),
+      fmt::print("{}: {} installed for bank {}, {} bytes in {:.1f} s ({} KiB/s){}\n", record.port,
+                 options_.image, record.bank, record.bytes, record.send_seconds, rate(record),
                  record.booted.empty() ? "" : fmt::format("; up came: {}", record.booted));
     } else if (!record.message.empty()) {
       fflush(stdout);
@@ -260,10 +263,11 @@ std::unique_ptr<tftp_server> serve(install_options& options) {
   options.tftp_file = std::filesystem::path(options.image).filename();
   std::replace_if(
       options.tftp_file.begin(), options.tftp_file.end(),
-      [](char c) { return c <= ' ' || c > '~' || c == '#' || c == ';' || c == '"' || c == '$' || c == '`'; }, '_');
-  return std::make_unique<tftp_server>(options.image, options.tftp_file,
-                                       options.tftp_listen.empty() ? options.tftp_address : options.tftp_listen,
-                                       options.tftp_port);
+      [](char c) { return c <= ' ' || c > '~' || c == '#' || c == ';' || c == '"' || c == '$' || c == '`'; },
+      '_');
+  return std::make_unique<tftp_server>(
+      options.image, options.tftp_file,
+      options.tftp_listen.empty() ? options.tftp_address : options.tftp_listen, options.tftp_port);
 }
 
 int run(install_options& options) {
@@ -282,16 +286,21 @@ int run(install_options& options) {
 
 void declare_way(CLI::App& line, install_options& options) {
   const char* group = "How it gets there";
-  line.add_flag("--serial", options.serial, "over the console's line, or --data-port; this is the default")->group(group);
-  line.add_option("--data-port", options.data_ports, "another line to the device; one for each --port, in their order")
+  line.add_flag("--serial", options.serial, "over the console's line, or --data-port; this is the default")
+      ->group(group);
+  line.add_option("--data-port", options.data_ports,
+                  "another line to the device; one for each --port, in their order")
       ->type_name("PORT")
       ->group(group)
       ->allow_extra_args(false);
   line.add_option("--data-number", options.data_number, "number of that port on the device, 2 unless given")
       ->type_name("N")
       ->group(group);
-  line.add_option("--data-speed", options.data_speed, "its speed, 115200 unless given")->type_name("BPS")->group(group);
-  line.add_option("--pace", options.pace, "send no more than so many bytes a second, for lines without flow control")
+  line.add_option("--data-speed", options.data_speed, "its speed, 115200 unless given")
+      ->type_name("BPS")
+      ->group(group);
+  line.add_option("--pace", options.pace,
+                  "send no more than so many bytes a second, for lines without flow control")
       ->type_name("BYTES")
       ->group(group);
   line.add_option("--tftp", options.tftp_address,
@@ -299,7 +308,8 @@ void declare_way(CLI::App& line, install_options& options) {
                   "meanwhile, or from ADDRESS:FILE, a server that has it")
       ->type_name("ADDRESS[:FILE]")
       ->group(group);
-  line.add_option("--listen", options.tftp_listen, "where kesto serves, when the devices know it by another address")
+  line.add_option("--listen", options.tftp_listen,
+                  "where kesto serves, when the devices know it by another address")
       ->type_name("ADDRESS")
       ->group(group);
 }
@@ -317,20 +327,26 @@ std::function<int()> declare(CLI::App& line) {
   line.add_flag("--erase", options->erase, "erase before what has to be erased; asks once")->group(group);
   line.add_flag("--check", options->check, "read back what was installed, and compare")->group(group);
   line.add_flag("--boot", options->boot, "reset the device, and wait for what comes up")->group(group);
-  line.add_option("--expect", options->expect, "text that the boot has to show")->type_name("TEXT")->group(group);
+  line.add_option("--expect", options->expect, "text that the boot has to show")
+      ->type_name("TEXT")
+      ->group(group);
   line.add_flag("--yes", options->yes, "do not ask")->group(group);
   line.add_option("--force", options->forced, "install in spite of this finding; may be given several times")
       ->type_name("NAME")
       ->group(group)
       ->allow_extra_args(false);
-  line.add_option("--retry", options->retries, "try again so often where a device failed")->type_name("N")->group(group);
-  line.add_option("--install-limit", options->install_limit_seconds, "how long the device may take, 1800 unless given")
+  line.add_option("--retry", options->retries, "try again so often where a device failed")
+      ->type_name("N")
+      ->group(group);
+  line.add_option("--install-limit", options->install_limit_seconds,
+                  "how long the device may take, 1800 unless given")
       ->type_name("SECONDS")
       ->group(group);
   line.add_option("--boot-limit", options->boot_limit_seconds, "how long the boot may take, 180 unless given")
       ->type_name("SECONDS")
       ->group(group);
-  line.add_option("--settle", options->settle_ms, "wait between the begin of a download and the first byte;\n2500 unless given")
+  line.add_option("--settle", options->settle_ms,
+                  "wait between the begin of a download and the first byte;\n2500 unless given")
       ->type_name("MS")
       ->group(group);
   return [options] { return run(*options); };

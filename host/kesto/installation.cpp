@@ -1,5 +1,5 @@
-// See installation.h. Commands that are run: flash kill BANK kernel, flash download serial, flash download network,
-// flash analyze, reset, and those of device_read().
+// See installation.h. Commands that are run: flash kill BANK kernel, flash download serial, flash download
+// network, flash analyze, reset, and those of device_read().
 #include "kesto/installation.h"
 
 #include <fcntl.h>
@@ -33,7 +33,8 @@ bool is_kernel(const image_check_part& part) {
 
 // Whether a finding stands against the installation.
 bool stands_against(const image_check_finding& finding) {
-  return finding.severity == image_check_severity::refused || finding.severity == image_check_severity::danger;
+  return finding.severity == image_check_severity::refused ||
+         finding.severity == image_check_severity::danger;
 }
 
 std::string version_of(const image_part& part) {
@@ -43,7 +44,8 @@ std::string version_of(const image_part& part) {
 
 std::string code_of(const image_part& part) {
   char text[4] = {};
-  return image_get_product_code_string(part.header + image_field_product_code, text, sizeof text) ? text : "-";
+  return image_get_product_code_string(part.header + image_field_product_code, text, sizeof text) ? text
+                                                                                                  : "-";
 }
 
 std::string last_line_of(const std::string& text) {
@@ -110,15 +112,16 @@ verified_image install_read_image(const std::string& path) {
     return true;
   });
   if (count == 0) {
-    throw device_failure(status_failed, fault.text.empty() ? ""
-                                                           : fmt::format("{}: part {} at offset {}: {}", path,
-                                                                         fault.part, fault.offset, fault.text));
+    throw device_failure(status_failed, fault.text.empty()
+                                            ? ""
+                                            : fmt::format("{}: part {} at offset {}: {}", path, fault.part,
+                                                          fault.offset, fault.text));
   }
   return made;
 }
 
-installation::installation(const install_options& options, const verified_image& image, const tftp_server* server,
-                           size_t number, progress_board& progress)
+installation::installation(const install_options& options, const verified_image& image,
+                           const tftp_server* server, size_t number, progress_board& progress)
     : options_(options), image_(image), server_(server), number_(number), progress_(progress) {
   record_.port = options.ports[number];
 }
@@ -141,7 +144,8 @@ void installation::guarded(Action action) {
 }
 
 std::string installation::state_of_banks() const {
-  return fmt::format("bank {} is not good now, bank {} boots as before{}", record_.bank, device_.active_bank(),
+  return fmt::format("bank {} is not good now, bank {} boots as before{}", record_.bank,
+                     device_.active_bank(),
                      record_.bank == device_.active_bank() ? ", and that is the same" : "");
 }
 
@@ -187,7 +191,7 @@ void installation::judge() {
       }
       erase_commands_.push_back(fmt::format("flash kill {} kernel", record_.bank));
       erasures_.push_back(fmt::format("{} of {} ({})", row->name, record_.port,
-                                      row->status.empty()   ? "contents not known"
+                                      row->status.empty()    ? "contents not known"
                                       : row->version.empty() ? row->status
                                                              : "holds " + row->version));
       for (device_partition& partition : known->flash) {
@@ -214,8 +218,8 @@ void installation::judge() {
         std::find(options_.forced.begin(), options_.forced.end(), finding.name) != options_.forced.end();
     if (stands_against(finding) && !forced) {
       throw device_failure(status_refused,
-                           fmt::format("{}: {}: {} (--force {} installs it nevertheless)", record_.port, finding.name,
-                                       finding.text, finding.name));
+                           fmt::format("{}: {}: {} (--force {} installs it nevertheless)", record_.port,
+                                       finding.name, finding.text, finding.name));
     }
   }
 }
@@ -248,8 +252,8 @@ void installation::erase() {
     began_ = true;
     const answer given = connection_->shell.run(command, seconds(options_.install_limit_seconds));
     if (answer_kind_of(given) != answer_kind::good) {
-      throw device_failure(status_device_failed,
-                           fmt::format("{}: '{}' failed: {}", record_.port, command, first_error(given.text)));
+      throw device_failure(status_device_failed, fmt::format("{}: '{}' failed: {}", record_.port, command,
+                                                             first_error(given.text)));
     }
   }
   record_.erased = erasures_;
@@ -274,23 +278,25 @@ void installation::send_serial() {
   shell.start(command);
   if (!shell.wait_for(begin_text, begin_limit)) {
     const answer given = shell.finish(begin_limit);
-    throw device_failure(status_device_failed, fmt::format("{}: '{}' failed: {}", record_.port, command,
-                                                           first_error(given.text)));
+    throw device_failure(status_device_failed,
+                         fmt::format("{}: '{}' failed: {}", record_.port, command, first_error(given.text)));
   }
-  // The device opens its port a second later and drops what is there by then. It waits 30 seconds for the first byte.
+  // The device opens its port a second later and drops what is there by then. It waits 30 seconds for the
+  // first byte.
   const auto ready = clock_type::now() + milliseconds(options_.settle_ms);
   while (clock_type::now() < ready) {
     shell.listen(std::max(std::chrono::ceil<milliseconds>(ready - clock_type::now()), milliseconds(1)));
   }
   began_ = true;
   progress_.state(number_, fmt::format("sending {} bytes", image_.size));
-  const serial_sending sending{.data = same_line ? &connection_->wire : data_line.get(),
-                               .shell = &shell,
-                               .same_line = same_line,
-                               .file = file.get(),
-                               .size = image_.size,
-                               .pace = options_.pace,
-                               .progress = [this](uint64_t sent) { progress_.bytes(number_, sent, image_.size); }};
+  const serial_sending sending{
+      .data = same_line ? &connection_->wire : data_line.get(),
+      .shell = &shell,
+      .same_line = same_line,
+      .file = file.get(),
+      .size = image_.size,
+      .pace = options_.pace,
+      .progress = [this](uint64_t sent) { progress_.bytes(number_, sent, image_.size); }};
   bool complete = false;
   try {
     complete = serial_send(sending);
@@ -342,13 +348,13 @@ void installation::fetch() {
 void installation::take_result(const answer& given) {
   record_.remarks = answer_remarks(given.text);
   if (answer_kind_of(given) != answer_kind::good || given.text.find("Done: SUCCESS") == std::string::npos) {
-    throw device_failure(status_device_failed,
-                         fmt::format("{}: the device did not install it: {}", record_.port, first_error(given.text)));
+    throw device_failure(status_device_failed, fmt::format("{}: the device did not install it: {}",
+                                                           record_.port, first_error(given.text)));
   }
 }
 
-// The device reads its flash; what it shows of each part is compared. Volumes show no checksum, and a version only
-// where their system tells one.
+// The device reads its flash; what it shows of each part is compared. Volumes show no checksum, and a version
+// only where their system tells one.
 void installation::check() {
   progress_.state(number_, "reading back: flash analyze");
   device_read_flash(connection_->shell, seconds(options_.limit_seconds), device_);
@@ -356,13 +362,15 @@ void installation::check() {
     const image_check_part& checked = report_.parts[i];
     const image_part& part = checked.part;
     const uint32_t type = part.get(image_field_contents_type);
-    const flash_row* row = checked.destination == nullptr ? nullptr : device_.row(checked.destination->part_name);
+    const flash_row* row =
+        checked.destination == nullptr ? nullptr : device_.row(checked.destination->part_name);
     if (row == nullptr || type == image_contents_oem_defaults || type == image_contents_python_setup) {
       continue;
     }
-    const bool skipped = std::any_of(record_.remarks.begin(), record_.remarks.end(), [type](const std::string& text) {
-      return type == image_contents_boot_env && text.starts_with("NOTE: Skipping boot_env");
-    });
+    const bool skipped =
+        std::any_of(record_.remarks.begin(), record_.remarks.end(), [type](const std::string& text) {
+          return type == image_contents_boot_env && text.starts_with("NOTE: Skipping boot_env");
+        });
     if (skipped) {
       record_.checked.push_back(row->name + ": passed over by the device");
       continue;
@@ -396,11 +404,11 @@ void installation::check() {
     }
     if (!wrong.empty()) {
       throw device_failure(status_device_failed,
-                           fmt::format("{}: the device reported success, but {}: {}; do not use bank {}", record_.port,
-                                       row->name, fmt::join(wrong, ", "), record_.bank));
+                           fmt::format("{}: the device reported success, but {}: {}; do not use bank {}",
+                                       record_.port, row->name, fmt::join(wrong, ", "), record_.bank));
     }
     record_.checked.push_back(fmt::format("{}: good{}", row->name,
-                                          checked.is_volume ? ", as far as its volume tells"
+                                          checked.is_volume      ? ", as far as its volume tells"
                                           : row->version.empty() ? ""
                                                                  : ", " + row->version));
   }
@@ -425,13 +433,14 @@ void installation::boot() {
       return;
     }
     if (shown.find("Reset Failed") != std::string::npos) {
-      throw device_failure(status_device_failed, fmt::format("{}: the device cannot reset itself", record_.port));
+      throw device_failure(status_device_failed,
+                           fmt::format("{}: the device cannot reset itself", record_.port));
     }
     if (shell.restarted() && shell.finished(look)) {
       record_.booted = "the recovery shell";
       if (!options_.expect.empty()) {
-        throw device_failure(status_device_failed,
-                             fmt::format("{}: the recovery shell came up, not '{}'", record_.port, options_.expect));
+        throw device_failure(status_device_failed, fmt::format("{}: the recovery shell came up, not '{}'",
+                                                               record_.port, options_.expect));
       }
       return;
     }
@@ -442,9 +451,8 @@ void installation::boot() {
     }
     if (now > end) {
       const std::string seen = is_reset_prompt ? "nothing" : "'" + last + "'";
-      throw device_failure(status_no_prompt,
-                           fmt::format("{}: after the reset {} came up within {} s", record_.port, seen,
-                                       options_.boot_limit_seconds));
+      throw device_failure(status_no_prompt, fmt::format("{}: after the reset {} came up within {} s",
+                                                         record_.port, seen, options_.boot_limit_seconds));
     }
   }
 }

@@ -17,7 +17,7 @@ struct install_options : device_options {
   std::vector<std::string> data_ports;  // one for each port, or none: the console takes the image
   unsigned data_number = 2;             // number of that port on the device
   uint32_t data_speed = 115200;
-  uint64_t pace = 0;  // bytes per second, 0 = what the line takes
+  uint64_t pace = 0;         // bytes per second, 0 = what the line takes
   std::string tftp_address;  // empty = over a serial line
   std::string tftp_file;
   std::string tftp_listen;  // where kesto serves, if not at that address

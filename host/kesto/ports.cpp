@@ -85,8 +85,8 @@ void print(const std::vector<found_port>& ports, bool as_json) {
 int run(ports_options& options) {
   std::vector<found_port> ports = listed_ports();
   for (const std::string& name : options.device.ports) {
-    const bool is_listed =
-        std::any_of(ports.begin(), ports.end(), [&name](const found_port& port) { return port.name == name; });
+    const bool is_listed = std::any_of(ports.begin(), ports.end(),
+                                       [&name](const found_port& port) { return port.name == name; });
     if (!is_listed) {
       ports.push_back({.name = name, .description = {}, .has_shell = false, .state = {}});
     }

@@ -71,8 +71,8 @@ std::string progress_board::measure(const device_line& line) const {
   const double elapsed = std::chrono::duration<double>(clock_type::now() - line.begun).count();
   const double rate = elapsed > 0 ? static_cast<double>(line.done) / elapsed : 0;
   const double left = rate > 0 ? static_cast<double>(line.total - line.done) / rate : 0;
-  return fmt::format("{:3} % of {} bytes, {:.1f} KiB/s, {:.0f} s left", 100 * line.done / line.total, line.total,
-                     rate / 1024, left);
+  return fmt::format("{:3} % of {} bytes, {:.1f} KiB/s, {:.0f} s left", 100 * line.done / line.total,
+                     line.total, rate / 1024, left);
 }
 
 void progress_board::draw() {
@@ -83,7 +83,8 @@ void progress_board::draw() {
     std::string text = line.text;
     if (line.total != 0) {
       const auto full = static_cast<size_t>(bar_width * line.done / line.total);
-      text = fmt::format("[{}{}] {}", std::string(full, '#'), std::string(bar_width - full, '.'), measure(line));
+      text =
+          fmt::format("[{}{}] {}", std::string(full, '#'), std::string(bar_width - full, '.'), measure(line));
     }
     fmt::print(stderr, "\r{}: {}\x1b[K\n", line.name, text);
   }

@@ -1,5 +1,5 @@
-// What people see while devices are at work: on a terminal a line per device that is drawn over and over, elsewhere
-// plain lines now and then.
+// What people see while devices are at work: on a terminal a line per device that is drawn over and over,
+// elsewhere plain lines now and then.
 #pragma once
 
 #include <chrono>

@@ -194,7 +194,8 @@ std::function<int()> declare(CLI::App& line) {
   line.add_option("--script", options->script, "take the commands from FILE, one on a line")
       ->type_name("FILE")
       ->group("Commands");
-  line.add_flag("--yes", options->yes, "answer yes where the shell asks before it destroys")->group("Commands");
+  line.add_flag("--yes", options->yes, "answer yes where the shell asks before it destroys")
+      ->group("Commands");
   line.add_option("COMMAND", options->commands);
   return [options] { return run(*options); };
 }

@@ -42,18 +42,20 @@ void print_page(const device_state& state) {
   fmt::print("Shell      {}\n", shown(state.shell_version));
   fmt::print("Product    {}, hardware {}\n", shown(state.product_id, "no product record"),
              shown(state.hardware_configuration));
-  fmt::print("Board      {}, I/O {}, {} serial ports\n", shown(state.board), shown(state.io), state.serial_ports);
+  fmt::print("Board      {}, I/O {}, {} serial ports\n", shown(state.board), shown(state.io),
+             state.serial_ports);
   fmt::print("MAC        {}{}\n", state.mac_addresses.empty() ? "-" : state.mac_addresses[0],
              state.oem_mac_address.empty() ? "" : fmt::format(", set by OEM: {}", state.oem_mac_address));
-  fmt::print("OEM file   {}\n",
-             state.oem_defaults_size ? fmt::format("present, {} bytes", *state.oem_defaults_size) : "not present");
+  fmt::print("OEM file   {}\n", state.oem_defaults_size
+                                    ? fmt::format("present, {} bytes", *state.oem_defaults_size)
+                                    : "not present");
   fmt::print("Console    {} {} bps {} {}, termination {}\n", value(state.console, "device"),
              value(state.console, "speed"), value(state.console, "mode"), value(state.console, "flow"),
              value(state.console, "term"));
   fmt::print("Network    {} {}, {} {} gateway {}, {}, link {} {}\n", value(state.network, "interface"),
              value(state.network, "state"), value(state.network, "ip addr"), value(state.network, "netmask"),
-             value(state.network, "gateway"), value(state.network, "hw addr"), value(state.network, "link mode"),
-             value(state.network, "link state"));
+             value(state.network, "gateway"), value(state.network, "hw addr"),
+             value(state.network, "link mode"), value(state.network, "link state"));
   fmt::print("\nBanks\n");
   for (const char* bank : {"1", "2", "single"}) {
     const flash_row* kernel = state.row(std::string("kernel_") + bank);
@@ -66,15 +68,16 @@ void print_page(const device_state& state) {
     fmt::print("  {:<7} {:<6} kernel {:<20} root file system {}\n", bank,
                state.active_bank() == bank ? "boots" : "", contents(kernel), contents(rootfs));
   }
-  fmt::print("\nFlash\n  {:<15} {:<7} {:<10} {:<10} {:<9} {:<12} {:<3} {:<10} {}\n", "name", "device", "start", "size",
-             "status", "version", "pc", "used", "crc");
+  fmt::print("\nFlash\n  {:<15} {:<7} {:<10} {:<10} {:<9} {:<12} {:<3} {:<10} {}\n", "name", "device",
+             "start", "size", "status", "version", "pc", "used", "crc");
   for (const flash_row& row : state.flash) {
     fmt::print("  {:<15} {:<7} {:<10} {:<10} {:<9} {:<12} {:<3} {:<10} {}\n", row.name, row.node,
                row.start ? fmt::format("{:#x}", *row.start) : "-", size_text(row.size), shown(row.status),
                shown(row.version), shown(row.product_code), row.used ? fmt::format("{:#x}", *row.used) : "-",
                row.checksum ? fmt::format("{:08x}", *row.checksum) : "-");
   }
-  fmt::print("\nBoot environment{}\n", state.environment_is_default ? " (nothing stored, these are the defaults)" : "");
+  fmt::print("\nBoot environment{}\n",
+             state.environment_is_default ? " (nothing stored, these are the defaults)" : "");
   for (const auto& [name, text] : state.environment) {
     fmt::print("  {}={}\n", name, text);
   }
