@@ -76,7 +76,7 @@ std::string port_user_keep_out(int fd, const std::string& path, bool alone) {
   if (std::string owner = lock_file_owner(path); !owner.empty()) {
     return owner;
   }
-  const std::string other = holder(status.st_rdev);
+  std::string other = holder(status.st_rdev);
   int exclusive = 0;
   const bool is_locked = flock(fd, LOCK_EX | LOCK_NB) != 0;
   const bool is_exclusive = ioctl(fd, TIOCGEXCL, &exclusive) == 0 && exclusive != 0;

@@ -92,8 +92,9 @@ void shell_session::no_prompt(const std::string& waited_for, milliseconds limit)
   throw device_failure(
       status_no_prompt,
       fmt::format("{}: {} within {} s; {}", line_.name(), waited_for, limit.count() / 1000,
-                  shown.empty() ? "the line is silent: is the device on, and the speed right?"
-                                : fmt::format("the last line it shows is '{}'", shown)));
+                  shown.empty()
+                      ? "the line is silent: is the device on, the speed right, or a question half answered?"
+                      : fmt::format("the last line it shows is '{}'", shown)));
 }
 
 // A boot is left alone while it shows that it goes on; so is a command.
@@ -134,11 +135,9 @@ void shell_session::find_prompt(milliseconds limit, bool after_restart) {
     }
     if (!answered) {
       received_ = before;
-      // A question whose answer was begun echoes nothing more and waits for the end of the line. If a command
-      // runs instead, an empty line waits for it.
-      if (++silent_probes % 3 == 0) {
-        line_.write(enter);
-      }
+      // A command that runs, or a question whose answer was begun: that echoes nothing more, and as its
+      // answer may be a yes, Enter is not ours to press.
+      ++silent_probes;
       // A download that somebody left behind ends when nothing comes for 3 seconds.
       const auto quiet_end =
           std::min(end, clock_type::now() + (silent_probes == 1 ? seconds(1) : download_silence));

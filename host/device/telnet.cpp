@@ -3,7 +3,8 @@
 
 namespace {
 
-constexpr uint8_t iac = 255, dont = 254, do_ = 253, wont = 252, will = 251, sb = 250, se = 240;
+constexpr uint8_t iac = 255, verb_dont = 254, verb_do = 253, verb_wont = 252, verb_will = 251, sb = 250,
+                  se = 240;
 constexpr uint8_t option_binary = 0, option_go_ahead = 3, option_com_port = 44;
 
 // What a client asks for; the other side answers with the same number plus 100.
@@ -40,8 +41,8 @@ bool is_ours(uint8_t option) {
 }  // namespace
 
 std::string telnet_port::greeting() const {
-  return bytes({iac, will, option_com_port, iac, will, option_binary, iac, do_, option_binary, iac, will,
-                option_go_ahead, iac, do_, option_go_ahead});
+  return bytes({iac, verb_will, option_com_port, iac, verb_will, option_binary, iac, verb_do, option_binary,
+                iac, verb_will, option_go_ahead, iac, verb_do, option_go_ahead});
 }
 
 std::string telnet_port::settings(uint32_t speed, bool hardware_flow) const {
@@ -80,7 +81,7 @@ std::string telnet_port::decode(std::string_view received, std::string& answer) 
         if (byte == iac) {
           data.push_back(c);
           state_ = states::data;
-        } else if (byte >= will) {
+        } else if (byte >= verb_will) {
           verb_ = byte;
           state_ = states::option;
         } else if (byte == sb) {
@@ -119,16 +120,16 @@ std::string telnet_port::decode(std::string_view received, std::string& answer) 
 // stop agreeing.
 void telnet_port::take_option(uint8_t verb, uint8_t option, std::string& answer) {
   if (option == option_com_port) {
-    agreed_ = agreed_ || verb == do_;
-    refused_ = refused_ || verb == dont;
+    agreed_ = agreed_ || verb == verb_do;
+    refused_ = refused_ || verb == verb_dont;
   }
-  const bool about_us = verb == do_ || verb == dont;
-  const bool wanted = verb == do_ || verb == will;
+  const bool about_us = verb == verb_do || verb == verb_dont;
+  const bool wanted = verb == verb_do || verb == verb_will;
   const bool in_greeting = is_ours(option) && (about_us || option != option_com_port);
   if (!wanted || in_greeting) {
     return;
   }
-  answer += bytes({iac, about_us ? wont : dont, option});
+  answer += bytes({iac, about_us ? verb_wont : verb_dont, option});
 }
 
 void telnet_port::take_subnegotiation() {

@@ -1,11 +1,7 @@
 """kesto at the line of a device root: what the tests of its commands for devices share."""
 
 import json
-import os
-import signal
 import subprocess
-import threading
-import time
 from pathlib import Path
 
 import pytest

@@ -7,14 +7,13 @@ import signal
 import socket
 import struct
 import subprocess
-import threading
 import time
 
 import pytest
 
 import images
 from flash_table import NAMES
-from kesto_device import DeviceKesto, kesto  # noqa: F401  pylint: disable=unused-import
+from kesto_device import kesto  # noqa: F401  pylint: disable=unused-import
 from root_session import RootSession
 
 pytestmark = pytest.mark.not_emulated(reason="a host tool, which never runs on the device's processor")
