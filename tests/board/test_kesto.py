@@ -21,9 +21,10 @@ LIMITS = ("--limit", str(int(PATIENCE)))
 class BoardKesto:
     def __init__(self, directory: Path):
         self._directory = directory
-        self._bridges = []
+        self._bridges, self._ports = [], []
 
     def bridge(self, port) -> str:
+        self._ports.append(port)
         self._bridges.append(PortBridge(port, self._directory))
         return self._bridges[-1].unix
 
@@ -31,6 +32,8 @@ class BoardKesto:
         """The record that the command prints, and its exit status as "exit"."""
         result = subprocess.run([ROOT / "build" / "release" / "kesto", *map(str, words), *LIMITS, "--json"], cwd=self._directory,
                                 capture_output=True, text=True, timeout=3 * PATIENCE, stdin=subprocess.DEVNULL)
+        for port in self._ports:
+            port.skip()  # what kesto has read is not the session's
         assert result.stdout, result.stderr
         return json.loads(result.stdout) | {"exit": result.returncode, "errors": result.stderr}
 
