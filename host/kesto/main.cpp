@@ -11,8 +11,8 @@
 namespace {
 
 constexpr const subcommand* subcommands[] = {
-    &image_build, &image_info, &image_verify, &image_check_command, &image_extract,
-    &device_ports, &device_run, &device_show, &device_install,
+    &image_build,  &image_info, &image_verify, &image_check_command, &image_extract,
+    &device_ports, &device_run, &device_show,  &device_install,
 };
 
 constexpr program kesto = {
