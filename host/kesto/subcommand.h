@@ -20,3 +20,7 @@ extern const subcommand image_check_command;
 extern const subcommand image_extract;
 extern const subcommand image_info;
 extern const subcommand image_verify;
+extern const subcommand device_ports;
+extern const subcommand device_run;
+extern const subcommand device_show;
+extern const subcommand device_install;

@@ -328,10 +328,17 @@ static int act_nanddump(void) {
   return copy(args[arg_count - 1], option("-f"), atoll(option("-l")), false);
 }
 
+/* Without a name it lists everything. */
 static int act_fw_printenv(void) {
   char line[65536];
   const char* name = args[arg_count - 1];
   FILE* file = fopen(ENV_FILE, "r");
+  if (arg_count == 1) {
+    while (file != NULL && fgets(line, sizeof line, file) != NULL) {
+      fputs(line, stdout);
+    }
+    return 0;
+  }
   while (file != NULL && fgets(line, sizeof line, file) != NULL) {
     size_t length = strlen(name);
     if (strncmp(line, name, length) == 0 && line[length] == '=') {

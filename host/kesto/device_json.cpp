@@ -1,0 +1,127 @@
+// See device_json.h.
+#include "kesto/device_json.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace {
+
+using json = nlohmann::ordered_json;
+
+json text_or_null(const std::string& text) {
+  return text.empty() ? json(nullptr) : json(text);
+}
+
+template <typename Number>
+json number_or_null(const std::optional<Number>& number) {
+  return number ? json(*number) : json(nullptr);
+}
+
+json value_or_null(const std::map<std::string, std::string>& values, const std::string& key) {
+  const auto found = values.find(key);
+  return found == values.end() ? json(nullptr) : text_or_null(found->second);
+}
+
+json row_json(const flash_row& row) {
+  const bool is_volume = row.is_volume();
+  return {{"name", row.name},
+          {"device", row.node},
+          {"type", row.type},
+          {"format_name", row.format},
+          {"image", row.image},
+          {"bank", text_or_null(row.bank)},
+          {"protect", row.is_protected},
+          {"t", row.t_flag},
+          {"clean", row.is_cleaned},
+          {"start", is_volume ? json(nullptr) : number_or_null(row.start)},
+          {"size", is_volume ? json(nullptr) : number_or_null(row.size)},
+          {"erase_block", is_volume ? json(nullptr) : number_or_null(row.erase_block)},
+          {"status", text_or_null(row.status)},
+          {"version", text_or_null(row.version)},
+          {"code", text_or_null(row.product_code)},
+          {"used", number_or_null(row.used)},
+          {"crc", row.checksum ? json(fmt::format("{:08x}", *row.checksum)) : json(nullptr)}};
+}
+
+json ubi_json(const device_state& state) {
+  if (state.ubi_is_clean()) {
+    return nullptr;
+  }
+  json volumes = json::array();
+  for (const flash_row& row : state.flash) {
+    if (row.is_volume()) {
+      const bool counts = row.size && state.leb_size && *state.leb_size != 0;
+      volumes.push_back({{"name", row.name},
+                         {"reserved_ebs", counts ? json(*row.size / *state.leb_size) : json(nullptr)},
+                         {"size", number_or_null(row.size)}});
+    }
+  }
+  return {{"leb_size", number_or_null(state.leb_size)},
+          {"total", nullptr},
+          {"available", nullptr},
+          {"volumes", volumes}};
+}
+
+json content_json(const device_state& state, const std::string& name) {
+  const flash_row* row = state.row(name);
+  if (row == nullptr || row->status.empty()) {
+    return nullptr;
+  }
+  return {{"status", row->status},
+          {"version", text_or_null(row->version)},
+          {"code", text_or_null(row->product_code)}};
+}
+
+}  // namespace
+
+nlohmann::ordered_json device_state_json(const device_state& state) {
+  json flash = json::array();
+  for (const flash_row& row : state.flash) {
+    flash.push_back(row_json(row));
+  }
+  json banks = json::array();
+  for (const char* bank : {"1", "2", "single"}) {
+    banks.push_back({{"bank", bank},
+                     {"active", state.active_bank() == bank},
+                     {"kernel", content_json(state, std::string("kernel_") + bank)},
+                     {"rootfs", content_json(state, std::string("rootfs_") + bank)}});
+  }
+  json environment = json::object();
+  for (const char* name : {"bootbank", "bootcmd", "bootdelay", "mtdparts"}) {
+    environment[name] = nullptr;
+  }
+  for (const auto& [name, value] : state.environment) {
+    environment[name] = value;
+  }
+  json network = {{"interface", value_or_null(state.network, "interface")},
+                  {"state", value_or_null(state.network, "state")},
+                  {"hw_addr", value_or_null(state.network, "hw addr")},
+                  {"ip_addr", value_or_null(state.network, "ip addr")},
+                  {"netmask", value_or_null(state.network, "netmask")},
+                  {"gateway", value_or_null(state.network, "gateway")},
+                  {"link_mode", value_or_null(state.network, "link mode")},
+                  {"link_state", value_or_null(state.network, "link state")}};
+  json console = json::object();
+  for (const char* key : {"device", "mode", "speed", "flow", "term"}) {
+    console[key] = value_or_null(state.console, key);
+  }
+  return {{"format", 1},
+          {"shell", text_or_null(state.shell_version)},
+          {"product",
+           {{"id", text_or_null(state.product_id)},
+            {"hwcfg", text_or_null(state.hardware_configuration)},
+            {"mac", state.mac_addresses},
+            {"board", text_or_null(state.board)},
+            {"io", text_or_null(state.io)},
+            {"serial_ports", state.serial_ports},
+            {"oem_mac", text_or_null(state.oem_mac_address)},
+            {"oem_defaults_size", number_or_null(state.oem_defaults_size)}}},
+          {"flash", flash},
+          {"ubi", {{"ubi0", ubi_json(state)}}},
+          {"banks", banks},
+          {"bootenv", environment},
+          {"bootenv_is_default", state.environment_is_default},
+          {"console", console},
+          {"network", network}};
+}

@@ -1,0 +1,107 @@
+"""kesto at the line of a virtual board: real flash is read, and images go into it over the console, a second port, and
+the network, from kesto's own TFTP service."""
+
+import json
+import os
+import subprocess
+from pathlib import Path
+
+import pytest
+
+import real_images
+from board_session import PATIENCE, ROOT
+from port_bridge import PortBridge
+from real_images import contents, split
+
+PACE = ("--pace", "80000")  # the emulated port has no flow control
+ROOTLESS = ("--force", "no-rootfs")
+LIMITS = ("--limit", str(int(PATIENCE)))
+
+
+class BoardKesto:
+    def __init__(self, directory: Path):
+        self._directory = directory
+        self._bridges, self._ports = [], []
+
+    def bridge(self, port) -> str:
+        self._ports.append(port)
+        self._bridges.append(PortBridge(port, self._directory))
+        return self._bridges[-1].unix
+
+    def run(self, *words) -> dict:
+        """The record that the command prints, and its exit status as "exit"."""
+        result = subprocess.run([ROOT / "build" / "release" / "kesto", *map(str, words), *LIMITS, "--json"], cwd=self._directory,
+                                capture_output=True, text=True, timeout=3 * PATIENCE, stdin=subprocess.DEVNULL)
+        for port in self._ports:
+            port.skip()  # what kesto has read is not the session's
+        assert result.stdout, result.stderr
+        return json.loads(result.stdout) | {"exit": result.returncode, "errors": result.stderr}
+
+    def file(self, name: str, data: bytes) -> str:
+        (self._directory / name).write_bytes(data)
+        return name
+
+    def close(self) -> None:
+        for bridge in self._bridges:
+            bridge.close()
+
+
+@pytest.fixture
+def kesto(tmp_path):
+    tool = BoardKesto(tmp_path)
+    yield tool
+    tool.close()
+
+
+def expect_installed(dev, image, record):
+    assert record["exit"] == 0, record
+    loader, kernel = split(image)
+    dev.expect_flash(bootloader=loader, kernel_2=kernel)
+    dev.expect_locked()
+    assert dev.environment()["bootbank"] == "2"
+    assert dev.environment()["kernel_size_2"] == f"{len(contents(kernel)):X}"
+
+
+@pytest.mark.parametrize("way", ["console", "another port"])
+def test_over_a_serial_line(dev, kesto, way):
+    image = real_images.small()
+    line = kesto.bridge(dev.board.console)
+    words = ["--port", line, kesto.file("image.rom", image), "--bank", "2", "--check", *ROOTLESS, *PACE]
+    if way != "console":
+        words += ["--data-port", kesto.bridge(dev.board.serial2)]
+    record = kesto.run("install", *words)
+    expect_installed(dev, image, record)
+    assert [line.split(":")[0] for line in record["devices"][0]["checked"]] == ["bootloader", "kernel_2"]
+
+
+def test_an_old_kernel_is_erased_before(dev, kesto):
+    """Bytes that are written over others in such flash are mixed with them."""
+    _, old = split(real_images.small())
+    dev.board.flash_write("kernel_2", b"\0" * 70000)
+    image = real_images.build(("kernel", real_images.SMALL_KERNEL))
+    line = kesto.bridge(dev.board.console)
+    name = kesto.file("image.rom", image)
+    assert kesto.run("install", "--port", line, name, "--bank", "2", *ROOTLESS, *PACE)["exit"] == 8
+    record = kesto.run("install", "--port", line, name, "--bank", "2", "--erase", "--yes", "--check", *ROOTLESS, *PACE)
+    assert record["exit"] == 0, record
+    dev.expect_flash(kernel_2=image)
+
+
+def test_show_finds_the_places_in_flash(dev, kesto):
+    dev.board.flash_write("kernel_1", split(real_images.small())[1])
+    record = kesto.run("show", "--port", kesto.bridge(dev.board.console))
+    rows = {row["name"]: row for row in record["flash"]}
+    assert (record["exit"], rows["kernel_1"]["status"], rows["kernel_2"]["status"]) == (0, "active", "clean")
+    assert rows["ubi0"]["used"] == 128 << 20
+    assert rows["kernel_1"]["size"] == 12 << 20
+
+
+def test_from_its_own_tftp_service(own_board, kesto):
+    if os.geteuid() != 0:
+        pytest.skip("UDP port 69 takes a privilege")
+    dev = own_board()
+    dev.boot()
+    image = real_images.small()
+    record = kesto.run("install", "--port", kesto.bridge(dev.board.console), kesto.file("image.rom", image), "--bank", "2",
+                       "--tftp", "10.0.2.2", "--listen", "127.0.0.1", "--check", *ROOTLESS)
+    expect_installed(dev, image, record)

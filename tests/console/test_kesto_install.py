@@ -1,0 +1,357 @@
+"""kesto install: an image goes into the device as it is, over each way; what would not be good is refused, what fails
+leaves the line at a prompt, and says so."""
+
+import os
+import random
+import signal
+import socket
+import struct
+import subprocess
+import time
+
+import pytest
+
+import images
+from flash_table import NAMES
+from kesto_device import kesto  # noqa: F401  pylint: disable=unused-import
+from root_session import RootSession
+
+pytestmark = pytest.mark.not_emulated(reason="a host tool, which never runs on the device's processor")
+
+CONFIG = images.part(images.CONFIG_LOADER, images.pattern(70001, 4), version=(3, 1, 0, 0, "R", 1))
+KERNEL = images.part(images.KERNEL, images.pattern(50001, 3), version=(3, 1, 0, 0, "R", 1), code=b"AB")
+QUICK = ("--settle", "300")  # the device's second of waiting is a hundredth here
+ROOTLESS = ("--force", "no-rootfs")  # a kernel alone, into a bank without a root file system
+
+
+def prepare(dev):
+    dev.set_partitions(*((name, 0x40000, 0x20000 if name == "ubi0" else 0x10000) for name in NAMES[:11]))
+    for partition in dev.partitions:
+        partition.fill()
+    dev.env["bootbank"] = "1"
+    dev.boot()
+    return dev
+
+
+@pytest.fixture
+def flash(dev):
+    return prepare(dev)
+
+
+def installed(dev, name, image):
+    return dev.partition(name).read(0, len(image)) == image
+
+
+@pytest.mark.parametrize("port", ["pty", "tcp"])
+def test_over_the_console(flash, kesto, port):
+    kesto.file("image.rom", CONFIG)
+    result = kesto.at("install", "image.rom", "--check", *QUICK, port=getattr(kesto.bridge, port))
+    assert result.returncode == 0, result.stderr
+    assert installed(flash, "config_loader", CONFIG)
+    assert "read back: config_loader: good, 3.1.0.0R1\n" in result.stdout
+    assert f"image.rom installed for bank 2, {len(CONFIG)} bytes" in result.stdout
+    assert f": 100 % of {len(CONFIG)} bytes" in result.stderr
+
+
+def test_over_another_port(flash, kesto):
+    kesto.file("image.rom", CONFIG)
+    other = kesto.bridge_to(flash.port(2))
+    flash.port(2).make_raw()
+    record = kesto.json("install", "image.rom", "--data-port", other.pty, *QUICK)["devices"][0]
+    assert (record["status"], record["bytes"]) == (0, len(CONFIG))
+    assert installed(flash, "config_loader", CONFIG)
+    assert b"flash download serial 2 2 115200" in flash.console.output
+
+
+def test_what_is_not_erased_is_refused_until_told(flash, kesto):
+    kesto.file("image.rom", KERNEL)
+    flash.partition("kernel_2").write(b"old")
+    result = kesto.at("install", "image.rom", *ROOTLESS, *QUICK)
+    assert result.returncode == 8
+    assert result.stderr.endswith(f"kesto: {kesto.bridge.pty}: not-erased: kernel_2 of {kesto.bridge.pty} (dirty) has to be "
+                                  "erased first (--erase)\n")
+    result = kesto.at("install", "image.rom", "--erase", *ROOTLESS, *QUICK)  # nobody answers the question
+    assert result.returncode == 8 and "Go on (y/N)?" in result.stderr
+    assert flash.partition("kernel_2").read(0, 3) == b"old"
+    flash.expect_not_ran("flash_erase")
+    result = kesto.at("install", "image.rom", "--erase", "--yes", "--check", *ROOTLESS, *QUICK)
+    assert result.returncode == 0, result.stderr
+    flash.expect_ran("/usr/sbin/flash_erase -q /dev/mtd6 0 0", "/usr/sbin/fw_setenv bootbank 2")
+    assert installed(flash, "kernel_2", KERNEL)
+
+
+def test_what_would_report_success_and_not_be_good_is_refused(flash, kesto):
+    kesto.file("image.rom", images.part(images.CONFIG_LOADER, images.pattern(0x40000, 4)))
+    flash.answer("dmesg", stdout='0x000000100000-0x000000140000 : "config_loader"\n')
+    result = kesto.at("install", "image.rom", *QUICK)
+    assert result.returncode == 8 and ": too-large: " in result.stderr and "(--force too-large" in result.stderr
+    assert flash.partition("config_loader").erased
+
+
+def test_reading_back_finds_what_the_device_did_not_see(flash, kesto):
+    """Flash that does not take what is written into it, and says nothing."""
+    kesto.file("image.rom", CONFIG)
+    flash.fail_call("write", "/dev/mtd8", error="EIO")
+    result = kesto.at("install", "image.rom", "--check", *QUICK)
+    assert result.returncode == 3
+    assert "the device reported success, but config_loader: shown as clean; do not use bank 2" in result.stderr
+
+
+class Spoil:
+    """A line that spoils the ID of one header."""
+
+    def __init__(self, number):
+        self._left = number
+
+    def __call__(self, data):
+        if images.ID in data:
+            self._left -= 1
+            return data.replace(images.ID, b"QESTO-1\0", 1) if self._left == 0 else data
+        return data
+
+
+def test_the_device_fails_in_the_middle(flash, kesto):
+    """The second header is refused while most of the image is still to come."""
+    kesto.file("image.rom", images.part(images.CONFIG_LOADER, images.pattern(9000, 4), more=True) + KERNEL)
+    kesto.bridge.garble = Spoil(2)
+    result = kesto.at("install", "image.rom", *ROOTLESS, *QUICK)
+    assert result.returncode == 3
+    assert ": the device did not install it: Bad image header 1" in result.stderr
+    assert result.stderr.endswith("; bank 2 is not good now, bank 1 boots as before; the device is at its prompt\n")
+    flash.console.skip()
+    assert flash.command("verbose") == "verbosity is 3\n"
+
+
+def test_ctrl_c_in_the_middle(flash, kesto):
+    kesto.file("image.rom", CONFIG)
+    process = kesto.start("install", "--port", kesto.bridge.pty, "image.rom", "--pace", "20000", *QUICK)
+    for line in process.stderr:
+        if "10 % of" in line:
+            break
+    process.send_signal(signal.SIGINT)
+    err = process.communicate(timeout=100)[1]
+    assert process.returncode == 130
+    assert err.endswith("interrupted; bank 2 is not good now, bank 1 boots as before; the device is at its prompt\n")
+    flash.console.skip()
+    assert flash.command("verbose") == "verbosity is 3\n"
+
+
+def test_the_cable_is_pulled_in_the_middle(flash, kesto):
+    kesto.file("image.rom", CONFIG)
+    process = kesto.start("install", "--port", kesto.bridge.tcp, "image.rom", "--pace", "20000", *QUICK)
+    for line in process.stderr:
+        if "10 % of" in line:
+            break
+    kesto.bridge.pull()
+    err = process.communicate(timeout=100)[1]
+    assert process.returncode == 6
+    assert "the line is lost" in err and "bank 2 is not good now" in err
+
+
+def test_a_second_try(flash, kesto):
+    kesto.file("image.rom", CONFIG)
+    kesto.bridge.garble = Spoil(1)
+    record = kesto.json("install", "image.rom", "--retry", "2", *QUICK)["devices"][0]
+    assert (record["status"], record["attempts"]) == (0, 2)
+    assert installed(flash, "config_loader", CONFIG)
+
+
+def test_boot_tells_what_comes_up(flash, kesto):
+    kesto.file("image.rom", CONFIG)
+    process = kesto.start("install", "--port", kesto.bridge.pty, "image.rom", "--boot", *QUICK)
+    flash.wait_ran("/sbin/reboot")
+    flash.kill()
+    flash.start()
+    out, err = process.communicate(timeout=100)
+    assert process.returncode == 0, err
+    assert out.endswith("; up came: the recovery shell\n")
+
+
+def test_every_cut_of_a_header_is_named(kesto):
+    first = images.part(images.CONFIG_LOADER, b"first", more=True)
+    for cut in (*range(1, 256, 5), 255):
+        kesto.file("image.rom", first + CONFIG[:cut])
+        result = kesto.run("install", "--port", "/dev/nosuch", "image.rom")
+        assert (result.returncode, result.stderr) == (
+            1, f"kesto: image.rom: part 1 at offset {len(first)}: header ends after {cut} of 256 bytes\n")
+
+
+@pytest.mark.parametrize("image, said", [("nosuch", "nosuch: open error (No such file or directory)"),
+                                         (".", ".: not a regular file")])
+def test_no_image(kesto, image, said):
+    result = kesto.run("install", "--port", "/dev/nosuch", image)
+    assert (result.returncode, result.stderr) == (1, f"kesto: {said}\n")
+
+
+def test_no_port(kesto):
+    kesto.file("image.rom", CONFIG)
+    result = kesto.run("install", "--port", "/dev/nosuch", "image.rom")
+    assert (result.returncode, result.stderr.splitlines()[-1]) == (
+        5, "kesto: /dev/nosuch: open error (No such file or directory)")
+
+
+# ---------------------------------------------------------------------- several devices
+
+
+@pytest.fixture
+def four(request, tmp_path, build):
+    sessions = [RootSession(tmp_path / f"root{i}", build, build / "recovery-loader") for i in range(4)]
+    try:
+        yield [prepare(session) for session in sessions]
+    finally:
+        for session in sessions:
+            session.close()
+
+
+def test_four_devices_at_once(four, kesto):
+    kesto.file("image.rom", CONFIG)
+    bridges = [kesto.bridge_to(session.console) for session in four]
+    four[2].fail_call("write", "/dev/mtd8", error="EIO")
+    ports = [word for bridge in bridges for word in ("--port", bridge.pty)]
+    result = kesto.run("install", *ports, "image.rom", "--check", *QUICK)
+    assert result.returncode == 3
+    table = result.stdout.splitlines()[1:]
+    assert [row.split()[1] for row in table] == ["success", "success", "device_failed", "success"]
+    for number, session in enumerate(four):
+        assert installed(session, "config_loader", CONFIG) == (number != 2)
+
+
+def test_the_same_port_twice(kesto):
+    kesto.file("image.rom", CONFIG)
+    result = kesto.run("install", "--port", "/dev/a", "--port", "/dev/a", "image.rom")
+    assert (result.returncode, result.stderr) == (2, "kesto: the same port twice (see 'kesto install --help')\n")
+
+
+# ---------------------------------------------------------------------- the network
+
+
+class Client:
+    """A TFTP client of a few lines."""
+
+    def __init__(self, address):
+        self._address = address
+        self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self._socket.settimeout(20)
+
+    def ask(self, name, operation=1, **options):
+        words = [name, "octet", *(str(word) for pair in options.items() for word in pair)]
+        self._socket.sendto(struct.pack("!H", operation) + b"".join(w.encode() + b"\0" for w in words), (self._address, 69))
+        packet, self._peer = self._socket.recvfrom(1 << 16)
+        return packet
+
+    def fetch(self, name, block=512, **options):
+        packet = self.ask(name, **options)
+        if options:
+            assert packet[:2] == b"\0\6"
+            self._acknowledge(0)
+            packet = self._socket.recv(1 << 16)
+        data, number = b"", 1
+        while True:
+            assert packet[:4] == struct.pack("!HH", 3, number & 0xFFFF)
+            data += packet[4:]
+            self._acknowledge(number)
+            if len(packet) - 4 < block:
+                return data
+            number += 1
+            packet = self._socket.recv(1 << 16)
+
+    def _acknowledge(self, number):
+        self._socket.sendto(struct.pack("!HH", 4, number & 0xFFFF), self._peer)
+
+
+def loopback():
+    """An address for this test alone: all of 127/8 is this computer."""
+    return f"127.{random.randrange(1, 255)}.{random.randrange(256)}.{random.randrange(1, 255)}"
+
+
+def test_kesto_serves_the_image_itself(flash, kesto):
+    if os.geteuid() != 0:
+        pytest.skip("UDP port 69 takes a privilege")
+    kesto.file("the image.rom", CONFIG)
+    address = loopback()
+    flash.answer("tftp", stdout=CONFIG, held="begin")
+    process = kesto.start("install", "--port", kesto.bridge.pty, "the image.rom", "--tftp", "10.0.0.1", "--listen", address,
+                          "--check", *QUICK)
+    flash.wait_ran("tftp -g -r the_image.rom -l - 10.0.0.1")
+    assert Client(address).fetch("the_image.rom") == CONFIG
+    assert Client(address).fetch("/the_image.rom", 1428, blksize=1428, tsize=0) == CONFIG
+    assert Client(address).ask("the_image.rom", blksize=65464, tsize=0) == (
+        b"\0\6blksize\0" + b"65464\0" + b"tsize\0" + str(len(CONFIG)).encode() + b"\0")
+    assert Client(address).ask("other.rom")[:4] == b"\0\5\0\1"
+    assert Client(address).ask("the_image.rom", operation=2)[:4] == b"\0\5\0\2"
+    flash.release("tftp")
+    out, err = process.communicate(timeout=100)
+    assert process.returncode == 0, err
+    assert installed(flash, "config_loader", CONFIG)
+
+
+def test_a_server_that_is_there_already(flash, kesto):
+    kesto.file("image.rom", CONFIG)
+    flash.answer("tftp", stdout=CONFIG)
+    result = kesto.at("install", "image.rom", "--tftp", "10.0.0.9:lab/a.rom")
+    assert result.returncode == 0, result.stderr
+    assert flash.ran.count("tftp -g -r lab/a.rom -l - 10.0.0.9") == 2
+
+
+def test_a_server_that_has_vanished(flash, kesto):
+    kesto.file("image.rom", CONFIG)
+    flash.answer("tftp", stdout=CONFIG[:5000], status=1)
+    result = kesto.at("install", "image.rom", "--tftp", "10.0.0.9:a.rom")
+    assert result.returncode == 3
+    assert result.stderr.endswith("; the device is at its prompt\n")
+    assert flash.partition("config_loader").erased
+
+
+def test_port_69_takes_a_privilege(kesto):
+    if os.geteuid() != 0:
+        pytest.skip("only root can give up what it takes")
+    kesto.file("image.rom", CONFIG)
+    for path in (kesto.directory, *list(kesto.directory.parents)[:-2]):
+        path.chmod(0o755)
+    result = kesto.run("install", "--port", "/dev/nosuch", "image.rom", "--tftp", loopback(), user=65534, group=65534)
+    assert result.returncode == 9
+    assert result.stderr.startswith("kesto: UDP port 69 needs a privilege: grant it once with 'setcap cap_net_bind_service+ep")
+
+
+def test_an_address_of_somebody_else(kesto):
+    kesto.file("image.rom", CONFIG)
+    result = kesto.run("install", "--port", "/dev/nosuch", "image.rom", "--tftp", "192.0.2.1")
+    assert result.returncode == 9
+    assert "192.0.2.1 is no address of this computer" in result.stderr
+
+
+# ---------------------------------------------------------------------- a server of serial ports
+
+
+@pytest.fixture
+def serial_server(tmp_path, flash, kesto):
+    """Debian's ser2net in front of the console's line."""
+    with socket.create_server(("127.0.0.1", 0)) as probe:
+        number = probe.getsockname()[1]
+    configuration = tmp_path / "ser2net.yaml"
+    configuration.write_text(
+        "%YAML 1.1\n---\nconnection: &device\n"
+        f"  accepter: telnet(rfc2217),tcp,127.0.0.1,{number}\n"
+        f"  connector: serialdev,{kesto.bridge.pty},115200n81,local\n  options:\n    kickolduser: true\n")
+    with open(tmp_path / "ser2net.log", "wb") as log:
+        server = subprocess.Popen(["ser2net", "-n", "-d", "-c", configuration, "-P", tmp_path / "pid"], stdout=log, stderr=log)
+    end = time.monotonic() + 30
+    while True:
+        try:
+            socket.create_connection(("127.0.0.1", number)).close()
+            break
+        except OSError:
+            assert server.poll() is None and time.monotonic() < end, (tmp_path / "ser2net.log").read_text()
+            time.sleep(0.05)
+    yield f"rfc2217:127.0.0.1:{number}"
+    server.kill()
+    server.wait()
+
+
+def test_over_a_server_of_serial_ports(flash, kesto, serial_server):
+    """Every byte arrives, those that telnet has other plans with included."""
+    kesto.file("image.rom", CONFIG)
+    assert CONFIG.count(b"\xff") > 10
+    result = kesto.at("install", "image.rom", "--check", *QUICK, port=serial_server)
+    assert result.returncode == 0, result.stderr
+    assert installed(flash, "config_loader", CONFIG)
