@@ -2,7 +2,6 @@
 the network, from kesto's own TFTP service."""
 
 import json
-import os
 import subprocess
 from pathlib import Path
 
@@ -12,6 +11,7 @@ import real_images
 from board_session import PATIENCE, ROOT
 from port_bridge import PortBridge
 from real_images import contents, split
+from udp_relay import UdpRelay
 
 PACE = ("--pace", "80000")  # the emulated port has no flow control
 ROOTLESS = ("--force", "no-rootfs")
@@ -96,12 +96,18 @@ def test_show_finds_the_places_in_flash(dev, kesto):
     assert rows["kernel_1"]["size"] == 12 << 20
 
 
-def test_from_its_own_tftp_service(own_board, kesto):
-    if os.geteuid() != 0:
-        pytest.skip("UDP port 69 takes a privilege")
-    dev = own_board()
+@pytest.fixture
+def relay():
+    made = UdpRelay()
+    yield made
+    made.shut_down()
+
+
+def test_from_its_own_tftp_service(own_board, kesto, relay):
+    dev = own_board(neighbour=relay.cable)
     dev.boot()
+    relay.connect(dev.board)
     image = real_images.small()
     record = kesto.run("install", "--port", kesto.bridge(dev.board.console), kesto.file("image.rom", image), "--bank", "2",
-                       "--tftp", "10.0.2.2", "--listen", "127.0.0.1", "--check", *ROOTLESS)
+                       "--tftp", relay.address, "--listen", "127.0.0.1", "--check", *ROOTLESS)
     expect_installed(dev, image, record)
