@@ -1,4 +1,4 @@
-// See answer.h. The texts are the shell's own.
+// The texts are the shell's own.
 #include "device/answer.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// See cancel.h.
+// SIGINT and SIGTERM set a flag and wake whoever waits, through a pipe.
 #include "device/cancel.h"
 
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-// See device_state.h. Commands that are run: version, show product, show opmode, show console, show bootenv,
+// Commands that are run: version, show product, show opmode, show console, show bootenv,
 // show oem, network info, flash info, flash analyze, show klog.
 #include "device/device_state.h"
 

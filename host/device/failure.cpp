@@ -1,4 +1,4 @@
-// See failure.h.
+// The names of the exit statuses, as JSON tells them.
 #include "device/failure.h"
 
 const char* device_status_name(int status) {

@@ -1,4 +1,4 @@
-// See line.h. Serial ports by libserialport, pseudo-terminals by termios, the rest by sockets.
+// Serial ports by libserialport, pseudo-terminals by termios, the rest by sockets.
 #include "device/line.h"
 
 #include <fcntl.h>

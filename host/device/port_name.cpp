@@ -1,4 +1,4 @@
-// See port_name.h.
+// Words: PATH, tcp:HOST:PORT, rfc2217:HOST:PORT, unix:PATH.
 #include "device/port_name.h"
 
 #include <fmt/format.h>

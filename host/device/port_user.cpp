@@ -1,4 +1,4 @@
-// See port_user.h. Paths: /proc/PID/fd, /proc/PID/comm, /var/lock/LCK..NAME. Requests: TIOCGEXCL, TIOCEXCL.
+// Paths: /proc/PID/fd, /proc/PID/comm, /var/lock/LCK..NAME. Requests: TIOCGEXCL, TIOCEXCL.
 #include "device/port_user.h"
 
 #include <fmt/format.h>

@@ -1,4 +1,4 @@
-// See serial_sender.h.
+// Writes pieces as the line takes them, and reads what comes meanwhile.
 #include "device/serial_sender.h"
 
 #include <fmt/format.h>

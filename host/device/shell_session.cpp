@@ -1,4 +1,4 @@
-// See shell_session.h. Keys that are sent: a blank with a backspace behind it, Ctrl-C (3), Enter (13), and
+// Keys that are sent: a blank with a backspace behind it, Ctrl-C (3), Enter (13), and
 // text. Texts that are known: the prompt, the question, the notice of a start.
 #include "device/shell_session.h"
 

@@ -1,4 +1,4 @@
-// See telnet.h. Commands and options: RFC 854, 856 (binary), 858 (suppress go ahead), 2217 (COM-PORT).
+// Commands and options: RFC 854, 856 (binary), 858 (suppress go ahead), 2217 (COM-PORT).
 #include "device/telnet.h"
 
 namespace {

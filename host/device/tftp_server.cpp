@@ -1,4 +1,4 @@
-// See tftp_server.h.
+// Packets: RFC 1350; options blksize (RFC 2348) and tsize (RFC 2349).
 #include "device/tftp_server.h"
 
 #include <arpa/inet.h>

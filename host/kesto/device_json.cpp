@@ -1,4 +1,4 @@
-// See device_json.h.
+// A record per device; what the device does not tell is null.
 #include "kesto/device_json.h"
 
 #include <fmt/format.h>

@@ -1,4 +1,4 @@
-// See device_options.h.
+// Options: --port, --speed, --no-flow, --limit, --reset, --json.
 #include "kesto/device_options.h"
 
 #include <fmt/format.h>

@@ -1,4 +1,4 @@
-// See flash_picture.h. One bar per chip, and one for the UBI partition's volumes.
+// One bar per chip, and one for the UBI partition's volumes.
 #include "kesto/flash_picture.h"
 
 #include <fmt/format.h>

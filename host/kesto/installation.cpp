@@ -1,4 +1,4 @@
-// See installation.h. Commands that are run: flash kill BANK kernel, flash download serial, flash download
+// Commands that are run: flash kill BANK kernel, flash download serial, flash download
 // network, flash analyze, reset, and those of device_read().
 #include "kesto/installation.h"
 

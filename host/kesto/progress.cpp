@@ -1,4 +1,4 @@
-// See progress.h. Escapes on a terminal: ESC[nA goes up, ESC[K clears to the end of the line.
+// Draws with escapes on a terminal: ESC[nA goes up, ESC[K clears to the end of the line.
 #include "kesto/progress.h"
 
 #include <fmt/format.h>
