@@ -174,10 +174,14 @@ class RootSession(Session, DeviceRoot):
         (self.console if port is None else self.port(port)).send(data, piece, pause)
 
     def wait_receiving(self, port: int | None = None) -> None:
-        """Waits until the program has opened the port for a transfer and dropped its stale input."""
-        name = (self.console if port is None else self.port(port)).name
-        self.wait_for("tcflush", f"/dev/{name}", "input")
-        self.wait_for("tcsetattr", f"/dev/{name}")
+        """Waits until the program has opened the port for a transfer, dropped its stale input, and made it raw: what comes
+        before that is changed on its way."""
+        path = f"/dev/{(self.console if port is None else self.port(port)).name}"
+
+        def is_raw():
+            done = [event.kind for event in self.events.of("tcflush", "tcsetattr") if event.fields[0] == path]
+            return "tcflush" in done and "tcsetattr" in done[done.index("tcflush"):]
+        self.wait_until(is_raw)
 
     # ------------------------------------------------------------------ the device as a test meets it
 

@@ -52,7 +52,7 @@ class Session:
     and a port has send(bytes), expect(bytes, timeout=...).before, unread and output.
     """
 
-    patience = 60.0  # seconds for what must come: nothing fails for a busy machine or the emulator
+    patience = 300.0  # seconds for what must come: nothing fails for a busy machine or the emulator
     console = None
     ports = {}
 
