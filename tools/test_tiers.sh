@@ -25,13 +25,14 @@ check() {
     fi
 }
 
-# Tiers that run side by side may want the same build: one makes it, the other waits and finds it made.
+# build_preset PRESET [TARGET...]: all targets, or these. Tiers that run side by side may want the same build: one makes
+# it, the other waits and finds it made.
 build_preset() {
     (
         flock 9
         { [ "$1" != arm ] || tools/arm_sysroot.sh "$PWD/build/arm-sysroot"; } &&
             cmake --preset "$1" >"$results/cmake-$1.log" 2>&1 &&
-            cmake --build --preset "$1" -j2 >"$results/build-$1.log" 2>&1 || {
+            cmake --build --preset "$1" -j2 ${2:+--target "${@:2}"} >"$results/build-$1.log" 2>&1 || {
             tail -n 40 "$results/cmake-$1.log" "$results/build-$1.log" 2>/dev/null
             exit 1
         }
@@ -80,7 +81,7 @@ tier_unit() {
     # Its tests mostly wait: the next build need not.
     run_unit_tests release &
     local released=$!
-    build_preset asan || {
+    build_preset asan unit_tests || {
         wait $released
         return 1
     }
