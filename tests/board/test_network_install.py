@@ -146,11 +146,14 @@ def test_boot_environment_of_a_new_device_whose_root_file_system_comes_with_it(d
 
 def test_image_larger_than_its_partition(dev, server, parts):
     """What fits is written, the neighbours are left alone, and nothing but the count tells."""
-    make_old(dev)
-    size = PARTITIONS["config_loader"].size
-    image = parts.build(("config-loader", random.Random(6).randbytes(size)))
-    assert install(dev, server, image) == info(image) + PREPARING + INSTALLING + info(image) + SUCCESS
-    dev.expect_flash(**{**old(), "config_loader": image[:size]})
+    neighbours = {name: old()[name] for name in ("prod_config", "bootenv_1")}
+    for name, data in neighbours.items():
+        dev.board.flash_write(name, data)
+    size = PARTITIONS["bootloader"].size
+    image = parts.build(("bootloader", random.Random(6).randbytes(size)))
+    shown = install(dev, server, image)
+    assert without_complaints(shown) == info(image) + PREPARING + INSTALLING + info(image) + SUCCESS
+    dev.expect_flash(**neighbours, bootloader=image[:size])
     assert "ERROR: Short read (" in dev.command("flash analyze"), "the part that the header promises is not there"
 
 

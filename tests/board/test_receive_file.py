@@ -1,4 +1,4 @@
-"""Receiving a file over a serial line: one byte, five megabytes, and nothing. The file is compared on the board."""
+"""Receiving a file over a serial line: one byte, a megabyte, and nothing. The file is compared on the board."""
 
 import hashlib
 
@@ -22,10 +22,9 @@ def test_one_byte(dev, name, path, port):
     dev.board.sh(f"rm {path}", check=True)
 
 
-def test_five_megabytes(dev):
-    data = artefacts.ensure().kernel.read_bytes()[:5 * MEBIBYTE]
-    assert len(data) == 5 * MEBIBYTE, "a kernel is larger than that"
-    assert dev.install(data, "file download serial kernel", timeout=600) == SUCCESS
+def test_a_megabyte(dev):
+    data = artefacts.ensure().kernel.read_bytes()[:MEBIBYTE]
+    assert dev.install(data, "file download serial kernel") == SUCCESS
     assert checksum_on_board(dev, "/tmp/kernel") == hashlib.sha256(data).hexdigest()
     assert dev.board.sh("stat -c %s /tmp/kernel; rm /tmp/kernel").output == f"{len(data)}\n"
 
