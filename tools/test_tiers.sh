@@ -102,7 +102,7 @@ tier_board() {
     build_preset release && build_preset arm || return 1
     check board set_up /usr/bin/python3 board/artefacts.py
     # More boards than cores: most of their time is waiting, too.
-    timeout 3600 /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider "--junitxml=$results/board.xml" -m "not root" \
+    timeout 3600 /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider "--junitxml=$results/board.xml" -m "not root and not long" \
         tests/board tests/both
 }
 

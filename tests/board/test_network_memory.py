@@ -3,6 +3,8 @@ one, and little more than the shell at rest. The tools that it runs are not coun
 
 import random
 
+import pytest
+
 import layout
 import ubi_device
 from network_device import install
@@ -34,16 +36,17 @@ def peak_of_installation(dev, server, image):
     return peak_kib(dev)
 
 
-def test_memory_does_not_depend_on_the_size_of_the_image(dev, server, tmp_path):
+@pytest.mark.parametrize("mebibytes", [6, pytest.param(22, marks=pytest.mark.long)])
+def test_memory_does_not_depend_on_the_size_of_the_image(dev, server, tmp_path, mebibytes):
     parts = ubi_device.PartFiles(tmp_path)
     dev.board.flash_write("ubi0", ubi_device.make())
     leb = layout.NAND_GEOMETRIES["128k"].leb
     lebs = ubi_device.fresh_layout()["rootfs_2"]
-    filling = {f"lib/{number}": random.Random(number).randbytes(MEBIBYTE) for number in range(22)}
+    filling = {f"lib/{number}": random.Random(number).randbytes(MEBIBYTE) for number in range(mebibytes)}
     files = root_files("3.2.0.0R1", **filling)
     small = parts.build(("rootfs-ubifs-128k", ubifs(root_files("3.1.0.0R1"), lebs=22)))
     large = parts.build(("rootfs-ubifs-128k", ubifs(files, lebs=lebs)))
-    assert 24 * MEBIBYTE < len(large) <= lebs * leb
+    assert mebibytes * MEBIBYTE < len(large) <= lebs * leb and len(large) > 2 * len(small)
 
     reset_peak(dev)
     assert dev.command("version")
