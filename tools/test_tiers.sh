@@ -114,6 +114,7 @@ tier_arm() {
     build_preset arm || return 1
     check arm links_libc_only tools/check_device_binary.sh build/arm/recovery-loader
     check arm starts_under_qemu tools/check_arm_start.sh build/arm/recovery-loader
+    check arm same_bytes_elsewhere tools/check_same_bytes.sh build/arm/recovery-loader
     # Boards of the future: the same sources with other compilers.
     local other
     for other in armhf arm64; do
