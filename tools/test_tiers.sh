@@ -73,6 +73,7 @@ need_unit() { setup_need build test; }
 need_console() { setup_need build test; }
 need_board() { setup_need build test arm board; }
 need_arm() { setup_need build test arm; }
+need_package() { setup_need build test arm package; }
 need_fuzz() { setup_need build fuzz; }
 need_lint() { setup_need build test lint; }
 
@@ -113,6 +114,12 @@ tier_arm() {
     build_preset release && tools/arm_device_root.sh || return 1
     timeout 2700 /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider "--junitxml=$results/arm.xml" \
         -m "not not_emulated" --build=build/arm-root tests/console
+}
+
+# Other tiers build in the same places: the locks are theirs.
+tier_package() {
+    check package packages_are_made flock "$results/build-release.lock" flock "$results/build-arm.lock" packaging/build
+    timeout 900 /usr/bin/python3 -m pytest -q -p no:cacheprovider "--junitxml=$results/package.xml" tests/package
 }
 
 tier_fuzz() {
