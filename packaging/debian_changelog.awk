@@ -2,7 +2,7 @@
 #
 #   awk -v package=NAME -v maintainer='NAME <ADDRESS>' -f debian_changelog.awk CHANGELOG.md
 #
-# "## VERSION, DATE" begins a release, "- " an entry, which lines with two blanks in front go on with.
+# "## VERSION, DATE" begins a release, "- " an entry, which lines with two blanks in front go on with: lines of at most 76.
 function sign() {
     if (date == "") return
     command = "LC_ALL=C date -u -R -d " date
