@@ -3,7 +3,7 @@
 #   . tools/setup.sh
 #   setup_need build board        # installs what is missing, and only that; a second call is a silent check
 #
-# Purposes: build, test, board, arm, package, fuzz, lint. Packages are installed by name, without recommendations; root is
+# Purposes: build, test, board, arm, cross, package, fuzz, lint. Packages are installed by name, without recommendations; root is
 # asked for through sudo only when something is missing.
 
 setup_packages() {
@@ -18,6 +18,7 @@ setup_packages() {
                 libubootenv-tool kmod seabios ipxe-qemu
             ;;
         arm) echo g++-arm-linux-gnueabi qemu-user-static python3 ;;
+        cross) echo g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user-static ;;
         package) echo pandoc man-db mandoc lintian mmdebstrap uidmap bash-completion dpkg-dev ;;
         fuzz) echo clang libclang-rt-14-dev llvm ;;
         lint) echo clang-format clang-tidy ;;

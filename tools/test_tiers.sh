@@ -30,7 +30,10 @@ check() {
 build_preset() {
     (
         flock 9
-        { [ "$1" != arm ] || tools/arm_sysroot.sh "$PWD/build/arm-sysroot"; } &&
+        case $1 in
+            arm) tools/arm_sysroot.sh "$PWD/build/arm-sysroot" ;;
+            armhf | arm64) tools/arm_sysroot.sh "$PWD/build/$1-sysroot" "$1" ;;
+        esac &&
             cmake --preset "$1" >"$results/cmake-$1.log" 2>&1 &&
             cmake --build --preset "$1" -j2 ${2:+--target "${@:2}"} >"$results/build-$1.log" 2>&1 || {
             tail -n 40 "$results/cmake-$1.log" "$results/build-$1.log" 2>/dev/null
@@ -72,7 +75,7 @@ run_unit_tests() {
 need_unit() { setup_need build test; }
 need_console() { setup_need build test; }
 need_board() { setup_need build test arm board; }
-need_arm() { setup_need build test arm; }
+need_arm() { setup_need build test arm cross; }
 need_package() { setup_need build test arm package; }
 need_fuzz() { setup_need build fuzz; }
 need_lint() { setup_need build test lint; }
@@ -111,6 +114,15 @@ tier_arm() {
     build_preset arm || return 1
     check arm links_libc_only tools/check_device_binary.sh build/arm/recovery-loader
     check arm starts_under_qemu tools/check_arm_start.sh build/arm/recovery-loader
+    # Boards of the future: the same sources with other compilers.
+    local other
+    for other in armhf arm64; do
+        if build_preset $other; then
+            check arm "starts_under_qemu_$other" tools/check_arm_start.sh build/$other/recovery-loader $other
+        else
+            note_failure arm "the preset $other does not build"
+        fi
+    done
     build_preset release && tools/arm_device_root.sh || return 1
     timeout 2700 /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider "--junitxml=$results/arm.xml" \
         -m "not not_emulated" --build=build/arm-root tests/console
