@@ -115,10 +115,9 @@ def test_completion_knows_the_commands(place):
     assert completed("kesto nonsense ", place) == []
 
 
-@pytest.mark.parametrize("command", commands(), ids=" ".join)
-def test_completion_knows_the_options_of_each_command(command, place):
-    offered = completed(f"kesto {' '.join(command)} --", place)
-    assert set(offered) == options(*command) | {"--help"}
+def test_completion_knows_the_options_of_each_command(place):
+    for command in commands():
+        assert completed(f"kesto {' '.join(command)} --", place) == sorted(options(*command) | {"--help"}), command
 
 
 def test_completion_knows_what_an_option_takes(place):
