@@ -47,8 +47,9 @@ def archive(directory, packages):
         fcntl.flock(lock, fcntl.LOCK_EX)
         if not made.exists():
             new = made.with_suffix(".new.tar")
+            # Nothing of it has to survive a power cut: without waits for the disk it takes a fraction of the time.
             subprocess.run(["mmdebstrap", "--quiet", "--variant=essential", "--architectures=amd64,armel",
-                            f"--include={','.join(sorted(packages))}", "bookworm", new, *_sources()],
+                            "--dpkgopt=force-unsafe-io", f"--include={','.join(sorted(packages))}", "bookworm", new, *_sources()],
                            check=True, stdin=subprocess.DEVNULL)
             new.rename(made)
     return made
