@@ -24,6 +24,7 @@ for library in $needed; do
         *) complain "$library is not on the device" ;;
     esac
 done
+! has "$dynamic" '\((RPATH|RUNPATH)\)' || complain "looks for libraries in a directory of the build machine"
 
 has "$header" 'Type: +DYN \(Position-Independent Executable file\)' || complain "not position independent"
 has "$dynamic" 'FLAGS_1.* PIE' || complain "not marked as a position independent program"

@@ -110,6 +110,7 @@ tier_arm() {
     build_preset arm || return 1
     check arm links_libc_only tools/check_device_binary.sh build/arm/recovery-loader
     check arm starts_under_qemu tools/check_arm_start.sh build/arm/recovery-loader
+    check arm same_bytes_elsewhere tools/check_same_bytes.sh build/arm/recovery-loader
     build_preset release && tools/arm_device_root.sh || return 1
     timeout 2700 /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider "--junitxml=$results/arm.xml" \
         -m "not not_emulated" --build=build/arm-root tests/console

@@ -3,14 +3,15 @@
 
 #include <cstring>
 
+#include "build_date.h"
 #include "commands/affirm.h"
 #include "commands/command.h"
 #include "util/exec.h"
 #include "util/log.h"
 #include "util/parse.h"
 
-const char* const version_date = __DATE__;
-const char* const version_time = __TIME__;
+const char* const version_date = BUILD_DATE;
+const char* const version_time = BUILD_TIME;
 
 void print_banner() {
   log_printf(level_plain, "%s (%s %s)\n", "Zentavio Solvantra Recovery Loader v3.1.0.0R1", version_date,
