@@ -12,7 +12,7 @@
 /* One chosen call: what it matches, and what happens instead of it. */
 struct call_rule {
   char call[16];        /* "" = free slot; else the name of the C function, "ioctl" included */
-  char match[160];      /* "" = every call; else a part of the call's subject (see kernel_stand_in.c) */
+  char match[160];      /* "" = every call; else a part of the call's subject, behind "=" all of it */
   int64_t skip;         /* so many matching calls pass untouched first */
   int64_t times;        /* then so many are caught; negative = all */
   int64_t fired;        /* how many were caught */
@@ -29,6 +29,7 @@ struct control {
   struct call_rule rules[CONTROL_RULES];
   uint64_t free_blocks; /* what statfs tells of every file system, whatever the host has */
   int64_t block_size;
+  uint64_t tally; /* not 0: every call that a rule could catch is logged */
 };
 
 #endif

@@ -14,6 +14,7 @@ from event_log import Events, Log, error_number
 _HEAD = struct.Struct("d 512s")
 _RULE = struct.Struct("16s160sqqqqiI256s")
 _RULES = 32
+_TALLY_AT = _HEAD.size + _RULES * _RULE.size + 16
 _FIRED = struct.Struct("q")
 _FIRED_AT = 16 + 160 + 8 + 8
 
@@ -150,7 +151,7 @@ class DeviceRoot:
 
     # ------------------------------------------------------------------ answers of tools
 
-    def answer(self, tool: str, *, when: str = "", times: int = 0, status: int = 0, stdout: bytes | str = b"",
+    def answer(self, tool: str, *, when: str = "", times: int = 0, after: int = 0, status: int = 0, stdout: bytes | str = b"",
                stderr: bytes | str = b"", signal: int = 0, delay: float = 0, hold: float = 0,
                reads: int | None = None, piece: int = 0, pause: float = 0, acts: bool = False,
                held: str = "", optional: bool = False) -> None:
@@ -160,6 +161,7 @@ class DeviceRoot:
         times     only so many runs; then the next answer counts. Answers for a number of times are used up in the
                   order given and come before lasting ones; of lasting ones, those with `when` come first, and a
                   later one replaces an earlier one with the same `when`
+        after     so many such runs get no answer of this one first
         status    exit status; signal: the signal by which the tool dies instead
         stdout, stderr   what it prints; piece and pause: in pieces of so many bytes, so many seconds apart
         delay     seconds before it does anything; hold: seconds between printing and its end
@@ -177,7 +179,7 @@ class DeviceRoot:
             (directory / f"{name}.{ending}").write_bytes(raw)
         if held:
             (directory / f"{name}.{held}").touch()
-        keys = {"when": when, "times": times, "status": status, "signal": int(signal), "delay": round(delay * 1000),
+        keys = {"when": when, "times": times, "after": after, "status": status, "signal": int(signal), "delay": round(delay * 1000),
                 "hold": round(hold * 1000), "reads": -1 if reads is None else reads, "piece": piece,
                 "pause": round(pause * 1000), "acts": int(acts)}
         fresh = directory / "fresh"
@@ -199,10 +201,12 @@ class DeviceRoot:
                   after: int = 0, times: int = -1, optional: bool = False) -> None:
         """Makes a C library call of the program fail with `error`, returning `result`.
 
-        call      open fopen read write fwrite lseek select fork waitpid posix_spawn pipe malloc mmap stat fstat
-                  statfs tcgetattr tcsetattr tcflush socket sigaction
+        call      open fopen fdopen close dup2 fcntl read write fgets fwrite lseek select poll fork waitpid kill posix_spawn
+                  pipe malloc realloc mmap access unlink stat lstat fstat statfs tcgetattr tcsetattr tcflush socket
+                  sigaction; ioctl with its path and number
         match     only calls whose path (also of a descriptor) or command line contains this text; for malloc and
-                  mmap the exact size, for sigaction the exact signal number, for waitpid "program" or "reader"
+                  mmap the exact size, for sigaction the exact signal number, for waitpid "program" or "reader"; behind "="
+                  the whole of it
         after     so many matching calls succeed first; times: so many fail then, -1 = all
         error     None: no error. read and write then move at most `result` bytes (0: nothing, the end of input),
                   other calls are skipped and return `result`; select with 0 times out at once; the child of
@@ -254,6 +258,10 @@ class DeviceRoot:
     @sleep_scale.setter
     def sleep_scale(self, scale: float) -> None:
         struct.pack_into("d", self._control, 0, scale)
+
+    def tally(self, on: bool = True) -> None:
+        """Also logs every call that fail_call() could make fail, as "call" events."""
+        struct.pack_into("Q", self._control, _TALLY_AT, on)
 
     def trace(self, *prefixes: str) -> None:
         """Also logs open, read and write of paths that begin so ("/dev/mtd"), or the calls of "select"."""

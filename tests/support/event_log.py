@@ -24,6 +24,7 @@ _FIELDS = {
     "select": ["path", "seconds"],
     "tcsetattr": ["path", "action", "iflag", "oflag", "cflag", "lflag", "cc", "result"],
     "tcflush": ["path", "queue", "result"],
+    "call": ["call", "subject"],
     "caught": ["call", "subject", "error", "result"],
 }
 

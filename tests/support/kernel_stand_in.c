@@ -12,6 +12,8 @@
  * line for posix_spawn, "program" or "reader" for waitpid (which of them calls it), the size for malloc and
  * mmap, path and number ("/dev/mtd0 0x40044d17") for ioctl, else "".
  *
+ * While the tally is on, all such calls are logged, so that a test can make each of them fail in turn.
+ *
  * The library is inert outside of a device root. */
 #define _GNU_SOURCE
 #include "control.h"
@@ -24,6 +26,7 @@
 #include <fcntl.h>
 #include <linux/sockios.h>
 #include <net/if.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <stdbool.h>
@@ -97,8 +100,11 @@ static struct subject number_subject(size_t number) {
   return subject;
 }
 
-/* Is there a rule for this call at all? Keeps subjects from being made in vain. */
+/* Is there a rule for this call at all, or the tally on? Keeps subjects from being made in vain. */
 static bool has_rule(const char* call) {
+  if (control != NULL && control->tally != 0) {
+    return true;
+  }
   for (int i = 0; control != NULL && i < CONTROL_RULES; i++) {
     if (strcmp(control->rules[i].call, call) == 0) {
       return true;
@@ -107,15 +113,35 @@ static bool has_rule(const char* call) {
   return false;
 }
 
+static void note_call(const char* call, const char* subject) {
+  int error = errno;
+  struct event event;
+  event_begin(&event, "call");
+  event_field(&event, call);
+  event_field(&event, subject);
+  event_write(&event);
+  errno = error;
+}
+
+static bool matches(const struct call_rule* rule, const char* subject, bool whole) {
+  if (rule->match[0] == '=') {
+    return strcmp(subject, rule->match + 1) == 0;
+  }
+  return rule->match[0] == '\0' ||
+         (whole ? strcmp(subject, rule->match) == 0 : strstr(subject, rule->match) != NULL);
+}
+
 /* The rule that catches this call now, its counters moved on, or NULL. */
 static struct call_rule* caught(const char* call, const char* subject, bool whole) {
+  if (control != NULL && control->tally != 0) {
+    note_call(call, subject);
+  }
   for (int i = 0; control != NULL && i < CONTROL_RULES; i++) {
     struct call_rule* rule = &control->rules[i];
     if (strcmp(rule->call, call) != 0 || (rule->times >= 0 && rule->fired >= rule->times)) {
       continue;
     }
-    if (rule->match[0] != '\0' &&
-        (whole ? strcmp(subject, rule->match) != 0 : !strstr(subject, rule->match))) {
+    if (!matches(rule, subject, whole)) {
       continue;
     }
     if (rule->skip > 0) {
@@ -646,6 +672,59 @@ CATCHABLE_AS("fstat", int, fstat64, (int, struct stat64*), fd_subject(fd), (int 
 STATFS(statfs)
 STATFS(statfs64)
 
+CATCHABLE(int, access, (const char*, int), path_subject(path), (const char* path, int mode), (path, mode))
+CATCHABLE(int, unlink, (const char*), path_subject(path), (const char* path), (path))
+CATCHABLE(int, lstat, (const char*, struct stat*), path_subject(path),
+          (const char* path, struct stat* status), (path, status))
+CATCHABLE_AS("lstat", int, lstat64, (const char*, struct stat64*), path_subject(path),
+             (const char* path, struct stat64* status), (path, status))
+CATCHABLE(int, dup2, (int, int), fd_subject(from), (int from, int to), (from, to))
+CATCHABLE(int, poll, (struct pollfd*, nfds_t, int), path_subject(""),
+          (struct pollfd * descriptors, nfds_t count, int milliseconds), (descriptors, count, milliseconds))
+CATCHABLE(int, kill, (pid_t, int), number_subject((size_t)number), (pid_t process, int number),
+          (process, number))
+
+#define DEFINE_FCNTL(name)                         \
+  int name(int fd, int request, ...) {             \
+    REAL(int, name, int, int, ...)                 \
+    va_list args;                                  \
+    va_start(args, request);                       \
+    void* argument = va_arg(args, void*);          \
+    va_end(args);                                  \
+    CATCH("fcntl", fd_subject(fd), int)            \
+    return real(fd, request, argument);            \
+  }
+DEFINE_FCNTL(fcntl)
+DEFINE_FCNTL(fcntl64)
+
+/* The kernel closes the descriptor even when it answers with an error. */
+int close(int fd) {
+  REAL(int, close, int)
+  const struct subject path = has_rule("close") ? fd_subject(fd) : (struct subject){""};
+  const int result = real(fd);
+  CATCH("close", path, int)
+  return result;
+}
+
+FILE* fdopen(int fd, const char* mode) {
+  REAL(FILE*, fdopen, int, const char*)
+  CATCH_POINTER("fdopen", fd_subject(fd), false, NULL)
+  return real(fd, mode);
+}
+
+char* fgets(char* text, int size, FILE* file) {
+  REAL(char*, fgets, char*, int, FILE*)
+  CATCH_POINTER("fgets", fd_subject(fileno(file)), false, NULL)
+  return real(text, size, file);
+}
+
+char* __fgets_chk(char* text, size_t room, int size, FILE* file) {
+  if (size < 0 || (size_t)size > room) {
+    abort();
+  }
+  return fgets(text, size, file);
+}
+
 CATCHABLE(int, socket, (int, int, int), path_subject(""), (int domain, int type, int protocol),
           (domain, type, protocol))
 CATCHABLE(int, sigaction, (int, const struct sigaction*, struct sigaction*), number_subject((size_t)number),
@@ -667,4 +746,10 @@ void* malloc(size_t size) {
   REAL(void*, malloc, size_t)
   CATCH_POINTER("malloc", number_subject(size), true, NULL)
   return real(size);
+}
+
+void* realloc(void* block, size_t size) {
+  REAL(void*, realloc, void*, size_t)
+  CATCH_POINTER("realloc", number_subject(size), true, NULL)
+  return real(block, size);
 }
