@@ -1,7 +1,6 @@
 // Path: /proc/mtd, read again at every question, for the list changes when partitions are split and merged.
 #include "mtd/proc_mtd.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -68,17 +67,17 @@ uint32_t mtd_name_to_erasesize(const char* name) {
 }
 
 void mtd_init_dev_names() {
+  // Two texts a row, in turn. Memory that runs out half way would leave rows with the nodes of other
+  // partitions, and the next to be erased would be one of those.
   constexpr size_t node_size = 24;
+  static char nodes[mtd_config_table_rows][2][node_size];
   for (mtd_partition* row = nullptr; (row = mtd_get_by_type(row, mtd_type_any)) != nullptr;) {
     const int index = mtd_name_to_index(row->part_name);
     if (index < 0) {
       continue;
     }
-    auto* node = static_cast<char*>(malloc(node_size));
-    if (node == nullptr) {
-      log_printf(level_error, "malloc(%i) error(%s)\n", static_cast<int>(node_size), strerror(errno));
-      return;
-    }
+    auto& texts = nodes[row - mtd_config_table];
+    char* node = texts[row->dev_name == texts[0] ? 1 : 0];
     snprintf(node, node_size, "/dev/mtd%d", index);
     row->dev_name = node;
     log_printf(level_verbose, "%s: %s=%s\n", __func__, row->part_name, row->dev_name);

@@ -164,4 +164,14 @@ TEST_F(proc_mtd_test, names_handed_out_before_stay_valid) {
   EXPECT_STREQ(mtd_config_table[5].dev_name, "/dev/mtd9");
 }
 
+TEST_F(proc_mtd_test, names_need_no_memory) {
+  list("mtd9: 00001000 00000100 \"kernel_1\"\nmtd8: 00001000 00000100 \"kernel_2\"\n");
+  root.fail_call("malloc", {.match = "24", .error = ENOMEM, .result = 0, .optional = true});
+  root.fail_call("malloc", {.match = "16", .error = ENOMEM, .result = 0, .optional = true});
+  mtd_init_dev_names();
+  EXPECT_STREQ(mtd_config_table[5].dev_name, "/dev/mtd9");
+  EXPECT_STREQ(mtd_config_table[6].dev_name, "/dev/mtd8");
+  EXPECT_EQ(root.printed(), "");
+}
+
 }  // namespace
