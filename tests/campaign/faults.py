@@ -298,7 +298,10 @@ class Outcome(NamedTuple):
 def try_fault(build: Path, operation: Operation, reference: Reference, fault: Fault) -> Outcome:
     findings, shown, verdict = [], "", ""
     with tempfile.TemporaryDirectory() as directory:
-        dev = new_device(directory, build, operation)
+        try:
+            dev = new_device(directory, build, operation)
+        except Timeout as problem:
+            return Outcome(operation.name, str(fault), "call", "finding", [f"no device: {problem}"], "")
         try:
             begin = len(dev.all_events)
             shown = perform(dev, operation, lambda: fault.plan(dev))
@@ -447,13 +450,18 @@ def table(counts: dict, outcomes: list[Outcome]) -> str:
 _BEGIN, _END = "<!-- faults -->\n", "<!-- end of faults -->\n"
 
 
-def write_report(path: Path, text: str, every: int, runs: int) -> None:
+def commit_of() -> str:
+    """The commit of the sources, told apart from one with changes behind it."""
+    return subprocess.run(["git", "describe", "--always", "--dirty"], cwd=_ROOT, capture_output=True, text=True,
+                          check=True).stdout.strip()
+
+
+def write_report(path: Path, text: str, every: int, runs: int, commit: str) -> None:
     """Puts the table between its marks, with the commit it belongs to."""
-    commit = subprocess.run(["git", "describe", "--always", "--dirty"], cwd=_ROOT, capture_output=True, text=True, check=True)
-    how = "Every fault" if every == 1 else f"Every {every}th fault"
+    how = "Every fault" if every == 1 else f"One of {every} faults"
     before, _, rest = path.read_text(encoding="utf-8").partition(_BEGIN)
     _, _, behind = rest.partition(_END)
-    path.write_text(f"{before}{_BEGIN}\n{how} of each operation, {runs} runs, at commit {commit.stdout.strip()}:\n\n{text}\n{_END}"
+    path.write_text(f"{before}{_BEGIN}\n{how} of each operation, {runs} runs, at commit {commit}:\n\n{text}\n{_END}"
                     f"{behind}", encoding="utf-8")
 
 
@@ -483,14 +491,14 @@ def main() -> int:
         if outcome.findings:
             print(f"{done}/{all_of_them} {outcome.operation}: {outcome.fault}: {'; '.join(outcome.findings)}", flush=True)
 
-    begin = time.monotonic()
+    begin, commit = time.monotonic(), commit_of() if options.report else ""
     counts, outcomes = campaign(options.build.resolve(), operations, options.every, options.workers, progress)
     for outcome in outcomes:
         if outcome.fault == "none":
             print(outcome.operation, *outcome.findings)
     print(table(counts, outcomes))
     if options.report:
-        write_report(options.report, table(counts, outcomes), options.every, len(outcomes))
+        write_report(options.report, table(counts, outcomes), options.every, len(outcomes), commit)
     print(f"{len(outcomes)} runs in {time.monotonic() - begin:.0f} s")
     return 1 if any(outcome.findings for outcome in outcomes) else 0
 
