@@ -274,3 +274,33 @@ def test_nothing_outlives_the_device(dev):
     with pytest.raises(ProcessLookupError):
         os.kill(program, 0)
     dev.death_expected = True
+
+
+# ---------------------------------------------------------------------- one of many
+
+
+def test_tally_names_the_calls_that_could_fail(dev):
+    dev.boot()
+    dev.tally()
+    dev.command("set bootenv silent on")
+    dev.tally(False)
+    calls = [(event.call, event.subject) for event in dev.events.of("call")]
+    assert ("posix_spawn", "/usr/sbin/fw_setenv silent on > /dev/null 2>&1") in calls and ("waitpid", "program") in calls
+    dev.mark()
+    dev.command("affirm")
+    assert dev.events.of("call") == []
+
+
+def test_nth_run_of_a_tool_gets_an_answer(dev):
+    dev.answer("fw_setenv", when="silent", after=1, times=1, status=1)
+    dev.boot()
+    shown = [dev.command("set bootenv silent on") for _ in range(3)]
+    assert [text.endswith(FAILURE) for text in shown] == [False, True, False]
+
+
+def test_subject_of_a_failing_call_may_be_the_whole(dev):
+    dev.boot()
+    dev.fail_call("posix_spawn", "=/usr/sbin/fw_setenv silent", error="ENOMEM", optional=True)
+    assert not dev.command("set bootenv silent on").endswith(FAILURE)
+    dev.fail_call("posix_spawn", "=/usr/sbin/fw_setenv silent on > /dev/null 2>&1", error="ENOMEM", times=1)
+    assert dev.command("set bootenv silent on").endswith(FAILURE)
