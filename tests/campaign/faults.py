@@ -1,8 +1,9 @@
+#!/usr/bin/env python3
 """Makes every call and every tool of an operation fail, one at a time, and judges what is left.
 
-    tests/campaign/run faults                                  # all of it; ends with 0 when there is no finding
-    tests/campaign/run faults --command "flash clean" --every 5
-    tests/campaign/run faults --report docs/reliability.md     # also writes the tables there
+    tests/campaign/faults.py                                      # ends with 0 when there is no finding
+    tests/campaign/faults.py --command "flash clean" --every 5
+    tests/campaign/faults.py --report docs/reliability.md     # also writes the tables there
 
 An operation is run once without a fault, under the kernel stand-in, which counts. Then, for each call of the C library that
 can fail and for each run of a tool, a new device on which exactly that one fails, once; of more than eight calls with the

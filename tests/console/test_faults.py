@@ -1,14 +1,9 @@
 """A fixed sample of the fault campaign: calls and tools that fail, one at a time, and what is left after each."""
 
-import sys
-from pathlib import Path
-
 import pytest
 
-sys.path.append(str(Path(__file__).resolve().parent.parent / "campaign"))
-
-import faults  # noqa: E402
-from operations import OPERATIONS  # noqa: E402
+import faults
+from operations import OPERATIONS
 
 pytestmark = pytest.mark.not_emulated(reason="counts the calls and looks into the process of this machine's program")
 
