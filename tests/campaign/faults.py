@@ -7,7 +7,9 @@
 
 An operation is run once without a fault, under the kernel stand-in, which counts. Then, for each call of the C library that
 can fail and for each run of a tool, a new device on which exactly that one fails, once; of more than eight calls with the
-same subject, a loop over a partition or a serial line, the first three, one in the middle, and the last two. After it: an error was shown, or
+same subject, a loop over a partition or a serial line, the first three, one in the middle, and the last two.
+
+After it: an error was shown, or
 all was done that is done without the fault; nothing is attached, mounted, unlocked, open or running; the ports are set as
 before; the boot bank is the old one unless the operation went through; and the same command then ends as it does
 without a fault, on flash that then holds the same.
