@@ -3,8 +3,8 @@
 Hours of a technician's typing in one process of the shell: random commands, whole and broken, then random bytes into its
 line editor. Memory, descriptors and processes have to stay what they were.
 
-    tests/campaign/run endurance                          10,000 commands and a megabyte of keys
-    tests/campaign/run endurance --commands 300 --keys 20000 --seed 7
+    tests/campaign/endurance.py                          10,000 commands and a megabyte of keys
+    tests/campaign/endurance.py --commands 300 --keys 20000 --seed 7
 
 It runs in a device root (build/release must be built; root, or a kernel that gives user namespaces). The last lines are the
 table for docs/reliability.md; the exit status is 0 only when nothing grew and the shell answered to the end.

@@ -3,7 +3,7 @@
 The board tests that are too long for ./test: whole firmware over the serial line in each form, and the largest root file
 system. Words go to pytest. About half an hour on two cores.
 
-    tests/campaign/run long
+    tests/campaign/long.py
 """
 
 import os
