@@ -58,6 +58,9 @@ _ACCEPTED = [
     ("start, UBI partition split", "malloc", "", "", "a partition that is not found in the kernel's list keeps its node and size"),
     ("", "", r"^/usr/sbin/fw_printenv -n mtdparts", "", "an environment that cannot be read and one without the variable look "
      "alike"),
+    ("flash analyze", "(posix_spawn|open|ioctl|read|)", r"/mount |/dev/mtd", r"\bdirty\b", "what cannot be read is listed as dirty"),
+    ("show oem", "(posix_spawn|fgets|)", "", "not set", "an environment that cannot be read and one without the variable look "
+     "alike"),
     ("splits", "", r"^/usr/sbin/fw_setenv mtdparts", "", "a partition that is as large as asked for is not written down again"),
 ]
 _SAID = re.compile(r"ERROR|FAILURE|NOTE|WARNING|unavailable|not found|unknown|none", re.IGNORECASE)
