@@ -33,6 +33,8 @@ SAMPLE = artefacts.BUILD / "firmware.img"
 
 PROMPT = "CLI> "
 BEGIN = b"Begin serial download..."
+# Seconds for what is expected to come: other work may keep the processors busy.
+PATIENCE = 600
 WAY_OUT = 0x1D  # Ctrl-]
 # The lines of the board in the directory of its flash.
 LINES = {1: "ttyS1", 2: "ttyS2"}
@@ -154,7 +156,7 @@ def interactive(options):
             lines.enter_context(LineSocket(board, 2, options.state / LINES[2]))
             if not sys.stdin.isatty():
                 # A script's lines are meant for what is started, not for the boot loader.
-                board.console.expect(PROMPT, "> ", timeout=120)
+                board.console.expect(PROMPT, "> ", timeout=PATIENCE)
             why = _hand_over(board, screen, console)
         print(f"\n[board off: {why}]")
         if screen.shows_the_shell():
@@ -211,15 +213,15 @@ def _demonstrate(board):
     board.factory_setup()
     started = time.monotonic()
     _note("power on")
-    board.start(timeout=120)
-    board.console.expect(PROMPT, timeout=120)
+    board.start(timeout=PATIENCE)
+    board.console.expect(PROMPT, timeout=PATIENCE)
     _note(f"prompt after {time.monotonic() - started:.1f} s; kesto installs the firmware into bank 2, over this very line")
     _install_by_kesto(board, image)
     _compare(board, image)
     _reset(board, firmware)
     board.console.send("shell\r")
-    board.wait_boot(120)
-    board.console.expect(PROMPT, timeout=120)
+    board.wait_boot(PATIENCE)
+    board.console.expect(PROMPT, timeout=PATIENCE)
     _note("now a damaged image, into the other bank; kesto would not send it, a terminal program does")
     _install(board, bytes(damaged), 1, b"FAILURE")
     _type(board, "set bootenv bootcmd run flashboot")
@@ -228,7 +230,7 @@ def _demonstrate(board):
 
 def _type(board, line):
     board.console.send(line + "\r")
-    board.console.expect(PROMPT, timeout=120)
+    board.console.expect(PROMPT, timeout=PATIENCE)
 
 
 def _install_by_kesto(board, image):
@@ -237,7 +239,7 @@ def _install_by_kesto(board, image):
     file.write_bytes(image)
     with LineSocket(board, 1, board.directory / LINES[1]) as line:
         done = subprocess.run([KESTO, "install", "--port", f"unix:{line.path}", file, "--bank", "2", "--erase", "--yes",
-                               "--check"], stdin=subprocess.DEVNULL, check=False)
+                               "--check", "--limit", str(PATIENCE)], stdin=subprocess.DEVNULL, check=False)
     board.console.skip()
     if done.returncode:
         raise _Wrong(f"kesto ended with status {done.returncode}")
@@ -247,12 +249,12 @@ def _install_by_kesto(board, image):
 def _install(board, image, bank, wanted):
     began = time.monotonic()
     board.console.send(f"flash download serial {bank}\r")
-    board.console.expect(BEGIN, timeout=60)
-    board.wait_receiving()
+    board.console.expect(BEGIN, timeout=PATIENCE)
+    board.wait_receiving(timeout=PATIENCE)
     send_as_taken(board, image)
-    said = board.console.expect("Done: ", timeout=120).before
-    result = board.console.expect("\n").before.strip()
-    board.console.expect(PROMPT)
+    said = board.console.expect("Done: ", timeout=PATIENCE).before
+    result = board.console.expect("\n", timeout=PATIENCE).before.strip()
+    board.console.expect(PROMPT, timeout=PATIENCE)
     if result != wanted:
         raise _Wrong(f"the shell said {said[-200:]!r}, Done: {result!r}")
     _note(f"that took {time.monotonic() - began:.0f} s")
@@ -261,10 +263,10 @@ def _install(board, image, bank, wanted):
 def _reset(board, firmware):
     """Has the shell reset the device, and expects the firmware in bank 2."""
     board.console.send("reset\r")
-    found = board.console.expect(re.compile(rb"Firmware [^\n]*\n"), PROMPT, timeout=120)
+    found = board.console.expect(re.compile(rb"Firmware [^\n]*\n"), PROMPT, timeout=PATIENCE)
     if found.index or found.group(0).decode().strip() != firmware.report("2"):
         raise _Wrong("bank 2 did not come up")
-    board.console.expect("\n> ")
+    board.console.expect("\n> ", timeout=PATIENCE)
 
 
 def _note(text):
