@@ -20,7 +20,6 @@
 namespace {
 
 constexpr const char* begin_text = "Begin serial download...";
-constexpr seconds begin_limit{20};
 // A download that nobody feeds any more ends after 30 seconds before a header, after 3 within a part.
 constexpr seconds abandoned_limit{50};
 constexpr milliseconds look{300};
@@ -276,8 +275,8 @@ void installation::send_serial() {
   }
   progress_.state(number_, command);
   shell.start(command);
-  if (!shell.wait_for(begin_text, begin_limit)) {
-    const answer given = shell.finish(begin_limit);
+  if (!shell.wait_for(begin_text, options_.limit())) {
+    const answer given = shell.finish(options_.limit());
     throw device_failure(status_device_failed,
                          fmt::format("{}: '{}' failed: {}", record_.port, command, first_error(given.text)));
   }
