@@ -10,7 +10,7 @@ setup_packages() {
     case $1 in
         build) echo cmake g++ ninja-build zlib1g-dev libgtest-dev libgmock-dev libcli11-dev nlohmann-json3-dev libtomlplusplus-dev \
             libfmt-dev libserialport-dev ;;
-        test) echo python3 python3-pytest python3-pytest-xdist busybox-static ser2net ;;
+        test) echo python3 python3-pytest python3-pytest-xdist busybox-static ser2net python3-labgrid ;;
         board)
             # Kernel and user space of the board are not installed here: it fetches and unpacks those packages itself. The
             # last two are firmware that the tests' images are made of.
