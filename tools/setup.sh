@@ -3,7 +3,7 @@
 #   . tools/setup.sh
 #   setup_need build board        # installs what is missing, and only that; a second call is a silent check
 #
-# Purposes: build, test, board, arm, fuzz, lint. Packages are installed by name, without recommendations; root is
+# Purposes: build, test, board, arm, bench, fuzz, lint. Packages are installed by name, without recommendations; root is
 # asked for through sudo only when something is missing.
 
 setup_packages() {
@@ -18,6 +18,8 @@ setup_packages() {
                 libubootenv-tool kmod seabios ipxe-qemu
             ;;
         arm) echo g++-arm-linux-gnueabi qemu-user-static python3 ;;
+        # The server that kesto's is compared with is fetched, not installed; this is a library of it.
+        bench) echo busybox-static curl libwrap0 ;;
         fuzz) echo clang libclang-rt-14-dev llvm ;;
         lint) echo clang-format clang-tidy ;;
         *) echo "setup: no such purpose: $1" >&2; return 1 ;;
