@@ -113,14 +113,23 @@ class LineSocket:
 
     def _pass_on(self, data):
         download = self._downloads.current
+
+        def given_up():
+            return self._downloads.current != download or self._ends.is_set()
+
         if download is None:
             self._transfer = None
         elif self._transfer is None or self._transfer.download != download:
             self._transfer = _Transfer(self._board, self._port, self._number, download)
         if self._transfer:
-            self._transfer.wait(len(data), lambda: self._downloads.current != download or self._ends.is_set())
-        with contextlib.suppress(Timeout):  # nobody has the port open: what is sent there is lost
-            self._port.send(data)
+            self._transfer.wait(len(data), given_up)
+        while data:
+            try:
+                self._port.send(data)
+                return
+            except Timeout as stalled:
+                # Nobody has the port open, and what is sent there is lost; or the board is slow.
+                data = data[-stalled.left:] if self._transfer and not given_up() else b""
 
 
 class _Downloads:

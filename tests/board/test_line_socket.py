@@ -6,6 +6,7 @@ import time
 
 import pytest
 
+import serial_port
 from command_agent import Result
 from errors import Timeout
 from flow_control import WINDOW
@@ -34,19 +35,24 @@ class StandIn:
         self.is_open, self.shell = True, ASKS
         self.looks = 0
         self._near, self._far = socket.socketpair()
+        self._near.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 4096)
         self.console.attach(self._near)
+        self.runs = threading.Event()
+        self.runs.set()
         self._thread = threading.Thread(target=self._take)
         self._thread.start()
 
     def close(self):
+        self.runs.set()
         self._far.shutdown(socket.SHUT_RDWR)
         self._thread.join()
         self._near.close()
         self._far.close()
 
     def _take(self):
-        while data := self._far.recv(65536):
+        while data := self._far.recv(4096):
             self.taken += data
+            self.runs.wait(PATIENCE)
 
     def show(self, data):
         """The board writes to its console."""
@@ -203,6 +209,27 @@ def test_a_file_goes_as_the_shell_takes_it(board, line, connect, stragglers):
     client.send(b"x")
     expect_taken(board, data + b"x")
     assert not line.is_transferring
+
+
+def test_a_line_that_stands_still_loses_nothing_of_a_file(board, connect, monkeypatch):
+    """As on a machine with other work."""
+    tried = []
+    real = Port.send
+
+    def send(port, data):
+        tried.append(len(data))
+        real(port, data)
+
+    monkeypatch.setattr(Port, "send", send)
+    monkeypatch.setattr(serial_port, "_SEND_STALLED", 0.01)
+    client, data = connect(), bytes(range(256)) * (WINDOW // 256)
+    begin(board, client)
+    board.runs.clear()
+    client.send(data)
+    wait_until(lambda: len(tried) > 3 * WINDOW // 4096, "the line does not stand still")
+    assert len(board.taken) < WINDOW
+    board.runs.set()
+    expect_taken(board, data)
 
 
 def test_a_shell_that_gives_up_takes_the_rest_for_keys(board, connect):
