@@ -6,4 +6,8 @@ class BoardError(Exception):
 
 
 class Timeout(BoardError):
-    """Something that was waited for did not come."""
+    """Something that was waited for did not come. `left`: bytes that a sender was left with."""
+
+    def __init__(self, text, left=0):
+        super().__init__(text)
+        self.left = left

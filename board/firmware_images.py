@@ -104,7 +104,7 @@ class Firmware:
     """
 
     version: str
-    code: str = "FW"
+    code: str = "TK"
     small: bool = False
 
     def _made(self, kind, inputs, maker):

@@ -3,6 +3,7 @@ What RTS does on the device: a sender goes on only while the other side takes wh
 line, and the shell formats and mounts between a header and its contents, so the sender looks.
 """
 
+import math
 import re
 import time
 
@@ -26,14 +27,18 @@ class Reader:
         return int(re.search(rf"^{self._number}:.* rx:(\d+)", counts, re.MULTILINE)[1])
 
     def wants_more(self, sent):
-        """Whether all of the `sent` bytes have been taken, and the reader waits for what follows."""
+        """
+        Whether all of the `sent` bytes have been taken, and the reader waits for what follows. More may have come: what was
+        on its way when the counting began.
+        """
         call = self._board.get(self._call)
-        return call.startswith(_SELECT) and self._received() - self._start == sent
+        return call.startswith(_SELECT) and self._received() - self._start >= sent
 
-    def wait(self, sent, given_up, timeout):
+    def wait(self, sent, given_up, timeout=math.inf):
         """
         Waits until the reader wants more than the `sent` bytes, or given_up() says that it has ended. It looks less and less
-        often: looking costs the board time, too. Raises Timeout after `timeout` seconds.
+        often: looking costs the board time, too. Raises Timeout after `timeout` seconds, BoardError when the board or the
+        process is gone.
         """
         deadline, pause = time.monotonic() + timeout, 0.01
         while not (given_up() or self.wants_more(sent)):
@@ -43,7 +48,7 @@ class Reader:
             pause = min(0.5, 1.5 * pause)
 
 
-def send_as_taken(board, data, number=1, progress=None, timeout=60.0):
+def send_as_taken(board, data, number=1, progress=None, timeout=600.0):
     """
     Sends an image to the shell, which listens on /dev/ttyS`number`, as fast as it takes it, until it says that it is done.
     progress(bytes sent) is called now and then. Raises Timeout when the shell takes nothing for `timeout` seconds.

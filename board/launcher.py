@@ -1,21 +1,18 @@
-"""What ./run starts: a board on this terminal, the sender for a second terminal, and the demonstration."""
+"""What ./run starts: a board on this terminal, its lines for other programs, and the demonstration."""
 
 import argparse
 import contextlib
 import hashlib
-import json
 import os
 import pathlib
 import re
 import selectors
 import signal
-import socket
 import struct
 import subprocess
 import sys
 import tempfile
 import termios
-import threading
 import time
 import tty
 
@@ -25,19 +22,22 @@ import artefacts  # noqa: E402
 import recovery_system  # noqa: E402
 from firmware_images import Firmware  # noqa: E402
 from flow_control import send_as_taken  # noqa: E402
+from line_socket import LineSocket  # noqa: E402
 from virtual_board import SHELL_PATH, Board, BoardError  # noqa: E402
 
 ROOT = artefacts.ROOT
 PROGRAM = ROOT / "build" / "arm" / "recovery-loader"
+KESTO = ROOT / "build" / "release" / "kesto"
 STATE = artefacts.BUILD / "state"
 SAMPLE = artefacts.BUILD / "firmware.img"
 
 PROMPT = "CLI> "
 BEGIN = b"Begin serial download..."
-# The shell gives up this many seconds after it said so.
-BEGIN_VALID = 30
+# Seconds for what is expected to come: other work may keep the processors busy.
+PATIENCE = 600
 WAY_OUT = 0x1D  # Ctrl-]
-CONTROL = "control"
+# The lines of the board in the directory of its flash.
+LINES = {1: "ttyS1", 2: "ttyS2"}
 # Of the recovery system that the factory laid into the flash, see _factory().
 LAID = "recovery.sum"
 LOADER_BEGINS, LOADER_ENDS = b"\nU-Boot ", b"\nStarting kernel ..."
@@ -46,131 +46,6 @@ LOADER_BEGINS, LOADER_ENDS = b"\nU-Boot ", b"\nStarting kernel ..."
 def sample():
     """The firmware that is installed: its kernel is packed as short as it gets, for it goes over a serial line."""
     return Firmware("4.1.0.0R1", small=True)
-
-
-# A running board's control socket: how a second terminal reaches it.
-
-
-@contextlib.contextmanager
-def _socket_path(directory):
-    """A short name for the control socket however long the directory's is."""
-    descriptor = os.open(directory, os.O_PATH | os.O_DIRECTORY)
-    try:
-        yield f"/proc/self/fd/{descriptor}/{CONTROL}"
-    finally:
-        os.close(descriptor)
-
-
-class _BeginWatch:
-    """Knows since when the shell has been waiting for a serial download, from what it says on its console."""
-
-    def __init__(self, console):
-        self._tail = b""
-        self._changed = threading.Condition()
-        self._since = None
-        console.listeners.append(self._received)
-
-    def _received(self, data):
-        self._tail = (self._tail + data)[-4096:]
-        begin, done = self._tail.rfind(BEGIN), self._tail.rfind(b"Done: ")
-        with self._changed:
-            if begin > done:
-                if self._since is None:
-                    self._since = time.monotonic()
-                    self._changed.notify_all()
-            else:
-                self._since = None
-
-    def wait(self, timeout):
-        """Waits for the shell to ask for a download. Returns when that was, or None."""
-        with self._changed:
-            self._changed.wait_for(self._waiting, timeout)
-            return self._since if self._waiting() else None
-
-    def _waiting(self):
-        return self._since is not None and time.monotonic() < self._since + BEGIN_VALID
-
-
-class _Control(threading.Thread):
-    """Feeds files from second terminals into the board's serial lines, one at a time."""
-
-    def __init__(self, board, directory):
-        super().__init__(daemon=True, name="control")
-        self.sending = False
-        self._board = board
-        self._watch = _BeginWatch(board.console)
-        self._socket = socket.socket(socket.AF_UNIX)
-        (directory / CONTROL).unlink(missing_ok=True)
-        with _socket_path(directory) as path:
-            self._socket.bind(path)
-        self._socket.listen()
-
-    def run(self):
-        while True:
-            peer, _ = self._socket.accept()
-            with peer, contextlib.suppress(OSError):
-                self._serve(peer, peer.makefile("rwb"))
-
-    def _serve(self, peer, stream):
-        def answer(**fields):
-            peer.sendall(json.dumps(fields).encode() + b"\n")
-
-        request = json.loads(stream.readline())
-        data = stream.read(request["size"])
-        port = {1: self._board.console, 2: self._board.serial2}[request["port"]]
-        try:
-            answer(state="waiting")
-            since = self._watch.wait(request["wait"])
-            if since is None:
-                answer(state="error", text="nobody asked for a serial download")
-                return
-            self._board.wait_receiving(port)
-            self.sending = port is self._board.console
-            send_as_taken(self._board, data, request["port"], lambda sent: answer(state="sending", sent=sent))
-            answer(state="done")
-        except BoardError as error:
-            answer(state="error", text=str(error))
-        finally:
-            self.sending = False
-
-
-def send(options):
-    """./run send: from a second terminal."""
-    data = pathlib.Path(options.file).read_bytes()
-    peer = socket.socket(socket.AF_UNIX)
-    try:
-        with _socket_path(options.state) as path:
-            peer.connect(path)
-    except OSError:
-        print(f"No board is running in {options.state}. Start one with ./run in another terminal.", file=sys.stderr)
-        return 1
-    request = {"port": options.port, "size": len(data), "wait": options.wait}
-    try:
-        peer.sendall(json.dumps(request).encode() + b"\n" + data)
-        return _show_progress(peer.makefile("rb"), options, len(data))
-    except OSError:
-        print("\nThe board has gone.", file=sys.stderr)
-        return 1
-
-
-def _show_progress(answers, options, size):
-    shown = -1
-    for line in answers:
-        answer = json.loads(line)
-        if answer["state"] == "waiting":
-            print(f'Sends to ttyS{options.port} when the shell says "{BEGIN.decode()}"; type there now:\n'
-                  f"    flash download serial 2{' 2' if options.port == 2 else ''}", flush=True)
-        elif answer["state"] == "sending" and answer["sent"] * 100 // size != shown:
-            shown = answer["sent"] * 100 // size
-            print(f"\r{answer['sent']} of {size} bytes ({shown} %)", end="", flush=True)
-        elif answer["state"] == "done":
-            print("\nSent.")
-            return 0
-        elif answer["state"] == "error":
-            print(f"\n{answer['text']}", file=sys.stderr)
-            return 1
-    print("\nThe board has gone.", file=sys.stderr)
-    return 1
 
 
 # The board on this terminal.
@@ -233,7 +108,7 @@ class _Screen:
         return self.port is self._board.console and shown.rfind(PROMPT.encode()) > shown.rfind(b"\nFirmware ")
 
 
-def _hand_over(board, screen, control):
+def _hand_over(board, screen, console):
     """Passes keys to where the screen comes from until the way out is taken or the machine ends. Returns which."""
     keys = selectors.DefaultSelector()
     keys.register(sys.stdin, selectors.EVENT_READ)
@@ -246,7 +121,7 @@ def _hand_over(board, screen, control):
             if sys.stdin.isatty() and WAY_OUT in data:
                 return "left"
             # A key would become part of the image.
-            if not control.sending:
+            if not console.is_transferring:
                 screen.port.send(data)
     return "the machine ended"
 
@@ -275,32 +150,31 @@ def interactive(options):
         _factory(board)
         print(_instructions(options), flush=True)
         screen = _Screen(board, _write_all)
-        with _raw_terminal():
+        with _raw_terminal(), contextlib.ExitStack() as lines:
             board.start(wait=False)
-            control = _Control(board, options.state)
-            control.start()
+            console = lines.enter_context(LineSocket(board, 1, options.state / LINES[1]))
+            lines.enter_context(LineSocket(board, 2, options.state / LINES[2]))
             if not sys.stdin.isatty():
                 # A script's lines are meant for what is started, not for the boot loader.
-                board.console.expect(PROMPT, "> ", timeout=120)
-            why = _hand_over(board, screen, control)
+                board.console.expect(PROMPT, "> ", timeout=PATIENCE)
+            why = _hand_over(board, screen, console)
         print(f"\n[board off: {why}]")
-        (options.state / CONTROL).unlink(missing_ok=True)
         if screen.shows_the_shell():
             board.stop()
     return 0
 
 
 def _instructions(options):
-    state = "" if options.state == STATE else f" --state {options.state}"
+    console = os.path.relpath(options.state / LINES[1])
+    kesto = os.path.relpath(KESTO)
     return f"""Power on. This terminal shows the boot loader first, then the console of what it starts.
 
   Stop in the boot loader:               any key at once; its `boot` goes on
   Leave (switches the board off):        Ctrl-]
   Interrupt a command:                   Ctrl-C goes to the shell
-  Install the firmware into bank 2:      in a second terminal    ./run send{state} {os.path.relpath(SAMPLE)}
-                                         then here               flash download serial 2
-                                         and to boot it          reset
-  Over the second serial line:           ./run send --port 2{state} FILE   and   flash download serial 2 2
+  Install firmware into bank 2 and boot it, from a second terminal:
+      {kesto} install --port unix:{console} {os.path.relpath(SAMPLE)} --bank 2 --erase --boot
+  The second serial line:                --data-port unix:{os.path.relpath(options.state / LINES[2])} --data-number 2
 
 Flash is kept in {options.state}; ./run --fresh starts with a device as it leaves the factory.
 """
@@ -339,16 +213,16 @@ def _demonstrate(board):
     board.factory_setup()
     started = time.monotonic()
     _note("power on")
-    board.start(timeout=120)
-    board.console.expect(PROMPT, timeout=120)
-    _note(f"prompt after {time.monotonic() - started:.1f} s; the firmware goes over the console's own serial line into bank 2")
-    _install(board, image, 2, b"SUCCESS")
+    board.start(timeout=PATIENCE)
+    board.console.expect(PROMPT, timeout=PATIENCE)
+    _note(f"prompt after {time.monotonic() - started:.1f} s; kesto installs the firmware into bank 2, over this very line")
+    _install_by_kesto(board, image)
     _compare(board, image)
     _reset(board, firmware)
     board.console.send("shell\r")
-    board.wait_boot(120)
-    board.console.expect(PROMPT, timeout=120)
-    _note("now a damaged image, into the other bank")
+    board.wait_boot(PATIENCE)
+    board.console.expect(PROMPT, timeout=PATIENCE)
+    _note("now a damaged image, into the other bank; kesto would not send it, a terminal program does")
     _install(board, bytes(damaged), 1, b"FAILURE")
     _type(board, "set bootenv bootcmd run flashboot")
     _reset(board, firmware)
@@ -356,18 +230,31 @@ def _demonstrate(board):
 
 def _type(board, line):
     board.console.send(line + "\r")
-    board.console.expect(PROMPT, timeout=120)
+    board.console.expect(PROMPT, timeout=PATIENCE)
+
+
+def _install_by_kesto(board, image):
+    began = time.monotonic()
+    file = board.directory / "firmware.img"
+    file.write_bytes(image)
+    with LineSocket(board, 1, board.directory / LINES[1]) as line:
+        done = subprocess.run([KESTO, "install", "--port", f"unix:{line.path}", file, "--bank", "2", "--erase", "--yes",
+                               "--check", "--limit", str(PATIENCE)], stdin=subprocess.DEVNULL, check=False)
+    board.console.skip()
+    if done.returncode:
+        raise _Wrong(f"kesto ended with status {done.returncode}")
+    _note(f"that took {time.monotonic() - began:.0f} s")
 
 
 def _install(board, image, bank, wanted):
     began = time.monotonic()
     board.console.send(f"flash download serial {bank}\r")
-    board.console.expect(BEGIN, timeout=60)
-    board.wait_receiving()
+    board.console.expect(BEGIN, timeout=PATIENCE)
+    board.wait_receiving(timeout=PATIENCE)
     send_as_taken(board, image)
-    said = board.console.expect("Done: ", timeout=120).before
-    result = board.console.expect("\n").before.strip()
-    board.console.expect(PROMPT)
+    said = board.console.expect("Done: ", timeout=PATIENCE).before
+    result = board.console.expect("\n", timeout=PATIENCE).before.strip()
+    board.console.expect(PROMPT, timeout=PATIENCE)
     if result != wanted:
         raise _Wrong(f"the shell said {said[-200:]!r}, Done: {result!r}")
     _note(f"that took {time.monotonic() - began:.0f} s")
@@ -376,10 +263,10 @@ def _install(board, image, bank, wanted):
 def _reset(board, firmware):
     """Has the shell reset the device, and expects the firmware in bank 2."""
     board.console.send("reset\r")
-    found = board.console.expect(re.compile(rb"Firmware [^\n]*\n"), PROMPT, timeout=120)
+    found = board.console.expect(re.compile(rb"Firmware [^\n]*\n"), PROMPT, timeout=PATIENCE)
     if found.index or found.group(0).decode().strip() != firmware.report("2"):
         raise _Wrong("bank 2 did not come up")
-    board.console.expect("\n> ")
+    board.console.expect("\n> ", timeout=PATIENCE)
 
 
 def _note(text):
@@ -426,12 +313,6 @@ def _arguments():
     parser.add_argument("--tftp", type=pathlib.Path, help="directory offered by TFTP at 10.0.2.2")
     parser.add_argument("--cmdline", default="", help="more words for the kernel command line")
     parser.add_argument("--demo", action="store_true", help="install firmware and boot it, without a person; true when it worked")
-    sub = parser.add_subparsers(dest="verb", metavar="send ...")
-    sender = sub.add_parser("send", help="feed a file into the running board's serial line")
-    sender.add_argument("file")
-    sender.add_argument("--port", type=int, choices=(1, 2), default=1, help="1: the console, 2: the spare line")
-    sender.add_argument("--wait", type=float, default=300.0, help="seconds to wait for the shell to ask")
-    sender.add_argument("--state", type=pathlib.Path, default=STATE)
     options = parser.parse_args()
     options.state = options.state.resolve()
     return options
@@ -450,8 +331,6 @@ def main():
     options = _arguments()
     _stop_on_signals()
     try:
-        if options.verb == "send":
-            return send(options)
         return demo(options) if options.demo else interactive(options)
     except (BoardError, artefacts.SetupError, subprocess.CalledProcessError, OSError) as error:
         print(f"run: {error}", file=sys.stderr)

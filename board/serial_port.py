@@ -112,7 +112,7 @@ class Port:
     def send(self, data):
         """
         Sends as fast as the line takes it: keystrokes. Text is sent as UTF-8. Raises Timeout when the line takes nothing
-        for a long time: nobody has the port open and its buffers are full.
+        for a long time: nobody has the port open and its buffers are full; its `left` is how many bytes were not sent.
         """
         data = memoryview(data.encode() if isinstance(data, str) else data)
         while data:
@@ -121,7 +121,7 @@ class Port:
                 raise BoardError(f"{self.name}: the machine is off")
             try:
                 if not select.select([], [sock], [], _SEND_STALLED)[1]:
-                    raise Timeout(f"{self.name}: takes no more; {len(data)} bytes are left")
+                    raise Timeout(f"{self.name}: takes no more; {len(data)} bytes are left", len(data))
                 data = data[sock.send(data, socket.MSG_DONTWAIT):]
             except BlockingIOError:
                 pass

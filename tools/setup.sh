@@ -3,14 +3,14 @@
 #   . tools/setup.sh
 #   setup_need build board        # installs what is missing, and only that; a second call is a silent check
 #
-# Purposes: build, test, board, arm, cross, package, fuzz, lint. Packages are installed by name, without recommendations; root is
+# Purposes: build, test, board, arm, cross, package, bench, fuzz, lint. Packages are installed by name, without recommendations; root is
 # asked for through sudo only when something is missing.
 
 setup_packages() {
     case $1 in
         build) echo cmake g++ ninja-build zlib1g-dev libgtest-dev libgmock-dev libcli11-dev nlohmann-json3-dev libtomlplusplus-dev \
             libfmt-dev libserialport-dev ;;
-        test) echo python3 python3-pytest python3-pytest-xdist busybox-static ser2net ;;
+        test) echo python3 python3-pytest python3-pytest-xdist busybox-static ser2net python3-labgrid ;;
         board)
             # Kernel and user space of the board are not installed here: it fetches and unpacks those packages itself. The
             # last two are firmware that the tests' images are made of.
@@ -20,6 +20,8 @@ setup_packages() {
         arm) echo g++-arm-linux-gnueabi qemu-user-static python3 ;;
         cross) echo g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user-static ;;
         package) echo pandoc man-db mandoc lintian mmdebstrap uidmap bash-completion dpkg-dev ;;
+        # The server that kesto's is compared with is fetched, not installed; this is a library of it.
+        bench) echo busybox-static curl libwrap0 ;;
         fuzz) echo clang libclang-rt-14-dev llvm ;;
         lint) echo clang-format clang-tidy ;;
         *) echo "setup: no such purpose: $1" >&2; return 1 ;;

@@ -13,8 +13,8 @@ struct serial_sending {
   bool same_line = true;
   int file = -1;  // read from its start
   uint64_t size = 0;
-  uint64_t pace = 0;                                // at most so many bytes a second, 0 = what the line takes
-  milliseconds patience = std::chrono::minutes(2);  // the line may take nothing for so long
+  uint64_t pace = 0;        // at most so many bytes a second, 0 = what the line takes
+  milliseconds patience{};  // the line may take nothing for so long
   std::function<void(uint64_t sent)> progress;
 };
 

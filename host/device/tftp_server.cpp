@@ -34,6 +34,8 @@ constexpr uint32_t plain_block = 512, smallest_block = 8, largest_block = 65464;
 // again and again, ever more seldom, and forgotten when it is surely gone.
 constexpr std::chrono::milliseconds first_wait{1000}, longest_wait{8000};
 constexpr std::chrono::minutes gone{15};
+// Read at once; at least the largest block.
+constexpr uint64_t read_ahead = 128 << 10;
 
 void put_word(std::string& packet, uint16_t value) {
   packet.push_back(static_cast<char>(value >> 8));
@@ -118,6 +120,8 @@ struct tftp_server::client_transfer {
   uint64_t number = 0;  // of the packet that is not acknowledged yet; 0 = the options
   std::string packet;
   bool is_last = false;
+  std::string ahead;  // of the file, from offset `ahead_at`
+  uint64_t ahead_at = 0;
   clock_type::time_point sent_at;
   clock_type::time_point heard_at;
   std::chrono::milliseconds wait = first_wait;
@@ -125,6 +129,7 @@ struct tftp_server::client_transfer {
 
 struct tftp_server::state {
   std::list<client_transfer> transfers;
+  std::vector<pollfd> waits;
   std::string buffer = std::string(1 << 16, '\0');
 };
 
@@ -155,8 +160,9 @@ tftp_server::~tftp_server() {
 
 void tftp_server::serve() {
   for (;;) {
-    std::vector<pollfd> waits = {{.fd = stop_.get(), .events = POLLIN, .revents = 0},
-                                 {.fd = socket_.get(), .events = POLLIN, .revents = 0}};
+    std::vector<pollfd>& waits = state_->waits;
+    waits.assign({{.fd = stop_.get(), .events = POLLIN, .revents = 0},
+                  {.fd = socket_.get(), .events = POLLIN, .revents = 0}});
     for (const client_transfer& transfer : state_->transfers) {
       waits.push_back({.fd = transfer.socket.get(), .events = POLLIN, .revents = 0});
     }
@@ -253,30 +259,41 @@ void tftp_server::take_request() {
   send_next(added, added.packet.size() > 2);
 }
 
-// Sends the next block, or the same packet `again`.
-void tftp_server::send_next(client_transfer& transfer, bool again) {
-  if (!again) {
-    const uint64_t offset = transfer.number * transfer.block_size;
-    ++transfer.number;
-    std::string block(transfer.block_size, '\0');
-    const uint64_t wanted = std::min<uint64_t>(transfer.block_size, size_ - std::min(size_, offset));
+// The block that begins there; a shorter one at the end of the file, or where it cannot be read.
+std::string_view tftp_server::block_at(client_transfer& transfer, uint64_t offset) {
+  const uint64_t left = size_ - std::min(size_, offset);
+  const uint64_t wanted = std::min<uint64_t>(transfer.block_size, left);
+  std::string& ahead = transfer.ahead;
+  if (offset < transfer.ahead_at || offset + wanted > transfer.ahead_at + ahead.size()) {
+    ahead.resize(std::min(left, read_ahead));
+    transfer.ahead_at = offset;
     uint64_t got = 0;
-    while (got < wanted) {
+    while (got < ahead.size()) {
       const ssize_t count =
-          pread(file_.get(), block.data() + got, wanted - got, static_cast<off_t>(offset + got));
+          pread(file_.get(), ahead.data() + got, ahead.size() - got, static_cast<off_t>(offset + got));
       if (count <= 0) {
         break;
       }
       got += static_cast<uint64_t>(count);
     }
-    block.resize(got);
-    transfer.is_last = got < transfer.block_size;
+    ahead.resize(got);
+  }
+  return std::string_view(ahead).substr(offset - transfer.ahead_at, wanted);
+}
+
+// Sends the next block, or the same packet `again`.
+void tftp_server::send_next(client_transfer& transfer, bool again) {
+  if (!again) {
+    const uint64_t offset = transfer.number * transfer.block_size;
+    ++transfer.number;
+    const std::string_view block = block_at(transfer, offset);
+    transfer.is_last = block.size() < transfer.block_size;
     transfer.wait = first_wait;
     transfer.packet.clear();
     put_word(transfer.packet, data);
     put_word(transfer.packet, static_cast<uint16_t>(transfer.number));
     transfer.packet += block;
-    sent_ += got;
+    sent_ += block.size();
   }
   transfer.sent_at = clock_type::now();
   ::send(transfer.socket.get(), transfer.packet.data(), transfer.packet.size(), 0);

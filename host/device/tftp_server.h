@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "util/unique_fd.h"
@@ -30,6 +31,7 @@ class tftp_server {
 
   void serve();
   void take_request();
+  std::string_view block_at(client_transfer& transfer, uint64_t offset);
   void send_next(client_transfer& transfer, bool again);
   bool take_acknowledgement(client_transfer& transfer);
 

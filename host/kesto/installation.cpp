@@ -20,9 +20,10 @@
 namespace {
 
 constexpr const char* begin_text = "Begin serial download...";
-constexpr seconds begin_limit{20};
 // A download that nobody feeds any more ends after 30 seconds before a header, after 3 within a part.
 constexpr seconds abandoned_limit{50};
+// A device that formats its flash takes nothing meanwhile.
+constexpr std::chrono::minutes stalled_limit{2};
 constexpr milliseconds look{300};
 // What comes up is silent for a while between its stages.
 constexpr seconds boot_silence{15};
@@ -276,8 +277,8 @@ void installation::send_serial() {
   }
   progress_.state(number_, command);
   shell.start(command);
-  if (!shell.wait_for(begin_text, begin_limit)) {
-    const answer given = shell.finish(begin_limit);
+  if (!shell.wait_for(begin_text, options_.limit())) {
+    const answer given = shell.finish(options_.limit());
     throw device_failure(status_device_failed,
                          fmt::format("{}: '{}' failed: {}", record_.port, command, first_error(given.text)));
   }
@@ -296,6 +297,7 @@ void installation::send_serial() {
       .file = file.get(),
       .size = image_.size,
       .pace = options_.pace,
+      .patience = std::max<milliseconds>(stalled_limit, options_.limit()),
       .progress = [this](uint64_t sent) { progress_.bytes(number_, sent, image_.size); }};
   bool complete = false;
   try {
