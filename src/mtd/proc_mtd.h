@@ -13,5 +13,5 @@ uint64_t mtd_name_to_size(const char* name);
 uint32_t mtd_name_to_erasesize(const char* name);
 
 /// Gives every row of the flash map that the kernel lists its node "/dev/mtdN"; the other rows keep theirs.
-/// The name before stays as it is until the call after this one, for an operation under way may still hold it.
+/// The name before lasts until the call after this one, for an operation under way may still hold it.
 void mtd_init_dev_names();

@@ -1,6 +1,7 @@
 """kesto at the line of a virtual board: real flash is read, and images go into it over the console, a second port, and
 the network, from kesto's own TFTP service."""
 
+import contextlib
 import json
 import subprocess
 from pathlib import Path
@@ -9,6 +10,7 @@ import pytest
 
 import real_images
 from board_session import PATIENCE, ROOT
+from line_socket import LineSocket
 from port_bridge import PortBridge
 from real_images import contents, split
 from udp_relay import UdpRelay
@@ -111,3 +113,23 @@ def test_from_its_own_tftp_service(own_board, kesto, relay):
     record = kesto.run("install", "--port", kesto.bridge(dev.board.console), kesto.file("image.rom", image), "--bank", "2",
                        "--tftp", relay.address, "--listen", "127.0.0.1", "--check", *ROOTLESS)
     expect_installed(dev, image, record)
+
+
+def test_four_boards_at_once(own_board, kesto, tmp_path):
+    """One process, four consoles; no pace, for the lines know flow control. The bank of one is in use: only that one fails."""
+    devices = [own_board(memory=128) for _ in range(4)]
+    for dev in devices:
+        dev.boot()
+    devices[2].board.flash_write("kernel_2", b"\0" * 70000)
+    image = real_images.build(("kernel", real_images.SMALL_KERNEL))
+    name = kesto.file("image.rom", image)
+    with contextlib.ExitStack() as stack:
+        lines = [stack.enter_context(LineSocket(dev.board, 1, tmp_path / f"line{number}")) for number, dev in enumerate(devices)]
+        ports = [word for line in lines for word in ("--port", f"unix:{line.path}")]
+        record = kesto.run("install", *ports, name, "--bank", "2", "--check", *ROOTLESS)
+    assert [device["status"] for device in record["devices"]] == [0, 0, 8, 0] and record["exit"] == 8, record
+    for number, (dev, device) in enumerate(zip(devices, record["devices"])):
+        assert device["port"] == f"unix:{tmp_path}/line{number}"
+        dev.expect_flash(kernel_2=b"\0" * 70000 if number == 2 else image)
+        assert dev.environment()["bootbank"] == ("1" if number == 2 else "2")
+        dev.board.console.skip()
