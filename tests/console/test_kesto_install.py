@@ -169,7 +169,7 @@ def test_boot_tells_what_comes_up(flash, kesto):
 
 def test_every_cut_of_a_header_is_named(kesto):
     first = images.part(images.CONFIG_LOADER, b"first", more=True)
-    for cut in (*range(1, 256, 5), 255):
+    for cut in range(1, 256):
         kesto.file("image.rom", first + CONFIG[:cut])
         result = kesto.run("install", "--port", "/dev/nosuch", "image.rom")
         assert (result.returncode, result.stderr) == (
