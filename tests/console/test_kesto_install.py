@@ -194,8 +194,8 @@ def test_no_port(kesto):
 
 
 @pytest.fixture
-def four(request, tmp_path, build):
-    sessions = [RootSession(tmp_path / f"root{i}", build, build / "recovery-loader") for i in range(4)]
+def devices(request, tmp_path, build):
+    sessions = [RootSession(tmp_path / f"root{i}", build, build / "recovery-loader") for i in range(request.param)]
     try:
         yield [prepare(session) for session in sessions]
     finally:
@@ -203,17 +203,27 @@ def four(request, tmp_path, build):
             session.close()
 
 
-def test_four_devices_at_once(four, kesto):
+@pytest.mark.parametrize("devices", [4, 16], indirect=True, ids=["four", "sixteen"])
+def test_several_devices_at_once(devices, kesto):
+    """One of them fails, and no other."""
     kesto.file("image.rom", CONFIG)
-    bridges = [kesto.bridge_to(session.console) for session in four]
-    four[2].fail_call("write", "/dev/mtd8", error="EIO")
+    bridges = [kesto.bridge_to(session.console) for session in devices]
+    devices[2].fail_call("write", "/dev/mtd8", error="EIO")
     ports = [word for bridge in bridges for word in ("--port", bridge.pty)]
     result = kesto.run("install", *ports, "image.rom", "--check", *QUICK)
     assert result.returncode == 3
     table = result.stdout.splitlines()[1:]
-    assert [row.split()[1] for row in table] == ["success", "success", "device_failed", "success"]
-    for number, session in enumerate(four):
+    expected = ["success"] * len(devices)
+    expected[2] = "device_failed"
+    assert [row.split()[1] for row in table] == expected
+    for number, session in enumerate(devices):
         assert installed(session, "config_loader", CONFIG) == (number != 2)
+
+
+def test_too_many_devices(kesto):
+    kesto.file("image.rom", CONFIG)
+    result = kesto.run("install", *(word for number in range(17) for word in ("--port", f"/dev/{number}")), "image.rom")
+    assert (result.returncode, result.stderr) == (2, "kesto: more than 16 devices (see 'kesto install --help')\n")
 
 
 def test_the_same_port_twice(kesto):
