@@ -53,10 +53,11 @@ class State:
 
     @staticmethod
     def of(dev: RootSession) -> "State":
+        # Pages of files are whoever's maps them as well, a shell of another test too.
         rollup = Path(f"/proc/{dev.pid}/smaps_rollup").read_text().splitlines()
-        private = sum(int(line.split()[1]) for line in rollup if line.startswith("Private_"))
+        anonymous = sum(int(line.split()[1]) for line in rollup if line.startswith(("Anonymous:", "Swap:")))
         children = Path(f"/proc/{dev.pid}/task/{dev.pid}/children").read_text().split()
-        return State(private, len(list(Path(f"/proc/{dev.pid}/fd").iterdir())), len(children))
+        return State(anonymous, len(list(Path(f"/proc/{dev.pid}/fd").iterdir())), len(children))
 
 
 def random_line(rng: random.Random) -> str:
