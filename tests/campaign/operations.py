@@ -29,15 +29,7 @@ def fresh(dev: RootSession) -> None:
     for partition in dev.partitions:
         if partition.name.startswith(("kernel", "config")):
             partition.write(KERNEL)
-    dev.partition("ubi0").fill()
-    dev.partition("ubi0").write(b"UBI#")
-    for volume, blocks in enumerate((8, 8, 1)):
-        directory = dev.path(f"/sys/class/ubi/ubi0/ubi0_{volume}")
-        directory.mkdir(parents=True)
-        (directory / "reserved_ebs").write_text(f"{blocks}\n")
-    dev.path("/sys/class/ubi/ubi0/avail_eraseblocks").write_text("0\n")
-    dev.path("/mnt/bin").mkdir(parents=True)
-    dev.path("/mnt/bin/busybox").write_text("busybox")
+    dev.use_ubi()
 
 
 def clean(dev: RootSession) -> None:

@@ -58,15 +58,7 @@ def write_ubifs(size, volume=1):
 def used(dev):
     """A device whose UBI partition is in use, in the dual schema, with the root file system's busybox in place."""
     dev.set_partitions(*((p.name, UBI_SIZE if p.name == "ubi0" else p.size, p.erase_size) for p in dev.partitions))
-    dev.partition("ubi0").fill()
-    dev.partition("ubi0").write(b"UBI#")
-    for volume, lebs in enumerate((8, 8, 1)):
-        directory = dev.path(f"/sys/class/ubi/ubi0/ubi0_{volume}")
-        directory.mkdir(parents=True)
-        (directory / "reserved_ebs").write_text(f"{lebs}\n")
-    dev.path("/sys/class/ubi/ubi0/avail_eraseblocks").write_text("0\n")
-    dev.path("/mnt/bin").mkdir(parents=True)
-    dev.path("/mnt/bin/busybox").write_text("busybox")
+    dev.use_ubi()
     return dev
 
 

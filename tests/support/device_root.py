@@ -149,6 +149,18 @@ class DeviceRoot:
                 node.truncate(size)
         self.path("/proc/mtd").write_text(text, encoding="ascii")
 
+    def use_ubi(self) -> None:
+        """Puts the UBI partition into use, in the dual schema, with the busybox of a root file system where it is mounted."""
+        self.partition("ubi0").fill()
+        self.partition("ubi0").write(b"UBI#")
+        for volume, lebs in enumerate((8, 8, 1)):
+            directory = self.path(f"/sys/class/ubi/ubi0/ubi0_{volume}")
+            directory.mkdir(parents=True)
+            (directory / "reserved_ebs").write_text(f"{lebs}\n")
+        self.path("/sys/class/ubi/ubi0/avail_eraseblocks").write_text("0\n")
+        self.path("/mnt/bin").mkdir(parents=True)
+        self.path("/mnt/bin/busybox").write_text("busybox")
+
     # ------------------------------------------------------------------ answers of tools
 
     def answer(self, tool: str, *, when: str = "", times: int = 0, after: int = 0, status: int = 0, stdout: bytes | str = b"",
