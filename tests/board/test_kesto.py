@@ -64,7 +64,7 @@ def expect_installed(dev, image, record):
     assert dev.environment()["kernel_size_2"] == f"{len(contents(kernel)):X}"
 
 
-@pytest.mark.parametrize("way", ["console", "another port"])
+@pytest.mark.parametrize("way", [pytest.param("console", marks=pytest.mark.long), "another port"])
 def test_over_a_serial_line(dev, kesto, way):
     image = real_images.small()
     line = kesto.bridge(dev.board.console)
