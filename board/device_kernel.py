@@ -1,6 +1,10 @@
 """
 The device's kernel: Debian's for 32-bit ARM machines, unpacked with its headers, and the module that makes the rest of the
 device, cross-built from kernel/.
+
+Of the two that Debian has it is the one with large physical addresses. The other, BOARD_KERNEL=armmp, guards user memory by
+the processor's domains: it changes a register on the way into the kernel and out of it, after which the emulator forgets
+all addresses that it has translated. System calls take it five times as long, and flash is read in many small ones.
 """
 
 import gzip
@@ -14,19 +18,21 @@ from artefact_cache import BUILD, CROSS, HERE, PackageTree, SetupError, make, ru
 # Loaded at boot, in this order, each after what it needs. The compressors come first: UBIFS looks for them once.
 MODULES = ("virtio_pci", "virtio_console", "lzo", "zstd", "deflate", "mtd", "ubi", "ubifs", "jffs2", "e100")
 
+FLAVOUR = os.environ.get("BOARD_KERNEL", "armmp-lpae")
+
 # The headers refer to the scripts of the build machine's own package.
 _KBUILD = "usr/lib/linux-kbuild-6.1"
 _HEADERS = "usr/src/linux-headers-"
 
 
 def _fetch(lists):
-    depends = lists.depends("linux-image-armmp")
-    found = re.search(r"linux-image-(\S+)-armmp \(= ([^)]+)\)", depends)
+    depends = lists.depends(f"linux-image-{FLAVOUR}")
+    found = re.search(rf"linux-image-(\S+)-{FLAVOUR} \(= ([^)]+)\)", depends)
     if not found:
-        raise SetupError(f"linux-image-armmp depends on no kernel: {depends!r}")
+        raise SetupError(f"linux-image-{FLAVOUR} depends on no kernel: {depends!r}")
     release, version = found.groups()
     return lists.download(*(f"linux-{part}={version}" for part in (
-        f"image-{release}-armmp", f"headers-{release}-armmp", f"headers-{release}-common")))
+        f"image-{release}-{FLAVOUR}", f"headers-{release}-{FLAVOUR}", f"headers-{release}-common")))
 
 
 def _release(tree):
@@ -39,7 +45,7 @@ def _release(tree):
 def _finish(tree):
     """Makes the headers usable where they are, and lists what module needs what."""
     release = _release(tree)
-    common = release.removesuffix("-armmp") + "-common"
+    common = release.removesuffix(f"-{FLAVOUR}") + "-common"
     (tree / _KBUILD).parent.mkdir(parents=True, exist_ok=True)
     (tree / _KBUILD).symlink_to("/" + _KBUILD)
     (tree / f"{_HEADERS}{release}" / "Makefile").write_text(f"include ../linux-headers-{common}/Makefile\n")
@@ -49,7 +55,7 @@ def _finish(tree):
 # Where the machine's memory begins.
 RAM = 0x40000000
 
-TREE = PackageTree("linux-armmp", "armhf", _fetch, _finish)
+TREE = PackageTree(f"linux-{FLAVOUR}", "armhf", _fetch, _finish)
 
 
 def image():
