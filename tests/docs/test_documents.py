@@ -117,7 +117,7 @@ def expect_current(request, name, new):
 
 
 @pytest.mark.xdist_group("tutorial")
-@pytest.mark.parametrize("name", ["flash-before"])
+@pytest.mark.parametrize("name", ["flash-before", "flash-after"])
 def test_picture_of_the_flash(request, tutorial, name):
     """What `kesto show` of the tutorial has drawn is what the document's picture says."""
     expect_current(request, name, text_of(tutorial.directory / f"{name}.svg"))
