@@ -63,6 +63,7 @@ def test_what_is_not_so_is_told_with_its_line_and_mended(tmp_path, right, wrong,
     (["...", "b"], ["b", "c"], False),
     (["a", "...", "c", "...", "e"], ["a", "b", "c", "d", "e"], True), (["a", "...", "c", "..."], ["a", "b"], False),
     (["a", "...", "a"], ["a"], False),
+    (["min/avg/max = 0.961/2.498/9.224 ms"], ["min/avg/max = 13.515/35.198/50.1 ms"], True),
     (["took 1.5 s"], ["took 20.25 s"], True), (["3 parts, 76771 bytes"], ["3 parts, 76772 bytes"], True),
     (["3 parts"], ["4 parts"], False), (["crc 1234abcd"], ["crc 00ffee11"], True), (["a  b"], ["a b"], True),
     (["Firmware 4.1.0.0R1"], ["Firmware 4.2.0.0R2"], False), (["Done: SUCCESS"], ["Done: FAILURE"], False)])
