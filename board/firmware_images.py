@@ -1,6 +1,9 @@
+#!/usr/bin/env python3
 """
 Images of the small firmware (firmware/): a kernel that brings the flash driver, and root file systems for both NAND
 geometries. Firmware of another version has other files.
+
+    board/firmware_images.py 4.2.0.0R2 FILE      # writes an image of that version, for any bank
 """
 
 import dataclasses
@@ -8,6 +11,7 @@ import io
 import lzma
 import pathlib
 import random
+import sys
 import tarfile
 import tempfile
 import zlib
@@ -154,3 +158,9 @@ class Firmware:
         """What it says on the console when it runs from `bank` ("1", "2" or "single") and all its files are whole."""
         return (f"Firmware {self.version} on rootfs_{bank}, kernel {self.version}: {len(self.files()) - 1} files, "
                 "all whole")
+
+
+if __name__ == "__main__":
+    if len(sys.argv) != 3:
+        sys.exit("usage: board/firmware_images.py VERSION FILE")
+    pathlib.Path(sys.argv[2]).write_bytes(Firmware(sys.argv[1], small=True).image("tar"))

@@ -25,6 +25,7 @@ class line_parser {
   line_parser(const program& program, int argc, char** argv)
       : program_(program), words_(argv + 1, argv + argc) {
     set_up(root_);
+    root_.set_version_flag("--version", program.version)->group("")->disable_flag_override();
     for (const subcommand* command : program.commands) {
       CLI::App& line = app_of(command->name);
       commands_[&line] = {command, command->declare(line)};
@@ -37,6 +38,9 @@ class line_parser {
       root_.parse(reversed);
     } catch (const CLI::CallForHelp&) {
       return help();
+    } catch (const CLI::CallForVersion&) {
+      printf("kesto %s\n", program_.version);
+      return exit_success;
     } catch (const CLI::RequiredError&) {
       return refuse_words();
     } catch (const CLI::ArgumentMismatch&) {

@@ -7,9 +7,11 @@
 
 struct program {
   const char* purpose;  // behind the name in the first line of the help
+  const char* version;  // of the product
   std::span<const subcommand* const> commands;
   const char* help_end;  // what follows the list of the commands
 };
 
-/// Runs what the command line asks for; help goes to standard output. Result: the exit status of the program.
+/// Runs what the command line asks for; help and version go to standard output. Result: the exit status of
+/// the program.
 int command_line_run(const program& program, int argc, char** argv);

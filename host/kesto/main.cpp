@@ -17,9 +17,10 @@ constexpr const subcommand* subcommands[] = {
 
 constexpr program kesto = {
     .purpose = "firmware images, and the devices with the recovery loader that they are for",
+    .version = PRODUCT_VERSION,
     .commands = subcommands,
     .help_end =
-        "  'kesto COMMAND --help' tells all about one of them.\n"
+        "  'kesto COMMAND --help' tells all about one of them, 'kesto --version' which kesto this is.\n"
         "\n"
         "EXIT STATUS\n"
         "  0  done\n"

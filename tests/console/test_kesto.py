@@ -12,6 +12,7 @@ import pytest
 
 import images
 from kesto_tool import patched
+from texts import BANNER
 
 pytestmark = pytest.mark.not_emulated(reason="a host tool, which never runs on the device's processor")
 
@@ -587,6 +588,15 @@ def test_help(kesto, option):
         assert (own.returncode, own.stderr) == (0, "")
         assert own.stdout.startswith(f"usage: kesto image {command} ")
     assert max(map(len, result.stdout.splitlines())) < 110
+
+
+def test_version(kesto):
+    """It is the shell's own, which stands in its banner."""
+    found = kesto.run("--version")
+    version = BANNER.split()[-2].removeprefix("v")
+    assert (found.returncode, found.stdout, found.stderr) == (0, f"kesto {version}\n", "")
+    assert kesto.run("--version", "image").stdout == found.stdout
+    kesto.misused("option '--version=1' is not known here", "--version=1", command="")
 
 
 def test_help_of_build_shows_every_option(kesto):

@@ -108,7 +108,7 @@ def place(tmp_path):
 
 
 def test_completion_knows_the_commands(place):
-    assert completed("kesto ", place) == ["--help", "image", "install", "ports", "run", "show"]
+    assert completed("kesto ", place) == ["--help", "--version", "image", "install", "ports", "run", "show"]
     assert completed("kesto im", place) == ["image"]
     assert completed("kesto image ", place) == ["--help", "build", "check", "extract", "info", "verify"]
     assert completed("kesto image ex", place) == ["extract"]
