@@ -156,6 +156,23 @@ def test_a_second_try(flash, kesto):
     assert installed(flash, "config_loader", CONFIG)
 
 
+def test_memory_does_not_grow_with_the_image(flash, kesto):
+    place = flash.partition("config_loader")
+    flash.set_partitions(*((row.name, 16 << 20 if row.name == place.name else row.size, row.erase_size)
+                           for row in flash.partitions))
+    peaks = []
+    for size in 1 << 20, 12 << 20:
+        image = images.part(images.CONFIG_LOADER, images.pattern(size))
+        kesto.file("image.rom", image)
+        flash.partition(place.name).fill()
+        # Started by a small program: until it begins, a process is as large as the one that starts it.
+        done = subprocess.run(["busybox", "time", "-f", "%M", kesto.program, "install", "--port", kesto.bridge.unix, "image.rom",
+                               "--check", *QUICK], cwd=kesto.directory, capture_output=True, text=True)
+        assert done.returncode == 0 and installed(flash, place.name, image), done.stderr
+        peaks.append(int(done.stderr.splitlines()[-1]))
+    assert peaks[1] < peaks[0] + 4096, "KiB"
+
+
 def test_boot_tells_what_comes_up(flash, kesto):
     kesto.file("image.rom", CONFIG)
     process = kesto.start("install", "--port", kesto.bridge.pty, "image.rom", "--boot", *QUICK)
