@@ -139,7 +139,7 @@ tier_fuzz() {
     build_preset fuzz || return 1
     local target
     for target in build/fuzz/fuzz_*; do
-        [ -x "$target" ] && check fuzz "$(basename "$target")" $plain_addresses tests/fuzz/run_one.sh "$target" "${FUZZ_SECONDS:-10}"
+        [ -x "$target" ] && check fuzz "$(basename "$target")" $plain_addresses tests/fuzz/run_one.sh "$target" "${FUZZ_SECONDS:-3}"
     done
 }
 
