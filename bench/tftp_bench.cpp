@@ -15,8 +15,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   try {
-    const tftp_server server(argv[1], "image", argv[2],
-                             static_cast<uint16_t>(strtoul(argv[3], nullptr, 10)));
+    const tftp_server server(argv[1], "image", argv[2], static_cast<uint16_t>(strtoul(argv[3], nullptr, 10)));
     puts("serving");
     fflush(stdout);
     char byte = 0;
