@@ -96,10 +96,11 @@ tier_unit() {
     return $status
 }
 
+# The program is the one with sanitizers: the device's own runs the same tests in the tier arm.
 tier_console() {
-    build_preset release || return 1
-    timeout 1800 /usr/bin/python3 -m pytest -q -n 6 -p no:cacheprovider "--junitxml=$results/console.xml" -m "not board" \
-        tests/console tests/both
+    build_preset release && build_preset asan recovery-loader || return 1
+    timeout 1800 $plain_addresses /usr/bin/python3 -m pytest -q -n 6 -p no:cacheprovider "--junitxml=$results/console.xml" \
+        -m "not board" --program=build/asan/recovery-loader tests/console tests/both
 }
 
 tier_board() {

@@ -86,10 +86,10 @@ def campaign(targets, executions, seconds):
         open_targets = [target for target in targets if target.done["executions"] < share]
         if not open_targets:
             return
+        turn = max(1, int(min(TURN_SECONDS, (end - time.monotonic()) / len(open_targets))))
         for target in open_targets:
-            left = end - time.monotonic()
-            if left >= 1:
-                target.run(share - target.done["executions"], int(min(TURN_SECONDS, left)))
+            if time.monotonic() < end:
+                target.run(share - target.done["executions"], turn)
                 print(f"{target.name}: {target.done['executions']:,} of {share:,}, {len(target.findings())} findings", flush=True)
 
 
