@@ -19,7 +19,7 @@ def _free_port():
         return probe.getsockname()[1]
 
 
-def _debians_server(directory):
+def debians_server(directory):
     """The server's program out of its package: installed, it would begin to serve on this machine."""
     subprocess.run(["apt-get", "-qq", "download", "tftpd-hpa"], cwd=directory, check=True)
     subprocess.run(["dpkg-deb", "-x", next(directory.glob("tftpd-hpa_*.deb")), directory / "package"], check=True)
@@ -45,22 +45,21 @@ def _wait_bound(port, process):
         time.sleep(0.01)
 
 
-def tftp_ratios(build, directory, runs):
-    """Throughput of kesto's service over that of Debian's server, of 24 MiB, once for each of `runs`; needs root."""
+def tftp_ratios(build, server, directory, runs):
+    """Throughput of kesto's service over that of Debian's `server`, of 24 MiB, once for each of `runs`; needs root."""
     (directory / "image").write_bytes(os.urandom(1 << 20) * (FILE_SIZE >> 20))
     (directory / "image").chmod(0o644)
     directory.chmod(0o755)
     ours, theirs = _free_port(), _free_port()
-    with subprocess.Popen([build / "tftp_bench", directory / "image", str(ours)], stdin=subprocess.PIPE,
+    with subprocess.Popen([build / "tftp_bench", directory / "image", "127.0.0.1", str(ours)], stdin=subprocess.PIPE,
                           stdout=subprocess.DEVNULL) as service, \
-         subprocess.Popen([_debians_server(directory), "-L", "-u", "nobody", "-a", f"127.0.0.1:{theirs}", "-s",
-                           directory]) as server:
+         subprocess.Popen([server, "-L", "-u", "nobody", "-a", f"127.0.0.1:{theirs}", "-s", directory]) as debians:
         try:
             _wait_bound(ours, service)
-            _wait_bound(theirs, server)
+            _wait_bound(theirs, debians)
             return [_fetch(ours, FILE_SIZE) / _fetch(theirs, FILE_SIZE) for _ in range(runs)]
         finally:
-            server.terminate()
+            debians.terminate()
             service.stdin.close()
 
 

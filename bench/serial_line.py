@@ -1,6 +1,7 @@
-"""How much of a serial line kesto uses: a pseudo-terminal that takes bytes no faster than a line does, with flow control, and
-the shell in a device root behind it."""
+"""kesto install into the shell in a device root. How much of a serial line it uses: a pseudo-terminal that takes bytes no
+faster than a line does, with flow control. Its memory, over a line that takes what comes."""
 
+import contextlib
 import json
 import os
 import subprocess
@@ -55,23 +56,45 @@ class PacedLine(PortBridge):
                 self.took = free_at - began
 
 
-def serial_ratio(build, rate, size):
-    """Throughput of kesto install, of an image of `size` bytes, over what a line of `rate` bytes per second carries."""
+@contextlib.contextmanager
+def _device_and_image(build, size):
+    """A directory with an image of `size` bytes, and a device that has room for it."""
     with tempfile.TemporaryDirectory() as name:
         directory = Path(name)
-        image = images.part(images.CONFIG_LOADER, images.pattern(size - images.HEADER_SIZE))
+        image = images.part(images.CONFIG_LOADER, os.urandom(size - images.HEADER_SIZE))
         (directory / "image.rom").write_bytes(image)
         dev = RootSession(directory / "root", build, build / "recovery-loader")
         try:
-            dev.set_partitions(*((row, 2 * size, 0x20000 if row == "ubi0" else 0x10000) for row in NAMES[:11]))
+            dev.set_partitions(*((row, 2 * size if row == "config_loader" else 0x40000, 0x20000 if row == "ubi0" else 0x10000)
+                                 for row in NAMES[:11]))
             for partition in dev.partitions:
                 partition.fill()
             dev.boot()
-            with PacedLine(dev.console, directory, rate, size) as line:
-                done = subprocess.run([build / "kesto", "install", "--port", line.pty, "image.rom", "--settle", "300", "--json"],
-                                      cwd=directory, check=False, capture_output=True, text=True)
-                if done.returncode or not line.took:
-                    sys.exit(f"bench: nothing was installed over the line: {done.stderr}{json.loads(done.stdout)}")
-                return size / rate / line.took
+            yield directory, dev
+            if dev.partition("config_loader").read(0, size) != image:
+                sys.exit("bench: the image was not installed as it was")
         finally:
             dev.close()
+
+
+def _install(build, directory, port, *before):
+    words = [*before, build / "kesto", "install", "--port", port, "image.rom", "--settle", "300", "--json"]
+    done = subprocess.run(words, cwd=directory, check=False, capture_output=True, text=True)
+    if done.returncode:
+        sys.exit(f"bench: nothing was installed over the line: {done.stderr}{json.loads(done.stdout)}")
+    return done
+
+
+def serial_ratio(build, rate, size):
+    """Throughput of kesto install, of an image of `size` bytes, over what a line of `rate` bytes per second carries."""
+    with _device_and_image(build, size) as (directory, dev), PacedLine(dev.console, directory, rate, size) as line:
+        _install(build, directory, line.pty)
+        return size / rate / line.took
+
+
+def install_memory(build, size):
+    """KiB that kesto install had resident at its peak, of an image of `size` bytes. A small program starts it: the size of
+    this one would count, too."""
+    with _device_and_image(build, size) as (directory, dev), PortBridge(dev.console, directory) as line:
+        done = _install(build, directory, line.unix, "busybox", "time", "-f", "%M")
+        return int(done.stderr.splitlines()[-1])

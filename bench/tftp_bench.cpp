@@ -1,6 +1,6 @@
-// Serves FILE as "image" by kesto's TFTP service on 127.0.0.1, until standard input ends:
+// Serves FILE as "image" by kesto's TFTP service until standard input ends:
 //
-//   tftp_bench FILE PORT
+//   tftp_bench FILE ADDRESS PORT
 #include <unistd.h>
 
 #include <cstdio>
@@ -10,13 +10,12 @@
 #include "device/tftp_server.h"
 
 int main(int argc, char** argv) {
-  if (argc != 3) {
-    fprintf(stderr, "usage: tftp_bench FILE PORT\n");
+  if (argc != 4) {
+    fprintf(stderr, "usage: tftp_bench FILE ADDRESS PORT\n");
     return 2;
   }
   try {
-    const tftp_server server(argv[1], "image", "127.0.0.1",
-                             static_cast<uint16_t>(strtoul(argv[2], nullptr, 10)));
+    const tftp_server server(argv[1], "image", argv[2], static_cast<uint16_t>(strtoul(argv[3], nullptr, 10)));
     puts("serving");
     fflush(stdout);
     char byte = 0;

@@ -42,6 +42,15 @@ std::vector<std::string> words_of(const std::string& line) {
   return words;
 }
 
+// The lines of `text` that a regular expression may see: its stack grows with the line, and a line that is
+// disturbed may bring anything. What the shell prints is shorter.
+std::vector<std::string> short_lines(const std::string& text) {
+  constexpr size_t longest = 250;
+  std::vector<std::string> lines = text_lines(text);
+  std::erase_if(lines, [](const std::string& line) { return line.size() > longest; });
+  return lines;
+}
+
 // Lines of the form "LABEL<separator>VALUE".
 std::map<std::string, std::string> labelled(const std::string& text, const std::string& separator) {
   std::map<std::string, std::string> values;
@@ -96,7 +105,7 @@ void take_console(device_state& state, const std::string& text) {
 void take_network(device_state& state, const std::string& text) {
   static const std::regex heading(R"(^\s*(\S+): \((up|down)\)$)");
   std::smatch match;
-  for (const std::string& line : text_lines(text)) {
+  for (const std::string& line : short_lines(text)) {
     if (std::regex_match(line, match, heading)) {
       state.network["interface"] = match[1];
       state.network["state"] = match[2];
@@ -122,7 +131,7 @@ void take_oem(device_state& state, const std::string& text) {
   static const std::regex address(R"(^OEM Ethernet address: (.*)$)");
   static const std::regex size(R"(^OEM Defaults File: Present, size=0x[0-9a-f]+ \((\d+)\)$)");
   std::smatch match;
-  for (const std::string& line : text_lines(text)) {
+  for (const std::string& line : short_lines(text)) {
     if (std::regex_match(line, match, address)) {
       state.oem_mac_address = match[1];
     } else if (std::regex_match(line, match, size)) {
@@ -136,7 +145,7 @@ void take_flash_info(device_state& state, const std::string& text) {
   static const std::regex row(
       R"(^(\S+)\s+(\S+)\s+(\S+)\s+(\S.*?)\s{2,}(\S.*?)\s+([-12S?])\s+([TF])\s+([TF])\s+([TF])\s*$)");
   std::smatch match;
-  for (const std::string& line : text_lines(text)) {
+  for (const std::string& line : short_lines(text)) {
     if (!std::regex_match(line, match, row)) {
       continue;
     }
@@ -182,7 +191,7 @@ void take_kernel_log(device_state& state, const std::string& text) {
   static const std::regex nand_block(R"(nand: .*erase size: (\d+) KiB)");
   static const std::regex ubi_block(R"(ubi0: PEB size: (\d+) bytes.*LEB size: (\d+) bytes)");
   std::smatch match;
-  for (const std::string& line : text_lines(text)) {
+  for (const std::string& line : short_lines(text)) {
     if (std::regex_search(line, match, partition)) {
       const auto begin = number_of<uint64_t>(match[1], 16);
       const auto end = number_of<uint64_t>(match[2], 16);
@@ -227,7 +236,8 @@ void take_mtdparts(device_state& state) {
     return;
   }
   static const std::regex entry(R"(([0-9a-fA-FxX]+[kKmMgG]?)(?:@([0-9a-fA-FxX]+[kKmMgG]?))?\(([^)]*)\))");
-  std::string text = found->second;
+  constexpr size_t longest = 1024;  // a kernel of the device takes no longer command line
+  std::string text = found->second.substr(0, longest);
   text.erase(0, text.starts_with("mtdparts=") ? 9 : 0);
   for (size_t begin = 0; begin < text.size();) {
     const size_t end = std::min(text.find(';', begin), text.size());

@@ -36,8 +36,8 @@ std::string last_line(const std::string& text) {
     return {};
   }
   const size_t begin = text.find_last_of("\r\n", last);
-  return text.substr(begin == std::string::npos ? 0 : begin + 1,
-                     last - (begin == std::string::npos ? -1 : begin));
+  const size_t first = begin == std::string::npos ? 0 : begin + 1;
+  return text.substr(first, last + 1 - first);
 }
 
 // A boot loader counts down on one line and stops at the first key.

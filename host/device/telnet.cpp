@@ -19,6 +19,8 @@ enum com_port_commands : uint8_t {
 };
 constexpr uint8_t answer_offset = 100;
 
+constexpr size_t longest_subnegotiation = 256;
+
 constexpr uint8_t parity_none = 1, stop_one = 1;
 constexpr uint8_t control_no_flow = 1, control_hardware_flow = 3;
 
@@ -98,7 +100,7 @@ std::string telnet_port::decode(std::string_view received, std::string& answer) 
       case states::subnegotiation:
         if (byte == iac) {
           state_ = states::subnegotiation_command;
-        } else if (subnegotiation_.size() < 256) {
+        } else if (subnegotiation_.size() < longest_subnegotiation) {
           subnegotiation_.push_back(c);
         }
         break;
@@ -107,7 +109,9 @@ std::string telnet_port::decode(std::string_view received, std::string& answer) 
           take_subnegotiation();
           state_ = states::data;
         } else {
-          subnegotiation_.push_back(c);
+          if (subnegotiation_.size() < longest_subnegotiation) {
+            subnegotiation_.push_back(c);
+          }
           state_ = states::subnegotiation;
         }
         break;

@@ -178,8 +178,11 @@ void installation::judge() {
   const unsigned way = options_.tftp_address.empty() ? image_way_serial : image_way_network;
   const mtd_banks bank = mtd_bank_from_word(record_.bank.c_str());
   std::string fault;
-  // Through text and back, so that what is judged is what "kesto show --json" records.
-  auto known = device_record_from_json(nlohmann::json::parse(device_state_json(device_).dump()), &fault);
+  // Through text and back, so that what is judged is what "kesto show --json" records. A variable of the boot
+  // environment may hold any bytes.
+  const std::string text =
+      device_state_json(device_).dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+  auto known = device_record_from_json(nlohmann::json::parse(text), &fault);
   if (!known) {
     throw device_failure(status_device_failed, fmt::format("{}: odd answers ({})", record_.port, fault));
   }

@@ -74,10 +74,28 @@ def test_what_is_not_erased_is_refused_until_told(flash, kesto):
     assert result.returncode == 8 and "Go on (y/N)?" in result.stderr
     assert flash.partition("kernel_2").read(0, 3) == b"old"
     flash.expect_not_ran("flash_erase")
-    result = kesto.at("install", "image.rom", "--erase", "--yes", "--check", *ROOTLESS, *QUICK)
-    assert result.returncode == 0, result.stderr
+    told = kesto.json("install", "image.rom", "--erase", "--yes", "--check", *ROOTLESS, *QUICK)
+    assert told["ok"] is True
+    assert told["devices"][0]["erased"] == [f"kernel_2 of {kesto.bridge.pty} (dirty)"]
+    assert "no-rootfs" in [finding["name"] for finding in told["devices"][0]["findings"]]
     flash.expect_ran("/usr/sbin/flash_erase -q /dev/mtd6 0 0", "/usr/sbin/fw_setenv bootbank 2")
     assert installed(flash, "kernel_2", KERNEL)
+
+
+def test_what_cannot_be_erased_is_not_written(flash, kesto):
+    kesto.file("image.rom", KERNEL)
+    flash.partition("kernel_2").write(b"old")
+    flash.answer("flash_erase", status=1)
+    told = kesto.json("install", "image.rom", "--erase", "--yes", *ROOTLESS, *QUICK, status=3)
+    assert told["ok"] is False
+    assert told["devices"][0]["message"].startswith(f"{kesto.bridge.pty}: 'flash kill 2 kernel' failed: ")
+    assert flash.partition("kernel_2").read(0, 3) == b"old"
+
+
+def test_a_refusal_is_not_tried_again(flash, kesto):
+    kesto.file("image.rom", KERNEL)
+    record = kesto.json("install", "image.rom", "--retry", "2", *QUICK, status=8)["devices"][0]
+    assert (record["result"], record["attempts"]) == ("refused", 1)
 
 
 def test_what_would_report_success_and_not_be_good_is_refused(flash, kesto):
@@ -95,6 +113,37 @@ def test_reading_back_finds_what_the_device_did_not_see(flash, kesto):
     result = kesto.at("install", "image.rom", "--check", *QUICK)
     assert result.returncode == 3
     assert "the device reported success, but config_loader: shown as clean; do not use bank 2" in result.stderr
+
+
+class Exchange:
+    """A line at whose end the flash is exchanged before it is analyzed for the second time."""
+
+    def __init__(self, partition, contents):
+        self._partition, self._contents, self._number = partition, contents, 0
+
+    def __call__(self, data):
+        self._number += data.count(b"flash analyze")
+        if self._number == 2:
+            self._partition.fill()
+            self._partition.write(self._contents)
+        return data
+
+
+@pytest.mark.parametrize("other, said", [
+    (images.part(images.CONFIG_LOADER, images.pattern(70001, 4), version=(3, 1, 0, 1, "R", 1)),
+     "version is 3.1.0.1R1, not 3.1.0.0R1"),
+    (images.part(images.CONFIG_LOADER, images.pattern(70001, 4), version=(3, 1, 0, 0, "R", 1), code=b"XY"),
+     "product code is XY, not -"),
+    (images.part(images.CONFIG_LOADER, images.pattern(70000, 4), version=(3, 1, 0, 0, "R", 1)), "size is 70000, not 70001"),
+    (images.part(images.CONFIG_LOADER, images.pattern(70001, 5), version=(3, 1, 0, 0, "R", 1)), "checksum is "),
+], ids=["version", "code", "size", "checksum"])
+def test_reading_back_compares(flash, kesto, other, said):
+    kesto.file("image.rom", CONFIG)
+    kesto.bridge.garble = Exchange(flash.partition("config_loader"), other)
+    result = kesto.at("install", "image.rom", "--check", *QUICK)
+    assert result.returncode == 3
+    assert "the device reported success, but config_loader: " in result.stderr and said in result.stderr
+    assert "is not good now" not in result.stderr  # the installation itself had come to its end
 
 
 class Spoil:
@@ -120,6 +169,14 @@ def test_the_device_fails_in_the_middle(flash, kesto):
     assert result.stderr.endswith("; bank 2 is not good now, bank 1 boots as before; the device is at its prompt\n")
     flash.console.skip()
     assert flash.command("verbose") == "verbosity is 3\n"
+
+
+def test_the_only_good_bank_is_named(flash, kesto):
+    kesto.file("image.rom", images.part(images.CONFIG_LOADER, images.pattern(9000, 4), more=True) + KERNEL)
+    kesto.bridge.garble = Spoil(2)
+    result = kesto.at("install", "image.rom", "--bank", "1", *ROOTLESS, *QUICK)
+    assert result.returncode == 3
+    assert "; bank 1 is not good now, bank 1 boots as before, and that is the same; " in result.stderr
 
 
 def test_ctrl_c_in_the_middle(flash, kesto):
@@ -151,9 +208,26 @@ def test_the_cable_is_pulled_in_the_middle(flash, kesto):
 def test_a_second_try(flash, kesto):
     kesto.file("image.rom", CONFIG)
     kesto.bridge.garble = Spoil(1)
-    record = kesto.json("install", "image.rom", "--retry", "2", *QUICK)["devices"][0]
-    assert (record["status"], record["attempts"]) == (0, 2)
+    record = kesto.json("install", "image.rom", "--retry", "1", *QUICK)["devices"][0]
+    assert (record["status"], record["attempts"], record["message"], record["remarks"]) == (0, 2, "", [])
     assert installed(flash, "config_loader", CONFIG)
+
+
+def test_memory_does_not_grow_with_the_image(flash, kesto):
+    place = flash.partition("config_loader")
+    flash.set_partitions(*((row.name, 16 << 20 if row.name == place.name else row.size, row.erase_size)
+                           for row in flash.partitions))
+    peaks = []
+    for size in 1 << 20, 12 << 20:
+        image = images.part(images.CONFIG_LOADER, images.pattern(size))
+        kesto.file("image.rom", image)
+        flash.partition(place.name).fill()
+        # Started by a small program: until it begins, a process is as large as the one that starts it.
+        done = subprocess.run(["busybox", "time", "-f", "%M", kesto.program, "install", "--port", kesto.bridge.unix, "image.rom",
+                               "--check", *QUICK], cwd=kesto.directory, capture_output=True, text=True)
+        assert done.returncode == 0 and installed(flash, place.name, image), done.stderr
+        peaks.append(int(done.stderr.splitlines()[-1]))
+    assert peaks[1] < peaks[0] + 4096, "KiB"
 
 
 def test_boot_tells_what_comes_up(flash, kesto):
@@ -165,6 +239,37 @@ def test_boot_tells_what_comes_up(flash, kesto):
     out, err = process.communicate(timeout=100)
     assert process.returncode == 0, err
     assert out.endswith("; up came: the recovery shell\n")
+
+
+@pytest.mark.parametrize("expected, status, said", [
+    ("Recovery Loader v", 0, "; up came: Recovery Loader v\n"),
+    ("Linux version", 3, "the recovery shell came up, not 'Linux version'")], ids=["comes", "does not come"])
+def test_boot_expects_a_text(flash, kesto, expected, status, said):
+    kesto.file("image.rom", CONFIG)
+    process = kesto.start("install", "--port", kesto.bridge.pty, "image.rom", "--boot", "--expect", expected, *QUICK)
+    flash.wait_ran("/sbin/reboot")
+    flash.kill()
+    flash.start()
+    out, err = process.communicate(timeout=100)
+    assert process.returncode == status, err
+    assert said in (err if status else out)
+
+
+def test_a_device_that_cannot_reset_itself(flash, kesto):
+    kesto.file("image.rom", CONFIG)
+    flash.answer("reboot", status=1)
+    result = kesto.at("install", "image.rom", "--boot", *QUICK)
+    assert result.returncode == 3
+    assert "the device cannot reset itself; the device is at its prompt\n" in result.stderr
+
+
+def test_a_port_that_the_device_does_not_have(flash, kesto):
+    kesto.file("image.rom", CONFIG)
+    other = kesto.bridge_to(flash.port(2))
+    result = kesto.at("install", "image.rom", "--data-port", other.pty, "--data-number", "9", *QUICK)
+    assert result.returncode == 3
+    assert "'flash download serial 2 9 115200' failed: " in result.stderr
+    assert flash.partition("config_loader").erased
 
 
 def test_every_cut_of_a_header_is_named(kesto):
@@ -224,6 +329,18 @@ def test_too_many_devices(kesto):
     kesto.file("image.rom", CONFIG)
     result = kesto.run("install", *(word for number in range(17) for word in ("--port", f"/dev/{number}")), "image.rom")
     assert (result.returncode, result.stderr) == (2, "kesto: more than 16 devices (see 'kesto install --help')\n")
+
+
+@pytest.mark.parametrize("words, said", [
+    (["--port", "/dev/a", "--tftp", "10.0.0.1:x", "--serial"], "--tftp beside --serial or --data-port"),
+    (["--port", "/dev/a", "--tftp", "10.0.0.1:x", "--data-port", "/dev/b"], "--tftp beside --serial or --data-port"),
+    (["--port", "/dev/a", "--port", "/dev/b", "--data-port", "/dev/c"], "as many --data-port as --port are wanted"),
+    (["--port", "/dev/a", "--data-port", "/dev/a"], "the same port twice"),
+])
+def test_options_that_contradict(kesto, words, said):
+    kesto.file("image.rom", CONFIG)
+    result = kesto.run("install", *words, "image.rom")
+    assert (result.returncode, result.stderr) == (2, f"kesto: {said} (see 'kesto install --help')\n")
 
 
 def test_the_same_port_twice(kesto):
@@ -310,6 +427,34 @@ def test_a_server_that_has_vanished(flash, kesto):
     assert result.returncode == 3
     assert result.stderr.endswith("; the device is at its prompt\n")
     assert flash.partition("config_loader").erased
+
+
+def test_a_server_that_vanishes_in_the_second_transfer(flash, kesto):
+    """The first is verified, the second one written."""
+    kesto.file("image.rom", CONFIG)
+    flash.answer("tftp", stdout=CONFIG, times=1)
+    flash.answer("tftp", stdout=CONFIG[:5000], status=1)
+    result = kesto.at("install", "image.rom", "--tftp", "10.0.0.9:a.rom")
+    assert result.returncode == 3
+    assert result.stderr.endswith("; bank 2 is not good now, bank 1 boots as before; the device is at its prompt\n")
+
+
+def test_a_device_that_does_not_come_back(flash, kesto):
+    """The transfer never ends, and while a command runs nothing but its end brings the prompt."""
+    kesto.file("image.rom", CONFIG)
+    flash.answer("tftp", stdout=CONFIG, held="begin")
+    result = kesto.at("install", "image.rom", "--tftp", "10.0.0.9:a.rom", "--install-limit", "1")
+    flash.release("tftp")
+    assert result.returncode == 4
+    assert result.stderr.endswith(
+        "; the line is not at a prompt: the device may still be at work, look at it before power is cut\n")
+
+
+def test_what_the_device_says_in_another_alphabet(flash, kesto):
+    flash.env["owner"] = "caf\xe9"
+    kesto.file("image.rom", CONFIG)
+    result = kesto.at("install", "image.rom", *QUICK)
+    assert result.returncode == 0, result.stderr
 
 
 def test_port_69_takes_a_privilege(kesto):

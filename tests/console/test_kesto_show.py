@@ -67,6 +67,15 @@ def test_the_record_is_what_image_check_takes(flash, kesto):
     assert found["not-erased"] == "danger" and "active-bank" in found
 
 
+@pytest.mark.parametrize("disturbed", ["0x" + "0" * 100_000, "x" * 100_000, "nand: " + "1" * 100_000],
+                         ids=["digits", "letters", "blocks"])
+def test_a_line_without_an_end(flash, kesto, disturbed):
+    """A line that is disturbed brings anything; what stands around it still counts."""
+    flash.answer("dmesg", stdout=KERNEL_LOG + disturbed + "\n")
+    rows = {row["name"]: row for row in kesto.json("show", port=kesto.bridge.unix)["flash"]}
+    assert rows["kernel_2"]["start"] == 0x140000
+
+
 def test_a_page_for_people(flash, kesto):
     result = kesto.at("show")
     assert (result.returncode, result.stderr) == (0, "")
