@@ -78,7 +78,7 @@ need_board() { setup_need build test arm board; }
 need_arm() { setup_need build test arm cross; }
 need_package() { setup_need build test arm package; }
 need_fuzz() { setup_need build fuzz; }
-need_lint() { setup_need build test lint; }
+need_lint() { setup_need build test lint mutation; }
 
 tier_unit() {
     build_preset release || return 1
@@ -150,6 +150,8 @@ tier_lint() {
         return 1
     }
     check lint floors tools/check_floors.py
+    # Of the mutation runs only what finds the places: a run takes hours.
+    check lint mutation_operators /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/mutation
     check lint formatting sh -c "git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror"
     # One file a run: with several the analyzer takes what it saw in one for the state of the next.
     check lint clang_tidy sh -c "git ls-files 'src/*.cpp' 'host/*.cpp' |

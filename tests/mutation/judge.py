@@ -12,6 +12,7 @@ import shlex
 import shutil
 import signal
 import subprocess
+import threading
 import time
 import xml.etree.ElementTree
 from dataclasses import dataclass
@@ -55,6 +56,7 @@ _CONSOLE = {
                                  "console/test_transfer_end.py"],
 }
 _CONSOLE_SECONDS = 1500.0  # a session that hangs ends by itself, as a test that fails
+_SLOW_SECONDS = 4.0        # unit tests that take longer than this come after the others
 _PATIENCE = "60"           # seconds that a console test waits for what must come
 _FREE_BYTES = 4 << 30      # a mutant that writes without end is stopped before the disk is full
 
@@ -69,12 +71,17 @@ class Stopped(Exception):
     """A run did not end by itself."""
 
 
+class Ended(Exception):
+    """The judge was told to end."""
+
+
 class Build:
     """The unchanged build that mutants are made from."""
 
     def __init__(self, root: Path):
         self.root, self.directory = root, root / "build" / "mutation"
         self._same = {}
+        self.passing = set()  # console tests that were seen to pass
 
     def configure(self) -> None:
         """Lists how each source is compiled."""
@@ -86,7 +93,9 @@ class Build:
 
     def make(self) -> None:
         """Brings the build up to date. Fails when the unit tests do not all pass on it."""
-        self._run(["ninja", "-C", str(self.directory), "-j2", "unit_tests", "recovery-loader"])
+        # The banner's date does not follow the commit here: what was built and measured stays good for the next one.
+        self._run(["ninja", "-C", str(self.directory), "-j2", "unit_tests", "recovery-loader"],
+                  dict(os.environ, SOURCE_DATE_EPOCH="1700000000"))
         self._links = {target: self._link_command(target) for target in ("unit_tests", "recovery-loader")}
         self._read_dependencies()
         self._read_suites()
@@ -101,8 +110,8 @@ class Build:
         """The files of the product, with the headers that hold code."""
         return sorted(str(path.relative_to(self.root)) for path in (self.root / "src").rglob("*") if path.suffix in (".cpp", ".h"))
 
-    def _run(self, words: list[str]) -> str:
-        result = subprocess.run(words, capture_output=True, text=True)
+    def _run(self, words: list[str], environment: dict | None = None) -> str:
+        result = subprocess.run(words, capture_output=True, text=True, env=environment)
         if result.returncode != 0:
             raise RuntimeError(f"{' '.join(words)}:\n{result.stdout[-3000:]}{result.stderr[-3000:]}")
         return result.stdout
@@ -142,22 +151,34 @@ class Build:
             if run.returncode != 0:
                 raise RuntimeError(f"the unit tests fail without a mutant:\n{run.stdout[-3000:]}")
             made.rename(results)
-        self._seconds = {}
+        self._seconds, self._slow = {}, []
         for suite in xml.etree.ElementTree.parse(results).getroot():
             plain = suite.get("name").split("/")[1] if "/" in suite.get("name") else suite.get("name")
-            self._seconds[plain] = self._seconds.get(plain, 0.0) + float(suite.get("time"))
+            for test in suite:
+                seconds = float(test.get("time"))
+                if seconds > _SLOW_SECONDS:
+                    self._slow.append((f"{suite.get('name')}.{test.get('name')}", plain, seconds))
+                    seconds = 0.0
+                self._seconds[plain] = self._seconds.get(plain, 0.0) + seconds
 
     # ------------------------------------------------------------------ what a mutant is judged by
 
     def unit_stages(self, file: str) -> list[tuple[str, float]]:
-        """Filters of the unit tests, with how long they take: the file's suites, the folder's, all others."""
+        """Filters of the unit tests, with how long they take: the file's suites, the folder's, the slow ones of these, and last
+        all others."""
         folder, name = file.split("/")[1], Path(file).stem
         own = self._suites.get(f"{folder}/{name}.h", set()) & set(self._seconds)
         near = set().union(*(suites for header, suites in self._suites.items() if header.startswith(folder + "/")))
         near = (near & set(self._seconds)) - own
         far = set(self._seconds) - own - near
-        return [(":".join(f"{suite}.*:*/{suite}.*" for suite in sorted(suites)), sum(self._seconds[suite] for suite in suites))
-                for suites in (own, near, far) if suites]
+        slow = [(test, seconds) for test, suite, seconds in self._slow if suite in own | near]
+        return [(self._filter(suites), sum(self._seconds[suite] for suite in suites)) for suites in (own, near) if suites] + \
+            ([(":".join(test for test, _ in slow), sum(seconds for _, seconds in slow))] if slow else []) + \
+            [(self._filter(far), sum(self._seconds[suite] for suite in far))]
+
+    def _filter(self, suites: set[str]) -> str:
+        chosen = ":".join(f"{suite}.*:*/{suite}.*" for suite in sorted(suites))
+        return f"{chosen}-{':'.join(test for test, _, _ in self._slow)}"
 
     def console_tests(self, file: str) -> list[str]:
         """The console tests that concern the file's folder, as arguments of pytest."""
@@ -229,8 +250,8 @@ def place_of(objects: dict[str, Path]) -> str:
 class Judge:
     """Judges mutants one after the other in a directory of its own."""
 
-    def __init__(self, build: Build, number: int):
-        self.build = build
+    def __init__(self, build: Build, number: int, ended: threading.Event):
+        self.build, self._ended = build, ended
         self.directory = build.directory / f"worker-{number}"
         self._temporary = self.directory / "tmp"
 
@@ -250,15 +271,15 @@ class Judge:
         verdict = self._units(near)
         if verdict:
             return verdict
-        if self.build.is_same_code(place, self.directory / "optimized"):
-            return Verdict("same code")
         self.build.link("recovery-loader", objects, self.directory / "recovery-loader")
         console = self.build.console_tests(place.file)
-        # What the shell does is seen on the console; what the shell uses, by other units.
-        if place.file.split("/")[1] in ("cli", "commands", "console"):
-            verdict = self._console(console) or self._units([far] if far else [])
+        # What the shell does is seen on the console; what it uses, by other units.
+        if far is None or place.file.split("/")[1] in ("cli", "commands", "console"):
+            verdict = self._console(console) or (self._units([far]) if far else None)
         else:
             verdict = self._units([far]) or self._console(console)
+        if verdict is None and self.build.is_same_code(place, self.directory / "optimized"):
+            return Verdict("same code")
         return verdict or Verdict("survived")
 
     def _units(self, stages: list[tuple[str, float]]) -> Verdict | None:
@@ -297,13 +318,15 @@ class Judge:
         """The verdict when a console test fails, fails again, and passes with the unchanged program."""
         program = self.directory / "recovery-loader"
         try:
-            failed = self._pytest(program, tests, ["-n", "3", "-m", "not board"])
+            failed = self._pytest(program, tests, ["-n", "2", "-m", "not board"])
         except Stopped:
             return Verdict("time-out", "console " + " ".join(tests))
         if not failed or not self._pytest(program, failed[:1], []):
             return None
-        if self._pytest(self.build.directory / "recovery-loader", failed[:1], []):
-            raise RuntimeError(f"{failed[0]} fails without a mutant")
+        if failed[0] not in self.build.passing:
+            if self._pytest(self.build.directory / "recovery-loader", failed[:1], []):
+                raise RuntimeError(f"{failed[0]} fails without a mutant")
+            self.build.passing.add(failed[0])
         return Verdict("killed", f"console {failed[0].removeprefix('tests/')}")
 
     def _pytest(self, program: Path, tests: list[str], options: list[str]) -> list[str]:
@@ -326,9 +349,11 @@ class Judge:
             try:
                 while True:
                     try:
-                        status = process.wait(timeout=5)
+                        status = process.wait(timeout=1)
                         return status, log.read_text(errors="replace")
                     except subprocess.TimeoutExpired:
+                        if self._ended.is_set():
+                            raise Ended from None
                         if time.monotonic() > end or shutil.disk_usage(self.directory).free < _FREE_BYTES:
                             raise Stopped(log.read_text(errors="replace")) from None
             finally:
