@@ -150,8 +150,8 @@ tier_lint() {
         return 1
     }
     check lint floors tools/check_floors.py
-    # Of the mutation runs only what finds the places: a run takes hours.
-    check lint mutation_operators /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/mutation
+    # Mutation and coverage: what they find and report. A run of either takes hours.
+    check lint mutation_and_coverage /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/mutation tests/campaign
     check lint formatting sh -c "git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror"
     # One file a run: with several the analyzer takes what it saw in one for the state of the next.
     check lint clang_tidy sh -c "git ls-files 'src/*.cpp' 'host/*.cpp' |

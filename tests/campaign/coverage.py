@@ -158,13 +158,17 @@ def uncovered_lines(counts: dict[str, Counts], top: str) -> dict[tuple[str, str]
     return dict(found)
 
 
+def commit_text() -> str:
+    commit = run(["git", "rev-parse", "--short=10", "HEAD"], capture_output=True, text=True).stdout.strip()
+    changed = run(["git", "status", "--porcelain", "--", "src", "host"], capture_output=True, text=True).stdout.strip()
+    return f"{commit}, with changes" if changed else commit
+
+
 def make_report() -> tuple[str, list[str]]:
     """The tables, and what is wrong with them."""
     together = counts_of(list(_TIERS))
     alone = {tier: counts_of([tier]) for tier in _TIERS}
-    commit = run(["git", "rev-parse", "--short=10", "HEAD"], capture_output=True, text=True).stdout.strip()
-    changed = run(["git", "status", "--porcelain", "--", "src", "host"], capture_output=True, text=True).stdout.strip()
-    lines = [f"At commit {commit}{', with changes' if changed else ''}, {datetime.date.today()}:", "",
+    lines = [f"At commit {commit_text()}, {datetime.date.today()}:", "",
              "| folder | lines | units alone | console alone | together | branches | together |", "|---|--:|--:|--:|--:|--:|--:|"]
 
     def row(title: str, wanted) -> str:
