@@ -134,6 +134,30 @@ TEST_F(analysis_test, what_the_record_held_before_does_not_matter) {
   EXPECT_EQ(text_of(record_.code, sizeof record_.code), "");
 }
 
+// ------------------------------------------------------------------------------------------ first stage
+
+TEST_F(analysis_test, a_bootstrap_has_a_size_that_the_processor_loads) {
+  std::string flash = noise(0x10000);
+  flash.replace(60, 64, std::string(64, '\0'));
+  flash.replace(60, 27, "Solvantra TK10 Bootstrap v9");
+  const auto found = [&](uint32_t size) {
+    const std::string number = big_endian(size);
+    flash.replace(20, 4, {number.rbegin(), number.rend()});
+    root.write_file("/dev/mtd0", flash);
+    record_ = {};
+    return analyze(mtd_image_bootstrap, mtd_format_firmware);
+  };
+  for (const uint32_t size : {0U, 255U, 16385U, 0x01000100U})
+    EXPECT_EQ(found(size), 0) << size;
+  for (const uint32_t size : {256U, 0x1234U, 16384U}) {
+    EXPECT_EQ(found(size), 1) << size;
+    EXPECT_EQ(record_.size, size);
+    EXPECT_EQ(record_.crc, plain_checksum(flash.substr(0, size)));
+    EXPECT_EQ(text_of(record_.version, sizeof record_.version), "v9");
+    EXPECT_EQ(text_of(record_.code, sizeof record_.code), "-");
+  }
+}
+
 // --------------------------------------------------------------------------------------- boot environment
 
 class environment_search_test : public analysis_test {
