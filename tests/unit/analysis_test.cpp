@@ -159,6 +159,15 @@ TEST_F(analysis_test, a_bootstrap_has_a_size_that_the_processor_loads) {
   }
 }
 
+TEST_F(analysis_test, a_bootstrap_whose_name_cannot_be_read) {
+  std::string flash = noise(0x10000);
+  flash.replace(20, 4, std::string("\0\1\0\0", 4));
+  root.write_file("/dev/mtd0", flash);
+  EXPECT_EQ(analyze(mtd_image_bootstrap, mtd_format_firmware), 1);
+  root.fail_call("read", {.match = "/dev/mtd0", .after = 1, .times = 1});
+  EXPECT_EQ(analyze(mtd_image_bootstrap, mtd_format_firmware), 0);
+}
+
 // -------------------------------------------------------------------------------------- product information
 
 class product_info_test : public analysis_test {
@@ -181,6 +190,12 @@ TEST_F(product_info_test, the_text_between_the_outer_quotes_cut_to_the_field) {
   EXPECT_EQ(read("export VEXO_PRODUCT_CODE='\"a\"b\"'"), lines({"was", "a\"b"}));
   EXPECT_EQ(read("VEXO_PRODUCT_VERSION=\"0123456789abcdefgh\"\nVEXO_PRODUCT_CODE=\"ABCDE\"\n"),
             lines({"0123456789abcdef", "ABCD"}));
+}
+
+TEST_F(product_info_test, a_file_that_cannot_be_opened_leaves_the_record_as_it_is) {
+  root.write_file("/tmp/product", "VEXO_PRODUCT_CODE=\"AB\"\n");
+  root.fail_call("fopen", {.match = "/tmp/product", .error = EMFILE});
+  EXPECT_EQ(read_path("/tmp/product"), lines({"was", "was"}));
 }
 
 TEST_F(product_info_test, what_is_not_there_leaves_the_record_as_it_is) {
