@@ -141,7 +141,8 @@ TEST_F(tty_download_test, a_failed_open_closes_the_descriptor_that_the_record_ha
 TEST_F(tty_download_test, a_failed_open_closes_descriptor_0_too) {
   tty_port port = port_of(2);
   port.fd = STDIN_FILENO;
-  tty_cli.fd = -1;
+  tty_cli = port_of(0);  // which is gone, too
+  tty_cli.fd = STDIN_FILENO;
   EXPECT_EQ(tty_download(&port, path), 0);
   EXPECT_EQ(port.fd, -1);
   EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
