@@ -40,6 +40,12 @@ def test_rows(report):
     assert "- `src/util/parse.cpp`: `a < b` as `a <= b`. Accepted: no device has it." in text
 
 
+def test_what_is_open_is_not_counted_and_told(report):
+    text, problems = report([result("one", "killed", "unit parse_test.a"), result("two", "open")])
+    assert problems == [] and "| all | 4 | 1 | 1 | 0 | 0 | 0 | 100 % |" in text
+    assert "1 of which only the unit tests of the folder were asked yet: they" in text and "the score is not final" in text
+
+
 def test_what_is_equivalent_does_not_count(report):
     text, _ = report([result("one", "killed", "unit parse_test.a"), result("two", "survived")],
                      {"two": {"kind": "equivalent", "reason": "b is never reached"}})
@@ -49,7 +55,7 @@ def test_what_is_equivalent_does_not_count(report):
 def test_a_survivor_that_is_killed_later(report):
     text, problems = report([result("one", "survived"), result("one", "killed", "unit parse_test.b")])
     assert problems == []
-    assert "- `src/util/parse.cpp`: `a <= b` (unit parse_test.b)" in text
+    assert "- `src/util/parse.cpp`: `a < b` as `a <= b` (unit parse_test.b)" in text
     assert "No survivor is left." in text
 
 
