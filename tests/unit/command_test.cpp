@@ -48,6 +48,18 @@ TEST_F(command_test, words_are_taken_from_the_front_until_none_is_left) {
 
 // -------------------------------------------------------------------------------------------------- messages
 
+TEST_F(command_test, a_signal_without_its_state_is_an_incomplete_command) {
+  helper_incomplete_command();
+  const std::string incomplete = root.printed();
+  char word[] = "FAULT_LED";
+  for (const int count : {0, 1}) {
+    tokens[0] = word;
+    ntokens = count;
+    cmd_gpiolib_set();
+    EXPECT_EQ(root.printed(), incomplete) << count;
+  }
+}
+
 TEST_F(command_test, a_handler_tells_its_name_first) {
   struct {
     const char* name;
