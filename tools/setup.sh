@@ -3,8 +3,8 @@
 #   . tools/setup.sh
 #   setup_need build board        # installs what is missing, and only that; a second call is a silent check
 #
-# Purposes: build, test, board, arm, cross, package, bench, fuzz, lint. Packages are installed by name, without recommendations; root is
-# asked for through sudo only when something is missing.
+# Purposes: build, test, board, arm, cross, package, bench, fuzz, lint, mutation, coverage. Packages are installed by name,
+# without recommendations; root is asked for through sudo only when something is missing.
 
 setup_packages() {
     case $1 in
@@ -24,6 +24,8 @@ setup_packages() {
         bench) echo busybox-static curl libwrap0 ;;
         fuzz) echo clang libclang-rt-14-dev llvm ;;
         lint) echo clang-format clang-tidy ;;
+        mutation) echo python3 python3-pytest python3-clang mold ;;
+        coverage) echo clang libclang-rt-14-dev llvm ;;
         *) echo "setup: no such purpose: $1" >&2; return 1 ;;
     esac
 }

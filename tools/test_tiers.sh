@@ -79,7 +79,7 @@ need_arm() { setup_need build test arm cross; }
 need_package() { setup_need build test arm package; }
 need_docs() { setup_need build test arm board; }
 need_fuzz() { setup_need build fuzz; }
-need_lint() { setup_need build test lint; }
+need_lint() { setup_need build test lint mutation; }
 
 tier_unit() {
     build_preset release || return 1
@@ -164,6 +164,8 @@ tier_lint() {
         return 1
     }
     check lint floors tools/check_floors.py
+    # Mutation and coverage: what they find and report. A run of either takes hours.
+    check lint mutation_and_coverage /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/mutation tests/campaign
     check lint formatting sh -c "git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror"
     # One file a run: with several the analyzer takes what it saw in one for the state of the next.
     check lint clang_tidy sh -c "git ls-files 'src/*.cpp' 'host/*.cpp' |

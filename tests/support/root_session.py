@@ -98,8 +98,8 @@ class RootSession(Session, DeviceRoot):
             "LD_PRELOAD": "/.harness/bin/libkernel_stand_in.so",
             "ASAN_OPTIONS": "verify_asan_link_order=0:log_path=/.harness/sanitizer:abort_on_error=0",
             "UBSAN_OPTIONS": "print_stacktrace=1:log_path=/.harness/sanitizer",
-            "GCOV_PREFIX": "/.harness/build",
-            "GCOV_PREFIX_STRIP": str(len(self._build.parts) - 1),
+            # A build that counts what is covered; others take no notice.
+            "LLVM_PROFILE_FILE": "/.harness/build/coverage/%m%c.profraw",
         }
         self.starts += 1
         for port in self._ports.values():

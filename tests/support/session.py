@@ -15,6 +15,7 @@ Text and bytes: where a test gives or gets str, line ends are "\\n" as the progr
 "\\r\\n" that the console port makes of them.
 """
 
+import os
 import time
 
 from texts import BANNER, BEGIN, NOTICE, PROMPT, UNKNOWN
@@ -52,7 +53,8 @@ class Session:
     and a port has send(bytes), expect(bytes, timeout=...).before, unread and output.
     """
 
-    patience = 300.0  # seconds for what must come: nothing fails for a busy machine or the emulator
+    # Seconds for what must come: nothing fails for a busy machine or the emulator. Less where programs are known to hang.
+    patience = float(os.environ.get("SESSION_PATIENCE", "300"))
     console = None
     ports = {}
 

@@ -5,6 +5,7 @@
 #include <zlib.h>
 
 #include "analysis/jffs2_analysis.h"
+#include "analysis/product_info.h"
 #include "analysis/ubifs_analysis.h"
 #include "flash/clean_check.h"
 #include "ubi_test.h"
@@ -134,6 +135,79 @@ TEST_F(analysis_test, what_the_record_held_before_does_not_matter) {
   EXPECT_EQ(text_of(record_.code, sizeof record_.code), "");
 }
 
+// ------------------------------------------------------------------------------------------ first stage
+
+TEST_F(analysis_test, a_bootstrap_has_a_size_that_the_processor_loads) {
+  std::string flash = noise(0x10000);
+  flash.replace(60, 64, std::string(64, '\0'));
+  flash.replace(60, 27, "Solvantra TK10 Bootstrap v9");
+  const auto found = [&](uint32_t size) {
+    const std::string number = big_endian(size);
+    flash.replace(20, 4, {number.rbegin(), number.rend()});
+    root.write_file("/dev/mtd0", flash);
+    record_ = {};
+    return analyze(mtd_image_bootstrap, mtd_format_firmware);
+  };
+  for (const uint32_t size : {0U, 255U, 16385U, 0x01000100U})
+    EXPECT_EQ(found(size), 0) << size;
+  for (const uint32_t size : {256U, 0x1234U, 16384U}) {
+    EXPECT_EQ(found(size), 1) << size;
+    EXPECT_EQ(record_.size, size);
+    EXPECT_EQ(record_.crc, plain_checksum(flash.substr(0, size)));
+    EXPECT_EQ(text_of(record_.version, sizeof record_.version), "v9");
+    EXPECT_EQ(text_of(record_.code, sizeof record_.code), "-");
+  }
+}
+
+TEST_F(analysis_test, a_bootstrap_whose_name_cannot_be_read) {
+  std::string flash = noise(0x10000);
+  flash.replace(20, 4, std::string("\0\1\0\0", 4));
+  root.write_file("/dev/mtd0", flash);
+  EXPECT_EQ(analyze(mtd_image_bootstrap, mtd_format_firmware), 1);
+  root.fail_call("read", {.match = "/dev/mtd0", .after = 1, .times = 1});
+  EXPECT_EQ(analyze(mtd_image_bootstrap, mtd_format_firmware), 0);
+}
+
+// -------------------------------------------------------------------------------------- product information
+
+class product_info_test : public analysis_test {
+ protected:
+  // Version and code behind "was", which the record held before.
+  lines read(const std::string& content) {
+    root.write_file("/tmp/product", content);
+    return read_path("/tmp/product");
+  }
+  lines read_path(const char* path) {
+    analysis_set_identity(&record_, "was", "was");
+    product_info_read(path, &record_);
+    return {text_of(record_.version, sizeof record_.version), text_of(record_.code, sizeof record_.code)};
+  }
+};
+
+TEST_F(product_info_test, the_text_between_the_outer_quotes_cut_to_the_field) {
+  EXPECT_EQ(read("VEXO_PRODUCT_VERSION=\"3.1.0.0R1\"\nVEXO_PRODUCT_CODE=\"AB\"\n"),
+            lines({"3.1.0.0R1", "AB"}));
+  EXPECT_EQ(read("export VEXO_PRODUCT_CODE='\"a\"b\"'"), lines({"was", "a\"b"}));
+  EXPECT_EQ(read("VEXO_PRODUCT_VERSION=\"0123456789abcdefgh\"\nVEXO_PRODUCT_CODE=\"ABCDE\"\n"),
+            lines({"0123456789abcdef", "ABCD"}));
+}
+
+TEST_F(product_info_test, a_file_that_cannot_be_opened_leaves_the_record_as_it_is) {
+  root.write_file("/tmp/product", "VEXO_PRODUCT_CODE=\"AB\"\n");
+  root.fail_call("fopen", {.match = "/tmp/product", .error = EMFILE});
+  EXPECT_EQ(read_path("/tmp/product"), lines({"was", "was"}));
+}
+
+TEST_F(product_info_test, what_is_not_there_leaves_the_record_as_it_is) {
+  for (const char* content : {"", "VEXO_PRODUCT_VERSION=\"\"\n", "VEXO_PRODUCT_VERSION=\"3\n",
+                              "VEXO_PRODUCT_VERSION=3\n", "PRODUCT_CODE=\"AB\"\n"})
+    EXPECT_EQ(read(content), lines({"was", "was"})) << content;
+  EXPECT_EQ(read_path("/tmp"), lines({"was", "was"}));
+  EXPECT_EQ(read_path("/tmp/none"), lines({"was", "was"}));
+  const named_pipe pipe("/tmp/pipe");
+  EXPECT_EQ(read_path("/tmp/pipe"), lines({"was", "was"})) << "nobody may ever write into it";
+}
+
 // --------------------------------------------------------------------------------------- boot environment
 
 class environment_search_test : public analysis_test {
@@ -227,16 +301,40 @@ TEST_F(analysis_test, the_steps_of_a_refusal_are_traced) {
 class file_within_test : public analysis_test {
  protected:
   file_within_test() {
-    root.write_file("/dev/mtd1", "UBI#" + std::string(0x20000 - 4, '\xff'));
+    put_ubi0(in_use);
     std::filesystem::create_directories("/mnt/cfg");
   }
   int look() { return ubi_ubifs_analyze_file_within("vexo_private", "/cfg/", "hidden.oem.xml", &size_); }
 
   uint32_t size_ = 99;
-  static inline const lines found = {"/usr/sbin/ubiattach /dev/ubi_ctrl -d 0 -p /dev/mtd1" + quiet, nodes,
-                                     mount("vexo_private"), unmount,
-                                     "/usr/sbin/ubidetach /dev/ubi_ctrl -p /dev/mtd1" + quiet};
+  static inline const lines found = {attach, nodes, mount("vexo_private"), unmount, detach};
 };
+
+TEST_F(file_within_test, a_file_that_is_there_has_a_size) {
+  root.write_file("/mnt/cfg/hidden.oem.xml", "12345");
+  EXPECT_TRUE(look());
+  EXPECT_EQ(size_, 5U);
+  EXPECT_EQ(root.shell_lines(), found);
+  EXPECT_TRUE(ubi_ubifs_analyze_file_within("vexo_private", "/cfg/", "hidden.oem.xml", nullptr));
+  EXPECT_EQ(root.printed(), "");
+}
+
+TEST_F(file_within_test, a_file_is_not_there_without_its_volume) {
+  EXPECT_FALSE(look());
+  EXPECT_EQ(size_, 0U);
+  EXPECT_EQ(root.shell_lines(), found);
+  root.write_file("/mnt/cfg/hidden.oem.xml", "12345");
+  root.answer("mount", {.times = 1, .status = 1});
+  size_ = 99;
+  EXPECT_FALSE(look());
+  EXPECT_EQ(size_, 0U);
+  root.answer("ubiattach", {.times = 1, .status = 1});
+  EXPECT_FALSE(look());
+  put_ubi0(erased);
+  root.forget();
+  EXPECT_FALSE(look());
+  EXPECT_EQ(root.shell_lines(), lines()) << "erased flash is not attached";
+}
 
 TEST_F(file_within_test, a_volume_outside_the_table_is_an_error) {
   EXPECT_FALSE(ubi_ubifs_analyze_file_within("vexo", "/cfg/", "x", &size_));

@@ -10,6 +10,13 @@ namespace {
 
 class command_pipe_test : public loader_test {};
 
+TEST_F(command_pipe_test, without_memory_for_the_stream_nothing_is_started) {
+  root.fail_call("fdopen", {.error = ENOMEM});
+  const command_pipe tool("/bin/ps", "r");
+  EXPECT_FALSE(tool);
+  EXPECT_EQ(root.ran(), lines());
+}
+
 TEST_F(command_pipe_test, reading_pipe_yields_the_output_and_the_status) {
   root.answer("ps", {.status = 3, .out = "one line\n"});
   command_pipe tool("/bin/ps", "r");

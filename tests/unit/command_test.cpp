@@ -3,6 +3,17 @@
 #include "commands/command.h"
 #include "cli/command_tree.h"
 
+#include "commands/bootenv.h"
+#include "commands/builtins.h"
+#include "commands/console.h"
+#include "commands/flash.h"
+#include "commands/flash_analyze.h"
+#include "commands/gpiolib.h"
+#include "commands/network.h"
+#include "commands/network_download.h"
+#include "commands/opmode.h"
+#include "commands/product.h"
+#include "commands/serial_download.h"
 #include "loader_test.h"
 
 namespace {
@@ -36,6 +47,62 @@ TEST_F(command_test, words_are_taken_from_the_front_until_none_is_left) {
 }
 
 // -------------------------------------------------------------------------------------------------- messages
+
+TEST_F(command_test, a_signal_without_its_state_is_an_incomplete_command) {
+  helper_incomplete_command();
+  const std::string incomplete = root.printed();
+  char word[] = "FAULT_LED";
+  for (const int count : {0, 1}) {
+    tokens[0] = word;
+    ntokens = count;
+    cmd_gpiolib_set();
+    EXPECT_EQ(root.printed(), incomplete) << count;
+  }
+}
+
+TEST_F(command_test, a_handler_tells_its_name_first) {
+  struct {
+    const char* name;
+    void (*handler)();
+  } constexpr handlers[] = {
+      {"cmd_set_bootenv_bootbank", cmd_set_bootenv_bootbank},
+      {"cmd_set_bootenv_bootcmd", cmd_set_bootenv_bootcmd},
+      {"cmd_set_bootenv_bootdelay", cmd_set_bootenv_bootdelay},
+      {"cmd_set_bootenv_silent", cmd_set_bootenv_silent},
+      {"cmd_show_bootenv", cmd_show_bootenv},
+      {"cmd_version", cmd_version},
+      {"cmd_verbose", cmd_verbose},
+      {"cmd_affirm", cmd_affirm},
+      {"cmd_show_system", cmd_show_system},
+      {"cmd_show_klog", cmd_show_klog},
+      {"cmd_set_console", cmd_set_console},
+      {"cmd_show_console", cmd_show_console},
+      {"cmd_flash_info", cmd_flash_info},
+      {"cmd_flash_analyze", cmd_flash_analyze},
+      {"cmd_gpiolib_info", cmd_gpiolib_info},
+      {"cmd_gpiolib_set", cmd_gpiolib_set},
+      {"cmd_network_ethernet_link", cmd_network_ethernet_link},
+      {"cmd_network_ethernet_start", cmd_network_ethernet_start},
+      {"cmd_network_ethernet_stop", cmd_network_ethernet_stop},
+      {"cmd_network_info", cmd_network_info},
+      {"cmd_network_ping", cmd_network_ping},
+      {"cmd_flash_download_network", cmd_flash_download_network},
+      {"cmd_file_download_network", cmd_file_download_network},
+      {"cmd_set_opmode_board", cmd_set_opmode_board},
+      {"cmd_set_opmode_io", cmd_set_opmode_io},
+      {"cmd_set_opmode_serports", cmd_set_opmode_serports},
+      {"cmd_show_opmode", cmd_show_opmode},
+      {"cmd_show_product", cmd_show_product},
+      {"cmd_show_oem", cmd_show_oem},
+      {"cmd_file_download_serial", cmd_file_download_serial},
+  };
+  for (const auto& [name, handler] : handlers) {
+    log_level = 7;
+    handler();
+    const std::string trace = "TRACE: " + std::string(name) + ":\n";
+    EXPECT_EQ(root.printed().substr(0, trace.size()), trace);
+  }
+}
 
 TEST_F(command_test, an_entry_without_a_command_would_say_so) {
   cmd_not_yet_implemented();

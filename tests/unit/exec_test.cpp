@@ -152,6 +152,12 @@ TEST_F(check_stderr_test, lines_are_shown_as_notes_when_asked_for) {
   EXPECT_EQ(root.printed(), "NOTE: first\nNOTE: second\nNOTE: third without endERROR: Exit status=3\n");
 }
 
+TEST_F(check_stderr_test, what_a_tool_says_is_not_taken_for_a_format) {
+  root.answer("ps", {.out = "100 %d %s\n"});
+  EXPECT_EQ(exec_system_cmd_check_stderr(tool, true), 0);
+  EXPECT_EQ(root.printed(), "NOTE: 100 %d %s\nERROR: Exit status=1\n");
+}
+
 TEST_F(check_stderr_test, a_failing_tool_is_reported_by_reader_and_shell) {
   root.answer("ps", {.status = 3, .out = "line\n"});
   EXPECT_EQ(exec_system_cmd_check_stderr(tool, false), 0);
@@ -248,6 +254,12 @@ class print_with_match_test : public loader_test {
 TEST_F(print_with_match_test, without_substrings_every_line_is_shown_plainly) {
   EXPECT_EQ(run("one\ntwo\n", nullptr, nullptr, true), outcome(0, "one\ntwo\n"));
   EXPECT_EQ(root.shell_lines(), lines({"/bin/ps 2>&1"}));
+}
+
+TEST_F(print_with_match_test, what_a_tool_says_is_not_taken_for_a_format) {
+  EXPECT_EQ(run("100 %d %s\n", nullptr, nullptr, true), outcome(0, "100 %d %s\n"));
+  EXPECT_EQ(run("100 %d %s\n", "%d", nullptr, true), outcome(0, "NOTE: 100 %d %s\n"));
+  EXPECT_EQ(run("100 %d %s\n", "100", nullptr, false), outcome(0, "100 %d %s\n"));
 }
 
 TEST_F(print_with_match_test, standard_error_is_read_too) {

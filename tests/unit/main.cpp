@@ -47,16 +47,15 @@ int run(const std::vector<std::string>& words) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-void set_inner_environment(const std::filesystem::path& build) {
-  const auto depth = std::distance(build.begin(), build.end()) - 1;
+void set_inner_environment() {
   setenv(inside_mark, "1", 1);
   setenv("PATH", "/sbin:/bin:/usr/sbin:/usr/bin", 1);
   setenv("LD_PRELOAD", "/.harness/bin/libkernel_stand_in.so", 1);
   // The program replaces strings that it never frees, by design.
   setenv("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0:log_path=/.harness/report", 1);
   setenv("UBSAN_OPTIONS", "print_stacktrace=1:log_path=/.harness/report", 1);
-  setenv("GCOV_PREFIX", "/.harness/build", 1);
-  setenv("GCOV_PREFIX_STRIP", std::to_string(depth).c_str(), 1);
+  // A build that counts what is covered; others take no notice.
+  setenv("LLVM_PROFILE_FILE", "/.harness/build/coverage/%m%c.profraw", 1);
 }
 
 // What a test that brought the program down had printed, and the reports of sanitizers, would be lost with
@@ -103,7 +102,7 @@ int run_inside(int argc, char* argv[]) {
     perror(root.c_str());
     return 1;
   }
-  set_inner_environment(self.parent_path());
+  set_inner_environment();
   signal(SIGINT, stop_child);
   signal(SIGTERM, stop_child);
   int status = run({enter_root, "make", root});

@@ -3,6 +3,7 @@
 #include "net/interface.h"
 
 #include "net_test.h"
+#include "util/exec.h"
 
 namespace {
 
@@ -216,6 +217,12 @@ TEST_F(wait_string_test, waits_for_a_text_or_for_its_absence) {
   EXPECT_EQ(steps(), lines({"/sbin/ifconfig eth0", "/sbin/ifconfig eth0", "1", "/sbin/ifconfig eth0"}));
   EXPECT_FALSE(net_syscmd_ifconfig_wait_string("eth0", 0, "UP", 1));
   EXPECT_TRUE(net_syscmd_ifconfig_wait_string("eth0", 0, "UP", 0));
+}
+
+TEST_F(wait_string_test, a_name_too_long_for_the_line_is_refused) {
+  EXPECT_FALSE(net_syscmd_ifconfig_wait_string(std::string(2000, 'e').c_str(), 0, "UP", 0));
+  EXPECT_EQ(root.printed(), line_too_long(command_line::size() - 1));
+  EXPECT_EQ(steps(), lines());
 }
 
 TEST_F(wait_string_test, the_whole_listing_is_read_and_the_text_may_stand_anywhere) {

@@ -42,6 +42,25 @@ lines texts(const char* const (&names)[Size]) {
   return {names, names + Size};
 }
 
+TEST_F(partition_table_test, the_rows_are_those_of_the_board) {
+  ASSERT_EQ(mtd_config_table_size(), static_cast<int>(std::size(flash_map)));
+  for (size_t i = 0; i < std::size(flash_map); i++) {
+    const expected_row& wanted = flash_map[i];
+    const mtd_partition& row = mtd_config_table[i];
+    SCOPED_TRACE(wanted.part_name);
+    EXPECT_STREQ(row.dev_name, wanted.dev_name);
+    EXPECT_STREQ(row.part_name, wanted.part_name);
+    EXPECT_EQ(row.volume_size, wanted.size);
+    EXPECT_STREQ(mtd_type_string[row.type], wanted.type);
+    EXPECT_STREQ(mtd_format_string[row.format], wanted.format);
+    EXPECT_STREQ(mtd_image_string[row.image], wanted.image);
+    EXPECT_STREQ(mtd_bank_string[row.bank], wanted.bank);
+    EXPECT_EQ(row.protect, wanted.protect);
+    EXPECT_EQ(row.clean, wanted.clean);
+    EXPECT_EQ(row.t, wanted.t);
+  }
+}
+
 TEST_F(partition_table_test, values_have_their_numbers_and_names) {
   EXPECT_EQ(texts(mtd_type_string), lines({"serial", "nand", "mmc", "any", "ubi0", "mmc0"}));
   EXPECT_EQ(texts(mtd_format_string),

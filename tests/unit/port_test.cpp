@@ -138,6 +138,17 @@ TEST_F(tty_download_test, a_failed_open_closes_the_descriptor_that_the_record_ha
   EXPECT_EQ(fcntl(had, F_GETFD), -1);
 }
 
+TEST_F(tty_download_test, a_failed_open_closes_descriptor_0_too) {
+  tty_port port = port_of(2);
+  port.fd = STDIN_FILENO;
+  tty_cli = port_of(0);  // which is gone, too
+  tty_cli.fd = STDIN_FILENO;
+  EXPECT_EQ(tty_download(&port, path), 0);
+  EXPECT_EQ(port.fd, -1);
+  EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+  root.set_input("");
+}
+
 // --------------------------------------------------------------------------------------------------- console
 
 TEST_F(tty_port_test, flushing_discards_input_of_the_console_and_always_succeeds) {

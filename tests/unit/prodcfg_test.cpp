@@ -36,6 +36,29 @@ std::string padded(const char (&text)[Size], size_t size) {
   return bytes;
 }
 
+// ------------------------------------------------------------------------------------------------- reading
+
+TEST_F(prodcfg_test, flash_that_cannot_be_read_whole) {
+  struct {
+    const char* call;
+    call_failure failure;
+    const char* end;
+  } const cases[] = {
+      {"open", {.match = "/dev/mtd1", .error = EBUSY}, "open(/dev/mtd1) error(Device or resource busy)\n"},
+      {"read", {.match = "/dev/mtd1", .error = EIO}, "read(1024) error(Input/output error)\n"},
+      {"read",
+       {.match = "/dev/mtd1", .error = 0, .result = 100},
+       "only 100/1024 bytes read, error(Success)\n"},
+  };
+  for (const auto& [call, failure, end] : cases) {
+    root.drop_rules();
+    root.fail_call(call, failure);
+    prodcfg_init();
+    EXPECT_EQ(root.printed(), std::string("ERROR: prodcfg_read: ") + end);
+    expect_nothing_kept();
+  }
+}
+
 // ---------------------------------------------------------------------------------------------- acceptance
 
 TEST_F(prodcfg_test, every_item_finds_its_field) {

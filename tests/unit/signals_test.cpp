@@ -46,6 +46,14 @@ TEST_F(signals_test, an_interruption_counts_while_its_handler_is_installed) {
   EXPECT_FALSE(sigint_interrupted());
 }
 
+TEST_F(signals_test, each_failure_is_told) {
+  for (const setting& s : settings) {
+    root.fail_call("sigaction", {.match = std::to_string(s.signal_number), .error = EINVAL, .times = 1});
+    EXPECT_EQ(s.install(), 0) << s.name;
+    EXPECT_EQ(root.printed(), s.failure);
+  }
+}
+
 TEST_F(signals_test, each_succeeds_silently_with_no_mask_and_no_flags) {
   constexpr int of_the_library = 0x04000000;  // SA_RESTORER
   for (const setting& s : settings) {

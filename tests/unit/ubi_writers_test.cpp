@@ -342,6 +342,14 @@ class file_writer_test : public ubi_writer_test {
       "/usr/bin/install -D -m644 /tmp/image.part /mnt/cfg/hidden.oem.xml" + quiet;
 };
 
+TEST_F(file_writer_test, a_device_that_cannot_be_attached) {
+  root.answer("ubiattach", {.status = 1});
+  EXPECT_EQ(install(), 0);
+  EXPECT_EQ(root.shell_lines().front(), attach);
+  for (const std::string& line : root.shell_lines())
+    EXPECT_FALSE(line.starts_with("/bin/mount") || line.starts_with("/usr/bin/install")) << line;
+}
+
 TEST_F(file_writer_test, a_volume_that_cannot_be_mounted) {
   root.answer("mount", {.when = "-t ubifs", .status = 32});
   EXPECT_EQ(install(), 0);
