@@ -163,7 +163,8 @@ def recorded(tmp_path_factory):
 
 
 @pytest.mark.parametrize("name, cuts, boots", [
-    ("set bootenv bootbank 2", 7, {"bank 1": 2, "shell": 3, "bank 2": 2}),
+    # A half of the environment is enough when the other one is erased anyway.
+    ("set bootenv bootbank 2", 7, {"bank 1": 2, "shell": 2, "bank 2": 3}),
     ("network kernel", 500, None),
 ])
 def test_cuts_of_a_scenario(recorded, name, cuts, boots):

@@ -76,7 +76,7 @@ class Judge:
 
     def __call__(self, flash, version=None):
         """
-        {"boots": BANK_1, BANK_2, SHELL or NOTHING, "torn": the environment's sum is wrong, "old": bank 1 is byte for byte
+        {"boots": BANK_1, BANK_2, SHELL or NOTHING, "bank": the variable's value, "torn": the environment's sum is wrong, "old": bank 1 is byte for byte
         what it was, "key": what is the same for two flashes that no start can tell apart}.
         """
         def of(partition):
@@ -93,7 +93,7 @@ class Judge:
         # A kernel whose root file system is gone leads to the shell, too, see docs/boot.md.
         boots = f"bank {bank}" if kernel in self._kernels and (bank != "1" or root_1) else fallback
         ubi = (f"{version['ubi0']}" if version else _sum(flash.read("ubi0"))) if kernel in self._kernels else "unused"
-        return {"boots": boots, "torn": not known, "old": kernel_1 and root_1,
+        return {"boots": boots, "bank": bank, "torn": not known, "old": kernel_1 and root_1,
                 "key": f"{_sum(environment)} {kernel} {recovers} {ubi}"}
 
     def _has_root_1(self, flash):

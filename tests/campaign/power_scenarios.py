@@ -68,6 +68,7 @@ def _only_kernel_missing(board):
 
 
 def _only_root_missing(board):
+    """Bank 2 has a kernel. An image without one makes the installation forget it: the shell comes up then."""
     _bank_1(board, firmware.kernel_part(B))
 
 
