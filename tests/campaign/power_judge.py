@@ -9,7 +9,7 @@ import zlib
 
 import layout
 import real_images
-from firmware import A, B, SMALL_B, recovery
+from firmware import A, B, SMALL_B
 from power_on import variables
 
 _EC, _VID = b"UBI#", b"UBI!"
@@ -63,8 +63,11 @@ class Judge:
 
     def __init__(self, flash, geometry):
         self._geometry, self._known = geometry, {}
+        # A campaign may go on when what it installs was built anew: what the device holds counts as well.
         self._kernels = {_sum(real_images.contents(one.image(None))) for one in (A, B, SMALL_B)}
-        self._recovery = _sum(recovery())
+        known = variables(flash.read("bootenv_1"))
+        self._kernels |= {self._kernel(flash, known, bank, lambda partition: None) for bank in ("1", "2")} - {""}
+        self._recovery = _sum(flash.read("config_loader"))
         self._kernel_1, self._root_1 = _sum(flash.read("kernel_1")), volume(flash, 0, geometry)
 
     def _once(self, what, key, make):
@@ -87,7 +90,7 @@ class Judge:
         kernel_1 = self._once("kernel_1", of("kernel_1"), lambda: _sum(flash.read("kernel_1")) == self._kernel_1)
         root_1 = self._once("rootfs_1", of("ubi0"), lambda: self._has_root_1(flash))
         recovers = self._once("recovery", of("config_loader"),
-                              lambda: _sum(flash.read("config_loader", 0, len(recovery()))) == self._recovery)
+                              lambda: _sum(flash.read("config_loader")) == self._recovery)
         kernel = self._kernel(flash, known, bank, of) if known.get("bootcmd", "run flashboot") == "run flashboot" else ""
         fallback = SHELL if recovers else NOTHING
         # A kernel whose root file system is gone leads to the shell, too, see docs/boot.md.
