@@ -29,6 +29,7 @@ import multiprocessing
 import os
 import random
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -436,7 +437,7 @@ def campaign(recordings: dict, results: Results, checks, counts: dict, workers: 
     while any(queues):
         chunks += [[queue.pop(0) for _ in range(min(8, len(queue)))] for queue in queues if queue]
     inbox, outbox = multiprocessing.SimpleQueue(), multiprocessing.SimpleQueue()
-    processes = [multiprocessing.Process(target=work, args=(inbox, outbox, recordings)) for _ in range(workers)]
+    processes = [multiprocessing.Process(target=work, args=(inbox, outbox, recordings), daemon=True) for _ in range(workers)]
     for process in processes:
         process.start()
     end, tasks, running = time.monotonic() + seconds, [task for chunk in chunks for task in chunk], 0
@@ -546,6 +547,8 @@ def main() -> int:
     if options.list or not chosen:
         print("\n".join(one.name for one in chosen))
         return 0 if chosen else 2
+    # Told to end, it takes its boards with it.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     options.directory.mkdir(parents=True, exist_ok=True)
     results = Results(options.directory / "results.jsonl")
     recordings, bench = {}, Bench()
