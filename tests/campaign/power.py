@@ -485,7 +485,7 @@ def window(recording: Recording, lines) -> tuple[int, float]:
 
 def table(recordings: dict, results: Results) -> str:
     """The tables of the document."""
-    head = ("scenario", "operations", "cuts", "bank 1", "bank 2", "the shell", "nothing", "booted", "attached", "repeated", "cut again",
+    head = ("scenario", "operations", "cuts", "bank 1", "bank 2", "the shell", "nothing", "boots", "booted", "attached", "repeated", "cut again",
             "killed", "wrong")
     rows, windows, total = [], [], collections.Counter()
     for name, recording in recordings.items():
@@ -501,7 +501,7 @@ def table(recordings: dict, results: Results) -> str:
         wrong = sum(bool(line["wrong"]) for line in results.lines if line["scenario"] == name)
         wrong += sum(line["scenario"] == name for line in results.unresolved())
         row = [len(recording.operations), len(judged), boots[BANK_1], boots[BANK_2], boots[SHELL], boots[NOTHING],
-               booted, *(len(by_check[check]) for check in ("attach", "repeat", "cut", "kill")), wrong]
+               len(by_check["boot"]), booted, *(len(by_check[check]) for check in ("attach", "repeat", "cut", "kill")), wrong]
         total.update(dict(enumerate(row)))
         rows.append([name, *map(str, row)])
         count, length = window(recording, judged)
