@@ -54,6 +54,17 @@ class Instruments:
             counts[name] = {key: int(value) for key, value in (field.split("=") for field in fields)}
         return counts
 
+    # The journal, see kernel/journal.c and flash_journal.py.
+
+    def journal_start(self):
+        """From now on all that changes flash is noted."""
+        self.sh(f"echo on >{_DEBUG}/journal", check=True)
+
+    def journal_end(self):
+        """Ends that. The bytes of the journal, for flash_journal.parse()."""
+        self.sh(f"echo off >{_DEBUG}/journal", check=True)
+        return self.get(f"{_DEBUG}/journal")
+
     # GPIO lines, see kernel/gpio.c.
 
     def gpio(self):

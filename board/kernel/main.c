@@ -8,7 +8,7 @@
 static int __init vboard_init(void)
 {
     static int (*const parts[])(void) = {
-        debugfs_init, nor_init, nand_init, partition_requests_init, faults_init,
+        debugfs_init, nor_init, nand_init, partition_requests_init, faults_init, journal_init,
         gpio_init, link_init, ctrl_init, rs485_init,
     };
     int error = 0;

@@ -127,6 +127,7 @@ static int nand_write_oob(struct mtd_info *mtd, loff_t to, struct mtd_oob_ops *o
     if (fault < 0)
         return fault;
     mutex_lock(&nand_mutex);
+    journal_note(mtd, FLASH_WRITE, to, ops->datbuf ? ops->len : 0, ops->datbuf, ops->oobbuf);
     if (ops->datbuf) {
         cells_program(&nand_cells, to, ops->datbuf, fault == FAULT_CUT ? faults_done_before_cut(ops->len) : ops->len);
         ops->retlen = ops->len;
@@ -159,8 +160,10 @@ static int nand_erase(struct mtd_info *mtd, struct erase_info *request)
         mutex_lock(&nand_mutex);
         if (result >= 0 && nand_block_is_bad(mtd, block))
             result = -EIO;
-        if (result >= 0)
+        if (result >= 0) {
+            journal_note(mtd, FLASH_ERASE, block, mtd->erasesize, NULL, false);
             erase_block(mtd, block, result == FAULT_CUT ? faults_done_before_cut(mtd->erasesize) : mtd->erasesize);
+        }
         if (result == FAULT_CUT)
             faults_cut_power();
         mutex_unlock(&nand_mutex);

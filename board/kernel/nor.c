@@ -46,6 +46,7 @@ static int nor_write(struct mtd_info *mtd, loff_t to, size_t length, size_t *don
         mutex_unlock(&nor_mutex);
         return -EROFS;
     }
+    journal_note(mtd, FLASH_WRITE, to, length, buffer, false);
     cells_program(&nor_cells, to, buffer, result == FAULT_CUT ? faults_done_before_cut(length) : length);
     mutex_unlock(&nor_mutex);
     if (result == FAULT_CUT)
@@ -68,8 +69,10 @@ static int nor_erase(struct mtd_info *mtd, struct erase_info *request)
             mutex_lock(&nor_mutex);
             if (any_locked(block, NOR_ERASE_BLOCK))
                 result = -EROFS;
-            else
+            else {
+                journal_note(mtd, FLASH_ERASE, block, NOR_ERASE_BLOCK, NULL, false);
                 cells_erase(&nor_cells, block, result == FAULT_CUT ? faults_done_before_cut(NOR_ERASE_BLOCK) : NOR_ERASE_BLOCK);
+            }
             mutex_unlock(&nor_mutex);
         }
         if (result == FAULT_CUT)
@@ -90,6 +93,7 @@ static int change_lock(struct mtd_info *mtd, loff_t from, u64 length, bool lock)
     if (fault == FAULT_CUT)
         faults_cut_power();
     mutex_lock(&nor_mutex);
+    journal_note(mtd, lock ? FLASH_LOCK : FLASH_UNLOCK, from, length, NULL, false);
     if (lock)
         bitmap_set(nor_locked, first, end - first);
     else

@@ -47,6 +47,14 @@ u64 faults_done_before_cut(u64 length);
 void faults_cut_power(void);
 int faults_init(void);
 
+/*
+ * Notes an operation of a chip that is about to change its cells or locks, if the journal is on. `data`: what is written,
+ * `size` bytes, or null. `spare`: spare bytes are written with it. Called with the chip's own lock held.
+ */
+void journal_note(const struct mtd_info *master, enum flash_operation operation, u64 address, u64 size, const void *data,
+                  bool spare);
+int journal_init(void);
+
 int nor_init(void);
 /* In the geometry that the parameter nand_page says. */
 int nand_init(void);

@@ -24,7 +24,7 @@ ROOT = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("BUILD", ROOT / "build" / "arm")).resolve()
 
 # The cores may be busy with other boards and builds: nothing that is expected to come fails for being slow.
-PATIENCE = 300.0
+PATIENCE = float(os.environ.get("BOARD_PATIENCE", "300"))
 
 PARTITIONS = layout.PARTITIONS
 NOR = [name for name, row in PARTITIONS.items() if row.chip == "nor"]

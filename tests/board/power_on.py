@@ -7,6 +7,7 @@ again: what came up then is the answer.
 """
 
 import hashlib
+import os
 import re
 import time
 import zlib
@@ -18,7 +19,7 @@ from virtual_board import Board, Timeout
 RECOVERY = "the recovery system"
 NOTHING = "nothing: the boot loader waits for a person"
 
-_PATIENCE = 180.0
+_PATIENCE = float(os.environ.get("BOARD_PATIENCE", "180"))
 _FIRMWARE = re.compile(rb"\n(Firmware \S+ on [^\r\n]*)\r\n")
 _BOOT_LOADER = re.compile(rb"\n=> $")
 

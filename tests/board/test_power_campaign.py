@@ -1,0 +1,187 @@
+"""The campaign of power cuts in short (tests/campaign/power.py): what it judges by, and a few cuts of three scenarios."""
+
+import pytest
+
+import flash_journal
+import layout
+import power
+import power_judge
+import power_scenarios
+import real_images
+from board_session import DEFAULT_ENVIRONMENT
+from chip_files import ChipFiles
+from flash_journal import Operation, Replay
+from texts import SUCCESS
+
+GEOMETRY = layout.NAND_GEOMETRIES["128k"]
+UBI, KERNEL_2 = layout.PARTITIONS["ubi0"], layout.PARTITIONS["kernel_2"]
+
+
+@pytest.fixture
+def chips(tmp_path):
+    """Flash of a device that is not started."""
+    return ChipFiles(tmp_path / "device", "128k")
+
+
+def operation(name, partition, offset=0, size=0, data=b""):
+    row = layout.PARTITIONS[partition]
+    return Operation(name, partition, row.chip, row.offset + offset, size or len(data), data, 0.0)
+
+
+# The journal.
+
+def test_journal_leads_to_what_the_flash_holds(dev):
+    dev.board.flash_write("bootenv_1", real_images.environment())
+    dev.board.save_flash(dev.board.directory / "before")
+    dev.board.journal_start()
+    assert dev.command("set bootenv bootbank 2").endswith(SUCCESS)
+    operations = flash_journal.parse(dev.board.journal_end())
+    assert [(one.partition, one.name) for one in operations] == [("bootenv_1", name) for name in ("unlock", "erase", "write", "lock")]
+    flash = Replay(dev.board.directory / "before", operations, GEOMETRY)
+    flash.go_to(4)
+    assert flash.read("bootenv_1") == dev.board.flash_read("bootenv_1")
+    assert dev.environment() == DEFAULT_ENVIRONMENT | {"bootbank": "2"}
+    # And what it says of a cut is what a cut does.
+    dev.board.flash_write("bootenv_1", real_images.environment())
+    dev.board.cut_power_at("erase", "bootenv_1")
+    dev.type("set bootenv bootbank 2")
+    dev.board.wait_off(dev.patience)
+    flash.go_to(1, 0x8000)
+    assert flash.read("bootenv_1") == dev.board.flash_read("bootenv_1")
+    dev.boot()
+
+
+def test_journal_is_off_until_it_is_asked_for(dev):
+    assert dev.command("set bootenv bootbank 2").endswith(SUCCESS)
+    assert dev.board.journal_end() == b""
+
+
+def test_operations_are_done_again(chips):
+    chips.flash_write("kernel_2", b"\xf0" * 8)
+    chips.flash_write("ubi0", b"\xf0" * GEOMETRY.erase_block)
+    chips.nand_mark_bad(0)
+    flash = Replay(chips.directory, [
+        operation("unlock", "kernel_2", size=65536), operation("write", "kernel_2", data=b"\x3c" * 8),
+        operation("write", "ubi0", data=b"\x3c" * GEOMETRY.page), operation("erase", "ubi0", size=GEOMETRY.erase_block),
+        operation("erase", "kernel_2", size=layout.NOR_ERASE_BLOCK)], GEOMETRY)
+
+    def found(number, done=0):
+        flash.go_to(number, done)
+        return flash.read("kernel_2", 0, 8), flash.read("ubi0", 0, 4), flash.read("ubi0", GEOMETRY.erase_block - 4, 4)
+
+    kept, programmed, erased = b"\xf0", b"\x30", b"\xff"
+    states = {(0, 0): (kept * 8, kept * 4, kept * 4), (1, 0): (kept * 8, kept * 4, kept * 4),
+              (1, 3): (programmed * 3 + kept * 5, kept * 4, kept * 4),
+              (2, 1): (programmed * 8, programmed + kept * 3, kept * 4),
+              (3, 0): (programmed * 8, programmed * 4, kept * 4),
+              (3, 65536): (programmed * 8, erased * 4, kept * 4),
+              (5, 0): (erased * 8, erased * 4, erased * 4)}
+    for places in (states, reversed(states)):
+        for place in places:
+            assert found(*place) == states[place], place
+    flash.go_to(3, 1)
+    other = ChipFiles(chips.directory.parent / "other", "128k")
+    flash.lay_into(other)
+    assert other.flash_read("kernel_2") == flash.read("kernel_2") and other.flash_read("ubi0") == flash.read("ubi0")
+    assert chips.nand_bad_blocks() == [0] and not other.nand_bad_blocks(), "an erase that was cut short has erased spare bytes"
+
+
+# The judge.
+
+@pytest.fixture
+def laid(chips):
+    """A device that boots A from bank 1, has B in bank 2, and is judged as it is. Returns (flash, judge)."""
+    power_scenarios.scenarios()["set bootenv bootbank 2"].lay(chips)
+    return chips, power_judge.Judge(power.FlashOf(chips), GEOMETRY)
+
+
+def judged(laid):
+    state = laid[1](power.FlashOf(laid[0]))
+    return state["boots"], state["torn"], state["old"]
+
+
+def test_whole_device_is_whole(laid):
+    assert judged(laid) == ("bank 1", False, True)
+
+
+@pytest.mark.parametrize("partition, offset, boots, torn, old", [
+    ("bootenv_1", 4, "shell", True, True),
+    ("kernel_1", 5000, "shell", False, False),
+    ("config_loader", 70, "bank 1", False, True),
+    ("kernel_2", 5000, "bank 1", False, True),
+])
+def test_flipped_bit_is_seen(laid, partition, offset, boots, torn, old):
+    byte = laid[0].flash_read(partition, offset, 1)[0]
+    laid[0].flash_write(partition, bytes([byte ^ 1]), offset)
+    assert judged(laid) == (boots, torn, old)
+
+
+def test_flipped_bit_in_a_volume_is_seen(laid):
+    """Blocks 0 and 1 hold the table of volumes, 2 the first block of the first volume."""
+    at = 2 * GEOMETRY.erase_block + 2 * GEOMETRY.page + 5
+    laid[0].flash_write("ubi0", bytes([laid[0].flash_read("ubi0", at, 1)[0] ^ 1]), at)
+    assert judged(laid) == ("shell", False, False)
+
+
+def test_volumes_without_their_table_are_none(laid):
+    """One of its two copies is enough."""
+    laid[0].flash_write("ubi0", b"\xff" * GEOMETRY.erase_block)
+    assert judged(laid) == ("bank 1", False, True)
+    laid[0].flash_write("ubi0", b"\xff" * GEOMETRY.erase_block, GEOMETRY.erase_block)
+    assert judged(laid) == ("shell", False, False)
+
+
+def test_nothing_boots(laid):
+    laid[0].flash_erase("bootenv_1", "config_loader")
+    assert judged(laid) == ("nothing", True, True)
+    assert power.judged_wrong(power_scenarios.scenarios()["serial archive"], laid[1](power.FlashOf(laid[0]))) == ["nothing boots"]
+
+
+def test_samples_are_spread():
+    assert power.spread(0) == [] and power.spread(1) == [0]
+    assert sorted(power.spread(100)) == list(range(100))
+    assert all(any(at // 25 == quarter for at in power.spread(100)[:5]) for quarter in range(4))
+
+
+# Some cuts.
+
+@pytest.fixture(scope="module")
+def recorded(tmp_path_factory):
+    """Scenarios that were run undisturbed, and their cuts judged by their bytes."""
+    made, bench = {}, power.Bench()
+
+    def make(name):
+        if name not in made:
+            directory = tmp_path_factory.mktemp("campaign")
+            recording = power.record(directory / "scenario", power_scenarios.scenarios()[name], bench)
+            results = power.Results(directory / "results.jsonl")
+            power.judge_all(recording, results, recording.cuts(randoms=20))
+            made[name] = recording, results
+        return made[name]
+    yield make
+    bench.close()
+
+
+@pytest.mark.parametrize("name, cuts, boots", [
+    # A half of the environment is enough when the other one is erased anyway.
+    ("set bootenv bootbank 2", 7, {"bank 1": 2, "shell": 2, "bank 2": 3}),
+    ("network kernel", 500, None),
+])
+def test_cuts_of_a_scenario(recorded, name, cuts, boots):
+    recording, results = recorded(name)
+    lines = [line for line in results.lines if line["check"] == "bytes"]
+    assert len(lines) >= cuts + 10
+    assert not [line for line in lines if line["wrong"]]
+    planned = {tuple(line["cut"]): line["boots"] for line in lines if tuple(line["cut"]) in recording.cuts()}
+    if boots:
+        assert {word: list(planned.values()).count(word) for word in planned.values()} == boots
+    tasks = power.tasks_of(recording, results, ("boot", "repeat", "cut"), {"boot": 2, "repeat": 1, "cut": 1})
+    assert len(tasks) == 4
+    power.campaign({name: recording}, results, ("boot", "repeat", "cut"), {"boot": 2, "repeat": 1, "cut": 1}, 1, 1e9)
+    done = [line for line in results.lines if line["check"] != "bytes"]
+    assert sorted(line["check"] for line in done) == ["boot", "boot", "cut", "repeat"]
+    assert not [line for line in done if line["wrong"]], done
+    # What was done is not done again.
+    again = power.Results(results._path)  # pylint: disable=protected-access
+    assert not power.tasks_of(recording, again, ("boot", "repeat", "cut"), {"boot": 2, "repeat": 1, "cut": 1})
+    assert f"| {name} | {len(recording.operations)} | {len(lines)} |" in power.table({name: recording}, again)
