@@ -151,11 +151,15 @@ double draw(const bar& drawn, const device_state& state, double top, std::string
           "<text x=\"{0:.2f}\" y=\"{1:.2f}\">{2}</text><text class=\"small\" x=\"{0:.2f}\" y=\"{3:.2f}\">{4}</text>",
           left + 6, bar_top + 18, name, bar_top + 34, contents);
     } else {
+      const double middle = left + width / 2;
+      // Towards the right edge there is no room behind the lead.
+      const bool before = middle > margin + 0.75 * bar_width;
+      const double way = before ? -1 : 1;
       out += fmt::format(
           "<path class=\"lead\" d=\"M{0:.2f} {1:.2f}V{2:.2f}H{3:.2f}\"/><text class=\"small\" x=\"{4:.2f}\" "
-          "y=\"{5:.2f}\">{6} ({7}): {8}</text>",
-          left + width / 2, bar_top + bar_height, below - 4, left + width / 2 + 10, left + width / 2 + 14,
-          below, name, size, contents);
+          "y=\"{5:.2f}\"{6}>{7} ({8}): {9}</text>",
+          middle, bar_top + bar_height, below - 4, middle + way * 10, middle + way * 14, below,
+          before ? " text-anchor=\"end\"" : "", name, size, contents);
       below += label_height;
     }
     out += "</g>\n";

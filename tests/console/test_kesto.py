@@ -559,7 +559,7 @@ def test_misuse_of_info_and_verify(kesto, command):
     (["image", "make"], "no command 'image make'"),
     (["imag", "build"], "no command 'imag build'"),
     (["image build"], "no command 'image build'"),
-    (["--version"], "no command '--version'"),
+    (["--verbose"], "no command '--verbose'"),
     (["build", "-o", "out.rom"], "no command 'build'"),
 ])
 def test_no_such_command(kesto, words, message):

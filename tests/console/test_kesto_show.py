@@ -96,6 +96,18 @@ def test_a_picture_to_scale(flash, kesto):
     assert pieces["kernel_2"][1] == pytest.approx(pieces["kernel_1"][1] + pieces["kernel_1"][2], abs=0.05)
 
 
+def test_no_name_leaves_the_picture(flash, kesto):
+    """Those of narrow pieces stand beside them, at the right edge before them."""
+    flash.answer("dmesg", stdout='0x000000000000-0x000001000000 : "kernel_1"\n0x000001000000-0x000001010000 : "param_space"\n')
+    assert kesto.at("show", "--svg", "flash.svg").returncode == 0
+    picture = ElementTree.parse(kesto.directory / "flash.svg").getroot()
+    assert "param_space" in ElementTree.tostring(picture, encoding="unicode")
+    for text in picture.iter(SVG + "text"):
+        length = 7 * len(text.text)
+        left = float(text.get("x")) - (length if text.get("text-anchor") == "end" else 0)
+        assert 0 <= left and left + length <= float(picture.get("width")), text.text
+
+
 def test_a_picture_that_cannot_be_written(flash, kesto):
     result = kesto.at("show", "--svg", "nowhere/flash.svg")
     assert (result.returncode, result.stderr) == (1, "kesto: nowhere/flash.svg: write error (No such file or directory)\n")
