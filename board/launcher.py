@@ -78,29 +78,30 @@ class _Screen:
 
     def __init__(self, board, write):
         self._board, self._write = board, write
-        self._tail = b""
+        self._before = b""  # the end of what came, in which a mark may have begun
         self.port = board.kernel_log
         board.kernel_log.listeners.append(self._loader)
         board.console.listeners.append(write)
 
     def _loader(self, data):
         """Shows what comes up to the start of a kernel, and what comes after the next start of the boot loader."""
-        self._tail += data
-        while self._tail:
-            if self.port is self._board.kernel_log:
-                shown, mark, rest = self._tail.partition(LOADER_ENDS)
-                self._tail = rest if mark else b""
-                self._write(shown + mark + (b"\r\n\r\n" if mark else b""))
-                if mark:
-                    self.port = self._board.console
+        while data:
+            loads = self.port is self._board.kernel_log
+            mark = LOADER_ENDS if loads else LOADER_BEGINS
+            known, came = len(self._before), self._before + data
+            at = came.find(mark)
+            if at < 0:
+                self._before = came[1 - len(mark):]
+                if loads:
+                    self._write(data)
+                return
+            self._before = b""
+            if loads:
+                end = at + len(mark)
+                self._write(came[known:end] + b"\r\n\r\n")
+                self.port, data = self._board.console, came[end:]
             else:
-                at = self._tail.find(LOADER_BEGINS)
-                if at < 0:
-                    self._tail = self._tail[-len(LOADER_BEGINS):]
-                    return
-                self._tail = self._tail[at:]
-                self.port = self._board.kernel_log
-
+                self.port, data = self._board.kernel_log, came[at:]
 
     def shows_the_shell(self):
         """Whether it is the recovery system that runs: the others have nothing to write back, and nobody who would."""
