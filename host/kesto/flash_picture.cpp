@@ -8,6 +8,8 @@
 namespace {
 
 constexpr double margin = 24, bar_width = 1000, bar_height = 46, label_height = 17, narrow = 118;
+// So many letters of a label fit into the picture, whatever they are.
+constexpr size_t letters_of_a_line = 140;
 
 // A place in a bar, in bytes.
 struct piece {
@@ -218,17 +220,28 @@ std::string flash_picture(const device_state& state) {
   if (!volumes.pieces.empty()) {
     top += draw(volumes, state, top, body);
   }
-  std::string unplaced;
+  std::string line = "Size not known:";
+  bool any = false;
+  const auto end_line = [&] {
+    body +=
+        fmt::format("<text class=\"small\" x=\"{}\" y=\"{}\">{}</text>\n", margin, top + 12, escaped(line));
+    top += label_height;
+    line.clear();
+  };
   for (const flash_row& row : state.flash) {
     if (!row.is_volume() && !row.size) {
-      unplaced += fmt::format("{}{} ({})", unplaced.empty() ? "" : ", ", escaped(row.name),
-                              escaped(contents_text(row)));
+      const std::string entry = fmt::format(" {} ({})", row.name, contents_text(row));
+      line += any ? "," : "";
+      if (line.size() + entry.size() > letters_of_a_line) {
+        end_line();
+      }
+      line += entry;
+      any = true;
     }
   }
-  if (!unplaced.empty()) {
-    body += fmt::format("<text class=\"small\" x=\"{}\" y=\"{}\">Size not known: {}</text>\n", margin,
-                        top + 12, unplaced);
-    top += 26;
+  if (any) {
+    end_line();
+    top += 26 - label_height;
   }
   body += legend(top, state.active_bank());
   const double width = bar_width + 2 * margin;
