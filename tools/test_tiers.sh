@@ -145,6 +145,8 @@ tier_package() {
 # the tier is not one of those that wait for others.
 tier_docs() {
     build_preset release && build_preset arm || return 1
+    # As ./run does it before it starts the board.
+    check docs set_up /usr/bin/python3 board/artefacts.py
     timeout 2700 /usr/bin/python3 -m pytest -q -n 2 --dist loadgroup -p no:cacheprovider "--junitxml=$results/docs.xml" \
         tests/docs
 }
