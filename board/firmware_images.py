@@ -122,6 +122,7 @@ class Firmware:
         """The file of a kernel part's contents."""
         def build(target):
             boot_loader.startable(target, _ramdisk(self.version), f"Firmware {self.version}", self.small)
+        artefacts.ensure()
         return self._made("kernel", [device_kernel.module(), device_kernel.TREE.contents], build)
 
     def files(self):

@@ -12,7 +12,8 @@ import pytest
 import foreign_packages
 from foreign_packages import PackageError, PackageLists, damaged, unpack
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools"))
+ROOT = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tools"))
 
 
 FILES = {"kernel": {"boot/vmlinuz": b"k" * 5000}, "headers": {"usr/src/Makefile": b"all:\n", "usr/src/empty": b""}}
@@ -157,4 +158,13 @@ def test_lists_that_cannot_be_had(host):
     host.replace("apt-get", "echo 'E: Could not resolve host'; exit 100")
     with pytest.raises(PackageError, match="Could not resolve"), PackageLists("armhf"):
         pass
+    assert host.calls("apt-get", "update") == 1
+
+
+def test_firmware_for_a_board_that_was_never_set_up(host):
+    """./run lays an image beside a new board before it starts it."""
+    host.replace("apt-get", "echo 'E: Could not resolve host'; exit 100")
+    made = subprocess.run([ROOT / "board" / "firmware_images.py", "1.0.0.0R1", host.build / "image"], capture_output=True, text=True,
+                          check=False, env={**os.environ, "VBOARD_BUILD": str(host.build)})
+    assert made.returncode != 0 and "Could not resolve host" in made.stderr
     assert host.calls("apt-get", "update") == 1
