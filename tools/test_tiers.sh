@@ -169,7 +169,10 @@ tier_lint() {
     # Mutation and coverage: what they find and report. A run of either takes hours.
     check lint mutation_and_coverage /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/mutation tests/campaign
     check lint formatting sh -c "git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror"
-    # One file a run: with several the analyzer takes what it saw in one for the state of the next.
-    check lint clang_tidy sh -c "git ls-files 'src/*.cpp' 'host/*.cpp' |
-        xargs -P2 -n1 clang-tidy -p build/lint --quiet --extra-arg=-Wno-unknown-warning-option"
+    # One file a run: with several the analyzer takes what it saw in one for the state of the next. Of kesto the file that
+    # includes its sources, which no file may that a person writes; the analyzer leaves out what is included.
+    local tidy='xargs -P2 -n1 clang-tidy -p build/lint --quiet --extra-arg=-Wno-unknown-warning-option'
+    check lint clang_tidy sh -c "git ls-files 'src/*.cpp' 'host/*.cpp' ':!host/kesto' | $tidy"
+    check lint clang_tidy_kesto sh -c "ls host/kesto/main.cpp build/lint/host/CMakeFiles/kesto*.dir/Unity/*.cxx |
+        $tidy --checks=-bugprone-suspicious-include"
 }

@@ -12,8 +12,6 @@
 
 namespace {
 
-using nlohmann::json;
-
 constexpr std::streamoff most_bytes = 1 << 20;
 
 // Thrown with the place and the fault.
@@ -23,13 +21,13 @@ class bad_record : public std::runtime_error {
 };
 
 // Results: null or nothing when the key is missing or null.
-const json* find(const json& object, const char* key) {
+const nlohmann::json* find(const nlohmann::json& object, const char* key) {
   const auto found = object.find(key);
   return found == object.end() || found->is_null() ? nullptr : &*found;
 }
 
-std::string take_text(const json& object, const std::string& place, const char* key) {
-  const json* value = find(object, key);
+std::string take_text(const nlohmann::json& object, const std::string& place, const char* key) {
+  const nlohmann::json* value = find(object, key);
   if (value == nullptr) {
     return "";
   }
@@ -40,8 +38,8 @@ std::string take_text(const json& object, const std::string& place, const char* 
 }
 
 template <typename Number>
-std::optional<Number> take_number(const json& object, const std::string& place, const char* key) {
-  const json* value = find(object, key);
+std::optional<Number> take_number(const nlohmann::json& object, const std::string& place, const char* key) {
+  const nlohmann::json* value = find(object, key);
   if (value == nullptr) {
     return std::nullopt;
   }
@@ -51,7 +49,7 @@ std::optional<Number> take_number(const json& object, const std::string& place, 
   return value->get<Number>();
 }
 
-const json& take_object(const json& value, const std::string& place) {
+const nlohmann::json& take_object(const nlohmann::json& value, const std::string& place) {
   if (!value.is_object()) {
     throw bad_record(place, "an object is wanted");
   }
@@ -60,7 +58,7 @@ const json& take_object(const json& value, const std::string& place) {
 
 // Calls `take` with every object of an array and its place.
 template <typename Take>
-void take_each(const json& array, const std::string& place, Take take) {
+void take_each(const nlohmann::json& array, const std::string& place, Take take) {
   if (!array.is_array()) {
     throw bad_record(place, "an array is wanted");
   }
@@ -70,7 +68,7 @@ void take_each(const json& array, const std::string& place, Take take) {
   }
 }
 
-std::string take_name(const json& object, const std::string& place) {
+std::string take_name(const nlohmann::json& object, const std::string& place) {
   std::string name = take_text(object, place, "name");
   if (name.empty()) {
     throw bad_record(place + ".name", "a name is wanted");
@@ -78,7 +76,7 @@ std::string take_name(const json& object, const std::string& place) {
   return name;
 }
 
-device_partition take_partition(const json& row, const std::string& place) {
+device_partition take_partition(const nlohmann::json& row, const std::string& place) {
   return {
       .name = take_name(row, place),
       .status = take_text(row, place, "status"),
@@ -89,35 +87,35 @@ device_partition take_partition(const json& row, const std::string& place) {
   };
 }
 
-device_record take_record(const json& document) {
+device_record take_record(const nlohmann::json& document) {
   take_object(document, "the record");
-  if (const json* format = find(document, "format"); format == nullptr || *format != 1) {
+  if (const nlohmann::json* format = find(document, "format"); format == nullptr || *format != 1) {
     throw bad_record("format", "1 is wanted");
   }
   device_record record;
-  const json* flash = find(document, "flash");
+  const nlohmann::json* flash = find(document, "flash");
   if (flash == nullptr) {
     throw bad_record("flash", "an array is wanted");
   }
-  take_each(*flash, "flash", [&record](const json& row, const std::string& place) {
+  take_each(*flash, "flash", [&record](const nlohmann::json& row, const std::string& place) {
     record.flash.push_back(take_partition(row, place));
   });
-  const json* bootenv = find(document, "bootenv");
+  const nlohmann::json* bootenv = find(document, "bootenv");
   if (bootenv == nullptr) {
     throw bad_record("bootenv", "an object is wanted");
   }
   record.active_bank =
       mtd_bank_from_word(take_text(take_object(*bootenv, "bootenv"), "bootenv", "bootbank").c_str());
-  const json* ubi = find(document, "ubi");
-  const json* ubi0 = ubi == nullptr ? nullptr : find(take_object(*ubi, "ubi"), "ubi0");
+  const nlohmann::json* ubi = find(document, "ubi");
+  const nlohmann::json* ubi0 = ubi == nullptr ? nullptr : find(take_object(*ubi, "ubi"), "ubi0");
   if (ubi0 == nullptr) {
     return record;
   }
   take_object(*ubi0, "ubi.ubi0");
   record.leb_size = take_number<uint64_t>(*ubi0, "ubi.ubi0", "leb_size");
   record.available = take_number<uint64_t>(*ubi0, "ubi.ubi0", "available");
-  if (const json* volumes = find(*ubi0, "volumes")) {
-    take_each(*volumes, "ubi.ubi0.volumes", [&record](const json& row, const std::string& place) {
+  if (const nlohmann::json* volumes = find(*ubi0, "volumes")) {
+    take_each(*volumes, "ubi.ubi0.volumes", [&record](const nlohmann::json& row, const std::string& place) {
       record.volumes.push_back({take_name(row, place), take_number<uint64_t>(row, place, "reserved_ebs"),
                                 take_number<uint64_t>(row, place, "size")});
     });
@@ -145,7 +143,7 @@ const device_volume* device_record::volume(const char* name) const {
   return find_row(volumes, name);
 }
 
-std::optional<device_record> device_record_from_json(const json& document, std::string* fault) {
+std::optional<device_record> device_record_from_json(const nlohmann::json& document, std::string* fault) {
   try {
     return take_record(document);
   } catch (const bad_record& error) {
@@ -173,11 +171,11 @@ std::optional<device_record> device_record_read(const char* path) {
   }
   std::string fault;
   try {
-    if (std::optional<device_record> record = device_record_from_json(json::parse(text), &fault)) {
+    if (std::optional<device_record> record = device_record_from_json(nlohmann::json::parse(text), &fault)) {
       return record;
     }
     report_error("%s: %s", path, fault.c_str());
-  } catch (const json::parse_error& error) {
+  } catch (const nlohmann::json::parse_error& error) {
     report_error("%s: not JSON at offset %zu", path, error.byte);
   }
   return std::nullopt;

@@ -167,7 +167,7 @@ class build_line {
   const char* unused_size_ = nullptr;   // option that no root file system has followed yet
 };
 
-std::function<int()> declare(CLI::App& line) {
+std::function<int()> declare_image_build(CLI::App& line) {
   const auto build = std::make_shared<build_line>(line);
   return [build] { return build->run(); };
 }
@@ -182,5 +182,5 @@ const subcommand image_build = {
         "The image consists of the parts in the order of the command line, which is also the order in which the\n"
         "device installs them. A description is a TOML file with one table [[part]] for each; docs/image-format.md\n"
         "shows it. Its file names are relative to its own place.\n",
-    .declare = declare,
+    .declare = declare_image_build,
 };

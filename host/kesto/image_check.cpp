@@ -308,19 +308,19 @@ class checker {
     volumes_ = {};
     volumes_.single = 1;
     const device_partition* ubi = known("ubi0");
-    const std::optional<uint64_t> most = ubi == nullptr ? std::nullopt : ubi->size;
-    uint64_t rootfs = uint64_t{part.part.get(image_field_rootfs_size_kib)} * 1024;
-    uint64_t total = uint64_t{part.part.get(image_field_total_size_kib)} * 1024;
-    if (!most) {
+    if (ubi == nullptr || !ubi->size) {
       return;
     }
-    rootfs = rootfs != 0 ? rootfs : *most / 4;
-    total = total != 0 ? total : *most;
-    if (total > *most || 2 * rootfs + *most / 50 > total) {
+    const uint64_t most = *ubi->size;
+    uint64_t rootfs = uint64_t{part.part.get(image_field_rootfs_size_kib)} * 1024;
+    uint64_t total = uint64_t{part.part.get(image_field_total_size_kib)} * 1024;
+    rootfs = rootfs != 0 ? rootfs : most / 4;
+    total = total != 0 ? total : most;
+    if (total > most || 2 * rootfs + most / 50 > total) {
       add("format-too-large", severity::refused, &part, image_way_any,
           text_of("root file systems of %" PRIu64 " KiB in %" PRIu64 " KiB, of a UBI partition of %" PRIu64
                   " KiB",
-                  rootfs / 1024, total / 1024, *most / 1024));
+                  rootfs / 1024, total / 1024, most / 1024));
     }
     if (const uint64_t leb = device_->leb_size.value_or(0); leb != 0) {
       volumes_.bank_1 = volumes_.bank_2 = (rootfs + leb - 1) / leb;

@@ -191,7 +191,7 @@ bool take_image(image_file& image, const check_options& options, std::vector<ima
   return false;
 }
 
-int run(const check_options& options) {
+int run_image_check(const check_options& options) {
   const mtd_banks bank = mtd_bank_from_word(options.bank.c_str());
   if (bank == mtd_bank_none) {
     return report_usage(image_check_command.name, "bad bank '%s', 1, 2 or single is wanted",
@@ -221,7 +221,7 @@ int run(const check_options& options) {
   return report.good() ? exit_success : exit_failed;
 }
 
-std::function<int()> declare(CLI::App& line) {
+std::function<int()> declare_image_check(CLI::App& line) {
   const auto options = std::make_shared<check_options>();
   line.add_option("IMAGE", options->image)->required();
   line.add_option("--bank", options->bank, "the bank to install into: 1, 2 or single")
@@ -239,7 +239,7 @@ std::function<int()> declare(CLI::App& line) {
       ->take_last();
   line.add_flag("--json", options->json, "one line of JSON; docs/kesto-json.md lists its keys")
       ->group("Output");
-  return [options] { return run(*options); };
+  return [options] { return run_image_check(*options); };
 }
 
 }  // namespace
@@ -252,5 +252,5 @@ const subcommand image_check_command = {
         "Says of every part where it goes, what is erased or formatted for it and whether it fits, and what is\n"
         "refused, dangerous, possible or good to know about it: one line each, with a name that stays. Without a\n"
         "device's record much is only possible. Ends with status 1 when something is refused or dangerous.\n",
-    .declare = declare,
+    .declare = declare_image_check,
 };

@@ -132,7 +132,7 @@ struct options {
   std::string directory;
 };
 
-int run(const options& options) {
+int run_image_extract(const options& options) {
   image_file image;
   if (!image.open(options.image.c_str()) || !may_create(options.directory)) {
     return exit_failed;
@@ -152,7 +152,7 @@ int run(const options& options) {
   return exit_success;
 }
 
-std::function<int()> declare(CLI::App& line) {
+std::function<int()> declare_image_extract(CLI::App& line) {
   const auto given = std::make_shared<options>();
   line.add_option("IMAGE", given->image)->required();
   line.add_option("-d,--directory", given->directory,
@@ -161,7 +161,7 @@ std::function<int()> declare(CLI::App& line) {
       ->group("Output")
       ->required()
       ->take_last();
-  return [given] { return run(*given); };
+  return [given] { return run_image_extract(*given); };
 }
 
 }  // namespace
@@ -174,5 +174,5 @@ const subcommand image_extract = {
         "Writes the contents of every part into a file of its own and describes them in image.toml, from which\n"
         "'kesto image build' makes the same image again, byte for byte. The image is checked on the way, but for\n"
         "whether a device has a place for each part. If anything is wrong with it, there is no directory.\n",
-    .declare = declare,
+    .declare = declare_image_extract,
 };

@@ -37,7 +37,7 @@ bool show_part(const image_file& image, image_part& part) {
   return image.holds_contents(part);
 }
 
-int run(const std::string& path, bool json) {
+int run_image_info(const std::string& path, bool json) {
   image_file image;
   if (!image.open(path.c_str())) {
     return exit_failed;
@@ -51,12 +51,12 @@ int run(const std::string& path, bool json) {
   return image.visit_parts(show_part) != 0 ? exit_success : exit_failed;
 }
 
-std::function<int()> declare(CLI::App& line) {
+std::function<int()> declare_image_info(CLI::App& line) {
   const auto path = std::make_shared<std::string>();
   line.add_option("IMAGE", *path)->required();
   const auto json = std::make_shared<bool>();
   line.add_flag("--json", *json, "one line of JSON; docs/kesto-json.md lists its keys")->group("Output");
-  return [path, json] { return run(*path, *json); };
+  return [path, json] { return run_image_info(*path, *json); };
 }
 
 }  // namespace
@@ -69,5 +69,5 @@ const subcommand image_info = {
         "Prints the headers of all parts in the words of the device, with the flag that another part follows and\n"
         "the sizes that a root file system wants. Contents are not looked at. Ends with status 1 at a header that\n"
         "the device would not accept, or where the file ends inside a part.\n",
-    .declare = declare,
+    .declare = declare_image_info,
 };

@@ -31,7 +31,7 @@ bool verify_part(const image_file& image, image_part& part) {
   return image.take_header(part) && verify_contents(image, part);
 }
 
-int run(const std::string& path, bool json) {
+int run_image_verify(const std::string& path, bool json) {
   image_file image;
   if (!image.open(path.c_str())) {
     return exit_failed;
@@ -48,12 +48,12 @@ int run(const std::string& path, bool json) {
   return exit_success;
 }
 
-std::function<int()> declare(CLI::App& line) {
+std::function<int()> declare_image_verify(CLI::App& line) {
   const auto path = std::make_shared<std::string>();
   line.add_option("IMAGE", *path)->required();
   const auto json = std::make_shared<bool>();
   line.add_flag("--json", *json, "one line of JSON; docs/kesto-json.md lists its keys")->group("Output");
-  return [path, json] { return run(*path, *json); };
+  return [path, json] { return run_image_verify(*path, *json); };
 }
 
 }  // namespace
@@ -67,5 +67,5 @@ const subcommand image_verify = {
         "for another part is set on all parts but the last. Prints OK, or the first fault with the number of its\n"
         "part and the offset of that part, and ends with status 1. What depends on the device, the size of its\n"
         "erase blocks and the room in its partitions, is not checked.\n",
-    .declare = declare,
+    .declare = declare_image_verify,
 };

@@ -17,7 +17,7 @@
 
 namespace {
 
-using json = nlohmann::ordered_json;
+using nlohmann::ordered_json;
 
 constexpr size_t most_devices = 16;
 
@@ -194,37 +194,38 @@ class production {
   }
 
   void print_json() const {
-    json list = json::array();
+    ordered_json list = ordered_json::array();
     for (const auto& device : devices_) {
       const install_record& record = device->record();
-      json findings = json::array();
+      ordered_json findings = ordered_json::array();
       for (const image_check_finding& finding : record.findings) {
         findings.push_back({{"name", finding.name},
                             {"severity", image_check_severity_names[static_cast<int>(finding.severity)]},
-                            {"part", finding.part < 0 ? json(nullptr) : json(finding.part)},
+                            {"part", finding.part < 0 ? ordered_json(nullptr) : ordered_json(finding.part)},
                             {"text", finding.text}});
       }
-      list.push_back({{"port", record.port},
-                      {"result", device_status_name(record.status)},
-                      {"status", record.status},
-                      {"message", record.message},
-                      {"bank", record.bank},
-                      {"attempts", record.attempts},
-                      {"seconds", record.seconds},
-                      {"bytes", record.bytes},
-                      {"send_seconds", record.send_seconds},
-                      {"erased", record.erased},
-                      {"findings", findings},
-                      {"remarks", record.remarks},
-                      {"checked", record.checked},
-                      {"booted", record.booted.empty() ? json(nullptr) : json(record.booted)}});
+      list.push_back(
+          {{"port", record.port},
+           {"result", device_status_name(record.status)},
+           {"status", record.status},
+           {"message", record.message},
+           {"bank", record.bank},
+           {"attempts", record.attempts},
+           {"seconds", record.seconds},
+           {"bytes", record.bytes},
+           {"send_seconds", record.send_seconds},
+           {"erased", record.erased},
+           {"findings", findings},
+           {"remarks", record.remarks},
+           {"checked", record.checked},
+           {"booted", record.booted.empty() ? ordered_json(nullptr) : ordered_json(record.booted)}});
     }
-    const json document = {{"format", 1},
-                           {"image", options_.image},
-                           {"size", image_.size},
-                           {"ok", result() == status_success},
-                           {"devices", list}};
-    printf("%s\n", document.dump(-1, ' ', false, json::error_handler_t::replace).c_str());
+    const ordered_json document = {{"format", 1},
+                                   {"image", options_.image},
+                                   {"size", image_.size},
+                                   {"ok", result() == status_success},
+                                   {"devices", list}};
+    printf("%s\n", document.dump(-1, ' ', false, ordered_json::error_handler_t::replace).c_str());
   }
 
   const install_options& options_;
@@ -270,7 +271,7 @@ std::unique_ptr<tftp_server> serve(install_options& options) {
       options.tftp_listen.empty() ? options.tftp_address : options.tftp_listen, options.tftp_port);
 }
 
-int run(install_options& options) {
+int run_install(install_options& options) {
   if (const char* why = contradiction(options)) {
     return report_usage("install", "%s", why);
   }
@@ -314,7 +315,7 @@ void declare_way(CLI::App& line, install_options& options) {
       ->group(group);
 }
 
-std::function<int()> declare(CLI::App& line) {
+std::function<int()> declare_install(CLI::App& line) {
   const auto options = std::make_shared<install_options>();
   line.add_option("IMAGE", options->image)->required();
   device_options_declare(line, *options, true);
@@ -349,7 +350,7 @@ std::function<int()> declare(CLI::App& line) {
                   "wait between the begin of a download and the first byte;\n2500 unless given")
       ->type_name("MS")
       ->group(group);
-  return [options] { return run(*options); };
+  return [options] { return run_install(*options); };
 }
 
 }  // namespace
@@ -363,5 +364,5 @@ const subcommand device_install = {
         "what has\n"
         "to be erased, sends the image, and tells what the device made of it. With several ports all devices are\n"
         "served at once, and a table comes at the end.\n",
-    .declare = declare,
+    .declare = declare_install,
 };

@@ -14,7 +14,7 @@
 
 namespace {
 
-using json = nlohmann::ordered_json;
+using nlohmann::ordered_json;
 
 struct found_port {
   std::string name;
@@ -63,14 +63,14 @@ void ask(found_port& port, const device_options& options) {
 
 void print(const std::vector<found_port>& ports, bool as_json) {
   if (as_json) {
-    json record = {{"format", 1}, {"ports", json::array()}};
+    ordered_json record = {{"format", 1}, {"ports", ordered_json::array()}};
     for (const found_port& port : ports) {
       record["ports"].push_back({{"port", port.name},
                                  {"description", port.description},
                                  {"shell", port.has_shell},
                                  {"state", port.state}});
     }
-    printf("%s\n", record.dump(2, ' ', false, json::error_handler_t::replace).c_str());
+    printf("%s\n", record.dump(2, ' ', false, ordered_json::error_handler_t::replace).c_str());
     return;
   }
   for (const found_port& port : ports) {
@@ -82,7 +82,7 @@ void print(const std::vector<found_port>& ports, bool as_json) {
   }
 }
 
-int run(ports_options& options) {
+int run_ports(ports_options& options) {
   std::vector<found_port> ports = listed_ports();
   for (const std::string& name : options.device.ports) {
     const bool is_listed = std::any_of(ports.begin(), ports.end(),
@@ -111,7 +111,7 @@ int run(ports_options& options) {
   return status_success;
 }
 
-std::function<int()> declare(CLI::App& line) {
+std::function<int()> declare_ports(CLI::App& line) {
   const auto options = std::make_shared<ports_options>();
   options->device.limit_seconds = 5;
   line.add_option("--port", options->device.ports, "one more to look at: tcp:HOST:PORT, unix:PATH, ...")
@@ -126,7 +126,7 @@ std::function<int()> declare(CLI::App& line) {
       ->group("Options");
   line.add_flag("--list", options->passive, "only list them; nothing is typed into any")->group("Options");
   line.add_flag("--json", options->device.json, "for programs: see docs/kesto-json.md")->group("Options");
-  return [options] { return run(*options); };
+  return [options] { return run_ports(*options); };
 }
 
 }  // namespace
@@ -138,5 +138,5 @@ const subcommand device_ports = {
     .text =
         "Types a few harmless keys into each port, unless --list is given: a device that is just being used\n"
         "by somebody else is not disturbed, as its port is in use.\n",
-    .declare = declare,
+    .declare = declare_ports,
 };

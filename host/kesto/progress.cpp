@@ -13,7 +13,7 @@ namespace {
 using clock_type = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds redraw{100};
-constexpr unsigned bar_width = 24;
+constexpr unsigned bar_characters = 24;
 
 }  // namespace
 
@@ -82,9 +82,9 @@ void progress_board::draw() {
   for (const device_line& line : lines_) {
     std::string text = line.text;
     if (line.total != 0) {
-      const auto full = static_cast<size_t>(bar_width * line.done / line.total);
-      text =
-          fmt::format("[{}{}] {}", std::string(full, '#'), std::string(bar_width - full, '.'), measure(line));
+      const auto full = static_cast<size_t>(bar_characters * line.done / line.total);
+      text = fmt::format("[{}{}] {}", std::string(full, '#'), std::string(bar_characters - full, '.'),
+                         measure(line));
     }
     fmt::print(stderr, "\r{}: {}\x1b[K\n", line.name, text);
   }

@@ -15,7 +15,7 @@
 
 namespace {
 
-using json = nlohmann::ordered_json;
+using nlohmann::ordered_json;
 
 constexpr milliseconds reset_limit{3000};
 
@@ -136,22 +136,22 @@ void run_lines(shell_session& shell, const run_options& options, const std::vect
 }
 
 void print_json(const run_options& options, const run_result& result) {
-  json record = {{"format", 1},
-                 {"port", options.ports[0]},
-                 {"result", device_status_name(result.status)},
-                 {"status", result.status},
-                 {"message", result.message},
-                 {"commands", json::array()}};
+  ordered_json record = {{"format", 1},
+                         {"port", options.ports[0]},
+                         {"result", device_status_name(result.status)},
+                         {"status", result.status},
+                         {"message", result.message},
+                         {"commands", ordered_json::array()}};
   for (const auto& [given, kind] : result.answers) {
     record["commands"].push_back({{"command", given.command},
                                   {"result", answer_kind_name(kind)},
                                   {"seconds", given.seconds},
                                   {"text", given.text}});
   }
-  printf("%s\n", record.dump(2, ' ', false, json::error_handler_t::replace).c_str());
+  printf("%s\n", record.dump(2, ' ', false, ordered_json::error_handler_t::replace).c_str());
 }
 
-int run(const run_options& options) {
+int run_commands(const run_options& options) {
   if (options.commands.empty() == options.script.empty()) {
     return report_usage("run", "%s", options.script.empty() ? "no command" : "commands beside a script");
   }
@@ -188,7 +188,7 @@ int run(const run_options& options) {
   return result.status;
 }
 
-std::function<int()> declare(CLI::App& line) {
+std::function<int()> declare_run(CLI::App& line) {
   const auto options = std::make_shared<run_options>();
   device_options_declare(line, *options, false);
   line.add_option("--script", options->script, "take the commands from FILE, one on a line")
@@ -197,7 +197,7 @@ std::function<int()> declare(CLI::App& line) {
   line.add_flag("--yes", options->yes, "answer yes where the shell asks before it destroys")
       ->group("Commands");
   line.add_option("COMMAND", options->commands);
-  return [options] { return run(*options); };
+  return [options] { return run_commands(*options); };
 }
 
 }  // namespace
@@ -211,5 +211,5 @@ const subcommand device_run = {
         "has blanks), and prints what came back. Stops at the first command that fails, that the shell does not know,\n"
         "or that is not done within the limit. In a script, empty lines and lines that begin with # or ; are left "
         "out.\n",
-    .declare = declare,
+    .declare = declare_run,
 };

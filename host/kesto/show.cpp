@@ -92,7 +92,7 @@ void write_picture(const std::string& path, const device_state& state) {
   }
 }
 
-int run(const show_options& options) {
+int run_show(const show_options& options) {
   try {
     cancel_take_signals();
     device_state state;
@@ -124,13 +124,13 @@ int run(const show_options& options) {
   }
 }
 
-std::function<int()> declare(CLI::App& line) {
+std::function<int()> declare_show(CLI::App& line) {
   const auto options = std::make_shared<show_options>();
   device_options_declare(line, *options, false);
   line.add_option("--svg", options->picture, "write a picture of the flash, to scale, into FILE")
       ->type_name("FILE")
       ->group("Picture");
-  return [options] { return run(*options); };
+  return [options] { return run_show(*options); };
 }
 
 }  // namespace
@@ -143,5 +143,5 @@ const subcommand device_show = {
         "Product, flash, banks with their versions, boot environment, console and network, as the device's own "
         "commands\n"
         "tell them. Changes nothing. The analysis of the flash takes the device a while.\n",
-    .declare = declare,
+    .declare = declare_show,
 };
