@@ -57,13 +57,18 @@ def in_use(dev):
     return dev
 
 
+def long(*values):
+    """The campaign of power cuts, whose short form is run with the others, cuts here, too."""
+    return pytest.param(*values, marks=pytest.mark.long)
+
+
 @pytest.mark.parametrize("operation, nth, boots", [
     ("unlock", 1, IN_BANK_1),
     ("erase", 1, ONLY_RECOVERY),
-    ("write", 1, ONLY_RECOVERY),
-    ("lock", 1, IN_BANK_1),
+    long("write", 1, ONLY_RECOVERY),
+    long("lock", 1, IN_BANK_1),
     ("unlock", 2, IN_BANK_1),
-    ("erase", 2, ONLY_RECOVERY),
+    long("erase", 2, ONLY_RECOVERY),
     ("write", 2, ONLY_RECOVERY),
 ], ids=["before the kernel size", "it is erased", "it is written", "behind it", "before the bank", "it is erased again",
         "it is written again"])
@@ -106,7 +111,7 @@ def test_root_file_system_is_written(in_use, kind):
     assert boots_after(in_use) == IN_BANK_1
 
 
-@pytest.mark.parametrize("operation, nth", [("erase", 3), ("write", 30)], ids=["begun", "done"])
+@pytest.mark.parametrize("operation, nth", [long("erase", 3), ("write", 30)], ids=["begun", "done"])
 def test_banks_give_way_to_a_single_one(in_use, operation, nth):
     """The root file system that was booted goes before the new one comes."""
     in_use.board.cut_power_at(operation, "ubi0", nth)

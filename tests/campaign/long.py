@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """
-The board tests that are too long for ./test: whole firmware over the serial line in each form, and the largest root file
-system. Words go to pytest. About half an hour on two cores.
+The board tests that are too long for ./test: whole firmware over the serial line in each form, the largest root file
+system, some power cuts. Words go to pytest. About half an hour on two cores.
 
     tests/campaign/long.py
 """

@@ -7,6 +7,8 @@ A fenced block says by its first word what becomes of it when documents are test
     ```sh fixture.sh    any language and a name: the file that the commands behind it find
 
 A line "..." in an output stands for any lines. "^C" alone is Ctrl-C, as soon as the line in front of it has come.
+
+An indented line that begins with a program is a command without its output: two blanks end it, what follows explains it.
 """
 
 import dataclasses
@@ -19,6 +21,9 @@ SHELL, DEVICE = "console", "cli"
 # What is typed, in each kind of session.
 TYPED = {SHELL: re.compile(r"^(\$ )(.*)$"), DEVICE: re.compile(r"^(CLI> |> )(.*)$")}
 LOOKS_LIKE_A_SESSION = re.compile(r"^\s*(?:\$|CLI>) ")
+# Programs of this project by where they lie, and those of others that documents show.
+_COMMAND = re.compile(r"^ {4}(?=(?:[A-Z_]+=\S* )*(?:(?:\.|\. tools|build|tools|tests|bench|docs|packaging|/usr/bin)/\w"
+                      r"|(?:kesto|cmake|ctest|pytest|git|man|bash|sh|apt|dpkg|pandoc|arm-linux-gnueabi-\w+) ))(.*)$")
 _FENCE = re.compile(r"^\s*```+\s*(.*?)\s*$")
 
 
@@ -84,6 +89,22 @@ def unmarked(text):
     run = {number for block in sessions(text) for number in range(block.line, block.line + len(block.lines))}
     return [(number, line) for number, line in enumerate(text.splitlines(), 1)
             if LOOKS_LIKE_A_SESSION.match(line) and number not in run]
+
+
+def commands(text):
+    """[(line number, command)] of the commands that stand there without a prompt and without their output."""
+    fenced = {number for block in blocks(text) for number in range(block.line, block.line + len(block.lines))}
+    made, goes_on = [], False
+    for number, line in enumerate(text.splitlines(), 1):
+        found = None if number in fenced else _COMMAND.match(line)
+        if goes_on:
+            made[-1] = made[-1][0], f"{made[-1][1]} {line.strip()}"
+        elif found:
+            made.append((number, re.split(r"\s{2,}", found[1].strip())[0]))
+        goes_on = (found or goes_on) and line.endswith("\\")
+        if goes_on:
+            made[-1] = made[-1][0], made[-1][1].removesuffix("\\").strip()
+    return made
 
 
 def documents():

@@ -21,7 +21,7 @@ def _tar(**files):
 
 def write(directory):
     """Writes them all."""
-    for name, size in (("u-boot.bin", 1001), ("uImage", 30001), ("config.uimg", 5001), ("rootfs.ubifs", 3001)):
+    for name, size in (("u-boot.bin", 1001), ("uImage", 30001), ("config.uimg", 5001), ("recovery", 5001), ("rootfs.ubifs", 3001)):
         (directory / name).write_bytes(random.Random(name).randbytes(size))
     root = _tar(**{"etc/.vexo_product_info": _INFO.encode(), "etc/release": f"Firmware {VERSION}\n".encode(),
                    "bin/busybox": b"#!/bin/sh\n"})

@@ -13,7 +13,8 @@ from terminals import Computer, clone
 TUTORIAL = ROOT / "docs" / "tutorial.md"
 # Written by a program of other files, whose sessions are run.
 WRITTEN = ROOT / "docs" / "commands.md"
-SERIAL_PORT = "/dev/ttyUSB0"
+# What stands in documents for the device's line, for a line that is not there, and for the computer as the device sees it.
+SERIAL_PORT, MISSING_PORT, OWN_ADDRESS = "/dev/ttyUSB0", "/dev/ttyUSB1", "192.168.1.10"
 
 
 def name_of(path):
@@ -59,7 +60,8 @@ def test_the_written_document_has_the_sessions_of_its_sources():
 @pytest.mark.xdist_group("one board")
 @pytest.mark.parametrize("path", RUN, ids=name_of)
 def test_sessions(request, device, workplace, path):
-    play(request, Player(Computer(workplace, {SERIAL_PORT: device.port}), device), path)
+    here = {SERIAL_PORT: device.port, MISSING_PORT: str(workplace / "ttyUSB1"), OWN_ADDRESS: "10.0.2.2"}
+    play(request, Player(Computer(workplace, here), device), path)
 
 
 @pytest.fixture(scope="module")

@@ -6,7 +6,7 @@ import pytest
 
 import picture
 from comparison import is_same
-from documents import sessions, unmarked
+from documents import commands, sessions, unmarked
 from player import Player, Stale, renewed
 from terminals import Computer
 
@@ -79,6 +79,26 @@ def test_sessions_without_a_mark_are_found(text):
 def test_sessions_with_a_mark_and_other_text_are_let_be():
     assert unmarked(DOCUMENT) == [] and len(sessions(DOCUMENT)) == 3
     assert unmarked("`CLI> ` is the prompt\n\n    cmake --preset release\n") == []
+
+
+def test_commands_without_output_are_found():
+    text = DOCUMENT + """
+    ./run                what it does
+    build/release/kesto install --port /dev/ttyUSB0 image.rom
+    A=b cmake -S . \\
+        -B build
+    cmake --build build   # and this
+    . tools/setup.sh && setup_need build
+
+    kernel/              a directory
+    waits for a key
+
+Say `kesto show`.
+"""
+    assert [command for _, command in commands(text)] == [
+        "./run", "build/release/kesto install --port /dev/ttyUSB0 image.rom", "A=b cmake -S . -B build", "cmake --build build",
+        ". tools/setup.sh && setup_need build"]
+    assert text.splitlines()[commands(text)[2][0] - 1] == "    A=b cmake -S . \\"
 
 
 STEPS = [("CLI> ", "version", ["Loader (now)"]), ("CLI> ", "show bootenv", ["a=1", "bootbank=2", "c=3"])]
