@@ -147,7 +147,7 @@ tier_docs() {
     build_preset release && build_preset arm || return 1
     # As ./run does it before it starts the board.
     check docs set_up /usr/bin/python3 board/artefacts.py
-    # Among all tiers without the demonstration, whose steps the board's tier takes, too.
+    # Among all tiers without the demonstration and the lab's example: the board's tier takes their steps, too.
     local chosen=''
     [ "$tiers" = docs ] || chosen='not long'
     timeout 2700 /usr/bin/python3 -m pytest -q -n 2 --dist loadgroup -p no:cacheprovider "--junitxml=$results/docs.xml" \

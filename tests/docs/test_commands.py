@@ -121,6 +121,7 @@ def test_the_demonstration(tmp_path):
         terminal.close()
 
 
+@pytest.mark.long
 @pytest.mark.xdist_group("one board")
 def test_the_example_of_the_lab(device, workplace, tmp_path):
     """On the board of the documents, with an image that does not take the serial line minutes."""
