@@ -181,9 +181,8 @@ class BoardTerminal(Terminal):
 
     def __init__(self, place, directory):
         self.session = BoardSession(place, tftp=directory, cmdline="vboard.rs485=1")
-        self.session.give_product((PRODUCT_ID, b"P2"), (MAC[0], bytes.fromhex("525400123456")))
-        self.session.boot()
         self.board = self.session.board
+        self._boot()
         self._directory = directory
         self.screen = Screen()
         self.board.console.listeners.append(self.screen.received)
@@ -192,8 +191,19 @@ class BoardTerminal(Terminal):
         self.port = f"unix:{self._line.path}"
         self.prompt = "CLI> "
 
+    def _boot(self):
+        """As a device of a kind, whose product record the shell reads once."""
+        self.session.give_product((PRODUCT_ID, b"P2"), (MAC[0], bytes.fromhex("525400123456")))
+        self.session.boot()
+        self._booted = len(self.board.kernel_log.output)
+
     def renew(self):
         """Another device of the kind, with erased flash; what was there before is forgotten."""
+        if b"Linux version" in self.board.kernel_log.output[self._booted:]:
+            self.session.kill()
+            self.board.console.skip()
+            self.board.flash_erase()
+            self._boot()
         self.session.renew()
         self.session.command("affirm off")
         self.screen.wait(lambda: self.screen.text.endswith("affirm is OFF\nCLI> "), "the prompt")
