@@ -3,6 +3,7 @@
 
     tests/campaign/faults.py                                      # ends with 0 when there is no finding
     tests/campaign/faults.py --command "flash clean" --every 5
+    tests/campaign/faults.py --results FILE --seconds 3600    # goes on where FILE ended; findings are tried again
     tests/campaign/faults.py --report docs/reliability.md     # also writes the tables there
 
 An operation is run once without a fault, under the kernel stand-in, which counts. Then, for each call of the C library that
@@ -17,6 +18,7 @@ without a fault, on flash that then holds the same.
 
 import argparse
 import collections
+import json
 import multiprocessing
 import os
 import re
@@ -418,27 +420,64 @@ def _fault_task(task):
     return try_fault(*task)
 
 
-def campaign(build: Path, operations: list[Operation], every: int, workers: int, progress=None) -> tuple[dict, list[Outcome]]:
-    """Tries every nth fault of these operations. Result: the number of faults there are by operation, and the outcomes."""
-    counts, outcomes = {}, []
+class Results:
+    """Outcomes and the number of faults there are by operation, kept in a file of lines where one is named."""
+
+    def __init__(self, path: Path | None, commit: str):
+        self.counts, self.outcomes, self.commits = {}, [], set()
+        self._commit = commit
+        lines = path.read_text(encoding="utf-8").splitlines() if path and path.exists() else []
+        # What was found was mended since, or is found again.
+        kept = [line for line in map(json.loads, lines) if not line.get("findings")]
+        self._file = open(path, "w", encoding="utf-8") if path else None
+        for line in kept:
+            self._take(line)
+
+    def _take(self, line: dict) -> None:
+        if self._file:
+            print(json.dumps(line), file=self._file, flush=True)
+        self.commits.add(line.pop("commit"))
+        if "count" in line:
+            self.counts[line["operation"]] = line["count"]
+        else:
+            self.outcomes.append(Outcome(**line))
+
+    def count(self, operation: str, count: int) -> None:
+        if operation not in self.counts:
+            self._take({"commit": self._commit, "operation": operation, "count": count})
+
+    def add(self, outcome: Outcome) -> None:
+        self._take({"commit": self._commit, **outcome._asdict()})
+
+    def has(self, operation: Operation, fault: Fault) -> bool:
+        return any((outcome.operation, outcome.fault) == (operation.name, str(fault)) for outcome in self.outcomes)
+
+
+def campaign(build: Path, operations: list[Operation], every: int, workers: int, results: Results, seconds: float) -> None:
+    """Tries every nth fault of these operations that has no result yet, and begins no other after so many seconds."""
+    end = time.monotonic() + seconds
     # The same hash of the same flash in every worker.
     os.environ["PYTHONHASHSEED"] = "0"
     with multiprocessing.Pool(workers) as pool:
         tasks = []
         for operation, reference in pool.imap(_reference_task, [(build, operation) for operation in operations]):
             if isinstance(reference, str):
-                outcomes.append(Outcome(operation.name, "none", "call", "finding", [f"does not run: {reference}"], ""))
-                counts[operation.name] = 0
+                results.count(operation.name, 0)
+                results.add(Outcome(operation.name, "none", "call", "finding", [f"does not run: {reference}"], ""))
+                print(operation.name, reference)
                 continue
-            counts[operation.name] = len(reference.faults)
-            tried = without_loops(reference.faults)[::every]
+            results.count(operation.name, len(reference.faults))
             small = reference._replace(faults=[])
-            tasks += [(build, operation, small, fault) for fault in tried]
+            tasks += [(build, operation, small, fault) for fault in without_loops(reference.faults)[::every]
+                      if not results.has(operation, fault)]
         for done, outcome in enumerate(pool.imap_unordered(_fault_task, tasks), 1):
-            outcomes.append(outcome)
-            if progress:
-                progress(done, len(tasks), outcome)
-    return counts, outcomes
+            results.add(outcome)
+            if outcome.findings:
+                print(f"{done}/{len(tasks)} {outcome.operation}: {outcome.fault}: {'; '.join(outcome.findings)}", flush=True)
+            if time.monotonic() > end:
+                print(f"{len(tasks) - done} are left: the time is up")
+                pool.terminate()
+                return
 
 
 def table(counts: dict, outcomes: list[Outcome]) -> str:
@@ -466,12 +505,12 @@ def commit_of() -> str:
                           check=True).stdout.strip()
 
 
-def write_report(path: Path, text: str, every: int, runs: int, commit: str) -> None:
-    """Puts the table between its marks, with the commit it belongs to."""
+def write_report(path: Path, text: str, every: int, runs: int, commits: set[str]) -> None:
+    """Puts the table between its marks, with the commits it belongs to."""
     how = "Every fault" if every == 1 else f"One of {every} faults"
     before, _, rest = path.read_text(encoding="utf-8").partition(_BEGIN)
     _, _, behind = rest.partition(_END)
-    path.write_text(f"{before}{_BEGIN}\n{how} of each operation, {runs} runs, at commit {commit}:\n\n{text}\n{_END}"
+    path.write_text(f"{before}{_BEGIN}\n{how} of each operation, {runs} runs, at commit {', '.join(sorted(commits))}:\n\n{text}\n{_END}"
                     f"{behind}", encoding="utf-8")
 
 
@@ -482,7 +521,8 @@ def main() -> int:
     parser.add_argument("--build", type=Path, default=_ROOT / "build" / "release", help="build directory")
     parser.add_argument("--workers", type=int, default=6, help="devices at once; most of their time is waiting")
     parser.add_argument("--list", action="store_true", help="only name the operations")
-    parser.add_argument("--details", type=Path, help="a file for every outcome, as lines")
+    parser.add_argument("--results", type=Path, help="a file that keeps every outcome, as lines; what stands in it is not tried again")
+    parser.add_argument("--seconds", type=float, default=1e9, help="begin no other fault after this time")
     parser.add_argument("--report", type=Path, help="the document whose table of faults is written anew")
     options = parser.parse_args()
     operations = [operation for operation in OPERATIONS
@@ -492,25 +532,15 @@ def main() -> int:
         return 0 if operations else 2
     if os.environ.get("PYTHONHASHSEED") != "0":  # states are compared across processes
         os.execve(sys.executable, [sys.executable, *sys.argv], {**os.environ, "PYTHONHASHSEED": "0"})
-    details = open(options.details, "w", encoding="utf-8") if options.details else None
-
-    def progress(done, all_of_them, outcome):
-        if details:
-            print(f"{outcome.verdict}\t{outcome.operation}\t{outcome.fault}\t{outcome.findings}\t{outcome.shown!r}", file=details,
-                  flush=True)
-        if outcome.findings:
-            print(f"{done}/{all_of_them} {outcome.operation}: {outcome.fault}: {'; '.join(outcome.findings)}", flush=True)
-
-    begin, commit = time.monotonic(), commit_of() if options.report else ""
-    counts, outcomes = campaign(options.build.resolve(), operations, options.every, options.workers, progress)
-    for outcome in outcomes:
-        if outcome.fault == "none":
-            print(outcome.operation, *outcome.findings)
-    print(table(counts, outcomes))
+    begin, results = time.monotonic(), Results(options.results, commit_of())
+    if options.seconds > 0:
+        campaign(options.build.resolve(), operations, options.every, options.workers, results, options.seconds)
+    text = table(results.counts, results.outcomes)
+    print(text)
     if options.report:
-        write_report(options.report, table(counts, outcomes), options.every, len(outcomes), commit)
-    print(f"{len(outcomes)} runs in {time.monotonic() - begin:.0f} s")
-    return 1 if any(outcome.findings for outcome in outcomes) else 0
+        write_report(options.report, text, options.every, len(results.outcomes), results.commits)
+    print(f"{len(results.outcomes)} runs in {time.monotonic() - begin:.0f} s")
+    return 1 if any(outcome.findings for outcome in results.outcomes) else 0
 
 
 if __name__ == "__main__":
