@@ -60,6 +60,10 @@ _ACCEPTED = [
     ("start, UBI partition split", "malloc", "", "", "a partition that is not found in the kernel's list keeps its node and size"),
     ("", "", r"^/usr/sbin/fw_printenv -n mtdparts", "", "an environment that cannot be read and one without the variable look "
      "alike"),
+    ("start, UBI partition split", "fgets", r"^pipe$", "", "an environment that cannot be read and one without the variable look "
+     "alike"),
+    ("start", "open", r"^/dev/ttyS1$", "tty_remap_stdio: open", "a port that cannot be opened becomes no console: its descriptors are "
+     "opened one by one, and stay where they are then"),
     ("flash analyze", "(posix_spawn|open|ioctl|read|)", r"/mount |/dev/mtd", r"\bdirty\b", "what cannot be read is listed as dirty"),
     ("show oem", "(posix_spawn|fgets|)", "", "not set", "an environment that cannot be read and one without the variable look "
      "alike"),

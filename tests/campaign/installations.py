@@ -39,6 +39,7 @@ from board_session import BoardSession  # noqa: E402
 from board_state import State  # noqa: E402
 from real_images import build, contents, split  # noqa: E402
 from texts import SUCCESS  # noqa: E402
+from virtual_board import BoardError  # noqa: E402
 
 # An odd number: the banks take turns.
 SERIAL_EVERY = 9
@@ -92,9 +93,13 @@ def install(dev: BoardSession, number: int, banks: dict) -> Installed:
     else:
         told = ubi_device.install_from_server(dev, image.data, bank)
     seconds = time.monotonic() - began
-    wrong = [] if told.endswith(SUCCESS) and "ERROR" not in told else [f"shows {told[-300:]!r}"]
-    banks[bank] = image
-    wrong += differences(dev, bank, banks)
+    if told.endswith(SUCCESS) and "ERROR" not in told:
+        banks[bank] = image
+        wrong = differences(dev, bank, banks)
+    else:
+        # The next into this bank has to succeed.
+        banks.pop(bank, None)
+        wrong = [f"shows {told!r}"]
     way = ("serial" if serial else "network") + (", archive" if archive else ", UBIFS")
     return Installed(number, bank, way, image, seconds, State.of(dev), wrong)
 
@@ -107,7 +112,11 @@ def differences(dev: BoardSession, booted: str, banks: dict) -> list[str]:
     wrong += [f"kernel_{bank} is another" for bank, image in banks.items()
               if dev.flash(f"kernel_{bank}") != image.kernel.rstrip(b"\xff")]
     with ubi_device.attached(dev) as ubi:
-        wrong += [f"rootfs_{bank} holds other files" for bank, image in banks.items() if ubi.files(f"rootfs_{bank}") != image.files]
+        for bank, image in banks.items():
+            try:
+                wrong += [] if ubi.files(f"rootfs_{bank}") == image.files else [f"rootfs_{bank} holds other files"]
+            except BoardError as error:
+                wrong.append(f"rootfs_{bank}: {error}")
     return wrong
 
 
