@@ -37,7 +37,7 @@ import board_state  # noqa: E402
 import ubi_device  # noqa: E402
 from board_session import BoardSession  # noqa: E402
 from board_state import State  # noqa: E402
-from real_images import build, contents, split  # noqa: E402
+from real_images import VERSION, build, contents, split  # noqa: E402
 from texts import SUCCESS  # noqa: E402
 from virtual_board import BoardError  # noqa: E402
 
@@ -58,7 +58,7 @@ class Image(NamedTuple):
 def make_image(number: int, archive: bool) -> Image:
     """The image of one installation; no two are alike."""
     rng = random.Random(number)
-    files = ubi_device.root_files(f"3.{number}.0.0R1", **{"lib/data": rng.randbytes(20_000)})
+    files = ubi_device.root_files(VERSION, **{"lib/data": rng.randbytes(20_000)})
     with tempfile.TemporaryDirectory() as name:
         parts = ubi_device.PartFiles(Path(name))
         root = ("rootfs-tar", ubi_device.tar_xz(files)) if archive else ("rootfs-ubifs-128k", ubi_device.ubifs(files, lebs=200))
