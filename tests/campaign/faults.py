@@ -67,7 +67,8 @@ _ACCEPTED = [
     ("flash analyze", "(posix_spawn|open|ioctl|read|)", r"/mount |/dev/mtd", r"\bdirty\b", "what cannot be read is listed as dirty"),
     ("show oem", "(posix_spawn|fgets|)", "", "not set", "an environment that cannot be read and one without the variable look "
      "alike"),
-    ("splits", "(posix_spawn|)", r"^/usr/sbin/fw_setenv mtdparts", "", "a partition that is as large as asked for is not written down again"),
+    ("splits", "(posix_spawn|)", r"^/usr/sbin/fw_setenv mtdparts", "", "a partition that is as large as asked for is not written down "
+     "again"),
 ]
 _SAID = re.compile(r"ERROR|FAILURE|NOTE|WARNING|unavailable|not found|unknown|none", re.IGNORECASE)
 _PATIENCE = 300.0  # seconds: nothing is a finding for a busy machine
