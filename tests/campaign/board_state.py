@@ -1,8 +1,7 @@
-"""What the shell on a board holds, for campaigns that let it work for long; and their tables in a document."""
+"""What the shell on a board holds, for campaigns that let it work for long."""
 
 import re
 from dataclasses import dataclass
-from pathlib import Path
 
 from board_session import BoardSession
 
@@ -56,13 +55,3 @@ def shown(before: State, after: State) -> str:
 
 
 HEAD = "memory of its own (KiB) | descriptors | processes | attached | mounted | files in /tmp"
-
-
-def write_between(path: Path, name: str, text: str) -> None:
-    """Replaces what stands between the marks `name` and "end of `name`" of a document. Raises SystemExit when it has none."""
-    begin, end = f"<!-- {name} -->\n", f"<!-- end of {name} -->\n"
-    before, found, rest = path.read_text(encoding="utf-8").partition(begin)
-    _, found_end, behind = rest.partition(end)
-    if not found or not found_end:
-        raise SystemExit(f"{path} has no place for {name}")
-    path.write_text(f"{before}{begin}\n{text}\n{end}{behind}", encoding="utf-8")

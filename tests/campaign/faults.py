@@ -22,7 +22,6 @@ import json
 import multiprocessing
 import os
 import re
-import subprocess
 import sys
 import tempfile
 import time
@@ -33,6 +32,7 @@ from typing import NamedTuple
 _ROOT = Path(__file__).resolve().parent.parent.parent
 sys.path[:0] = [str(_ROOT / "tests" / "support")]
 
+from document import commit_of, write_between  # noqa: E402
 from operations import OPERATIONS, Operation  # noqa: E402
 from root_session import RootSession  # noqa: E402
 from texts import PROMPT  # noqa: E402
@@ -501,24 +501,6 @@ def table(counts: dict, outcomes: list[Outcome]) -> str:
     return "\n".join(lines) + "\n"
 
 
-_BEGIN, _END = "<!-- faults -->\n", "<!-- end of faults -->\n"
-
-
-def commit_of() -> str:
-    """The commit of the sources, told apart from one with changes behind it."""
-    return subprocess.run(["git", "describe", "--always", "--dirty"], cwd=_ROOT, capture_output=True, text=True,
-                          check=True).stdout.strip()
-
-
-def write_report(path: Path, text: str, every: int, runs: int, commits: set[str]) -> None:
-    """Puts the table between its marks, with the commits it belongs to."""
-    how = "Every fault" if every == 1 else f"One of {every} faults"
-    before, _, rest = path.read_text(encoding="utf-8").partition(_BEGIN)
-    _, _, behind = rest.partition(_END)
-    path.write_text(f"{before}{_BEGIN}\n{how} of each operation, {runs} runs, at commit {', '.join(sorted(commits))}:\n\n{text}\n{_END}"
-                    f"{behind}", encoding="utf-8")
-
-
 def main() -> int:
     parser = argparse.ArgumentParser(prog="faults")
     parser.add_argument("--command", action="append", help="only operations whose name contains this", default=[])
@@ -543,7 +525,9 @@ def main() -> int:
     text = table(results.counts, results.outcomes)
     print(text)
     if options.report:
-        write_report(options.report, text, options.every, len(results.outcomes), results.commits)
+        how = "Every fault" if options.every == 1 else f"One of {options.every} faults"
+        write_between(options.report, "faults", f"{how} of each operation, {len(results.outcomes)} runs, at commit "
+                      f"{', '.join(sorted(results.commits))}:\n\n{text}")
     print(f"{len(results.outcomes)} runs in {time.monotonic() - begin:.0f} s")
     return 1 if any(outcome.findings for outcome in results.outcomes) else 0
 

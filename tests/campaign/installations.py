@@ -18,7 +18,6 @@ import hashlib
 import os
 import random
 import signal
-import subprocess
 import sys
 import tempfile
 import time
@@ -37,6 +36,7 @@ import board_state  # noqa: E402
 import ubi_device  # noqa: E402
 from board_session import BoardSession  # noqa: E402
 from board_state import State  # noqa: E402
+from document import commit_of, write_between  # noqa: E402
 from real_images import VERSION, build, contents, split  # noqa: E402
 from texts import SUCCESS  # noqa: E402
 from virtual_board import BoardError  # noqa: E402
@@ -159,8 +159,7 @@ def main() -> int:
     given = parser.parse_args()
     # Told to end, it takes its board with it.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
-    commit = subprocess.run(["git", "describe", "--always", "--dirty"], cwd=_ROOT, capture_output=True, text=True,
-                            check=True).stdout.strip()
+    commit = commit_of()
 
     def told(one: Installed) -> None:
         print(f"{one.number + 1}\tbank {one.bank}\t{one.way}\t{one.seconds:.1f} s\tsha256 of the image "
@@ -176,7 +175,7 @@ def main() -> int:
     text, wrong = table(before, after, done), problems(before, after, done)
     print(text, *wrong, sep="\n")
     if given.report:
-        board_state.write_between(given.report, "installations", f"At commit {commit}:\n\n{text}")
+        write_between(given.report, "installations", f"At commit {commit}:\n\n{text}")
     return 1 if wrong else 0
 
 

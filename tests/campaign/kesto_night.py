@@ -37,6 +37,7 @@ if __name__ == "__main__":
 import board_state  # noqa: E402
 from board_session import PATIENCE, BoardSession  # noqa: E402
 from board_state import State  # noqa: E402
+from document import commit_of, write_between  # noqa: E402
 from installations import Image, differences, make_image  # noqa: E402
 from line_socket import LineSocket  # noqa: E402
 from udp_relay import UdpRelay  # noqa: E402
@@ -168,8 +169,7 @@ def main() -> int:
         own_network()
     # Told to end, it takes its boards with it.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
-    commit = subprocess.run(["git", "describe", "--always", "--dirty"], cwd=_ROOT, capture_output=True, text=True,
-                            check=True).stdout.strip()
+    commit = commit_of()
 
     def told(one: Round) -> None:
         print(f"{one.number + 1}\t{one.way}\tbank {one.bank}\t{one.seconds:.0f} s\t{'; '.join(one.wrong) or 'as sent'}", flush=True)
@@ -187,7 +187,7 @@ def main() -> int:
     collected = collections.Counter(bool(one.wrong) for one in rounds)
     print(text, f"{collected[False]} rounds as they have to be, {collected[True]} not", *wrong, sep="\n")
     if given.report:
-        board_state.write_between(given.report, "kesto night", f"At commit {commit}:\n\n{text}")
+        write_between(given.report, "kesto night", f"At commit {commit}:\n\n{text}")
     return 1 if wrong else 0
 
 
