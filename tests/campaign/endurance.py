@@ -7,7 +7,8 @@ line editor. Memory, descriptors and processes have to stay what they were.
     tests/campaign/endurance.py --commands 300 --keys 20000 --seed 7
     tests/campaign/endurance.py --report docs/reliability.md
 
-It runs in a device root (build/release must be built; root, or a kernel that gives user namespaces). The exit status is 0 only when nothing grew and the shell answered to the end.
+It runs in a device root (build/release must be built; root, or a kernel that gives user namespaces). The exit
+status is 0 only when nothing grew and the shell answered to the end.
 """
 
 import argparse
