@@ -114,7 +114,7 @@ def play_round(places: list[Place], number: int, way: str, directory: Path) -> R
     return Round(number, way, bank, image, seconds, wrong)
 
 
-def spend(places: list[Place], ways: tuple, directory: Path, seconds: float, least: int = 0, told=lambda one: None) -> list[Round]:
+def spend(places: list[Place], ways: tuple, directory: Path, seconds: float, least: int = 1, told=lambda one: None) -> list[Round]:
     """Rounds on these boards, which are at their prompts, until the time is up and at least so many were played. Sets each board's
     `before` when each way was gone once."""
     end, rounds = time.monotonic() + seconds, []
@@ -182,7 +182,7 @@ def main() -> int:
             stack.callback(places[-1].close)
             places[-1].boot()
         began = time.monotonic()
-        rounds = spend(places, ways, Path(name), given.seconds, least=len(ways) + 1, told=told)
+        rounds = spend(places, ways, Path(name), given.seconds, told=told)
         text, wrong = table(places, rounds, time.monotonic() - began), problems(places, rounds)
     collected = collections.Counter(bool(one.wrong) for one in rounds)
     print(text, f"{collected[False]} rounds as they have to be, {collected[True]} not", *wrong, sep="\n")
