@@ -14,7 +14,6 @@ sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "board"))
 
 from virtual_board import Board  # noqa: E402  (the path had to be set first)
 
-FILE_SIZE = 24 << 20
 PORT = 69
 OURS, THEIRS = "192.0.2.1", "192.0.2.2"  # addresses for documentation: nobody has them
 PATIENCE = 1800
@@ -29,7 +28,7 @@ def _wait_bound(address, process):
         time.sleep(0.01)
 
 
-def _fetch(board, server):
+def _fetch(board, server, size):
     """Bytes per second, of a file that has arrived as it was sent."""
     start = time.monotonic()
     board.console.send(f"file download network {server} image\r")
@@ -37,15 +36,15 @@ def _fetch(board, server):
         sys.exit(f"bench: the board could not fetch the file from {server}")
     elapsed = time.monotonic() - start
     board.console.expect("CLI> ", timeout=PATIENCE)
-    return FILE_SIZE / elapsed
+    return size / elapsed
 
 
-def _measure(program, service, server, runs):
+def _measure(program, service, server, size, runs):
     with tempfile.TemporaryDirectory() as name:
         directory = Path(name)
         directory.chmod(0o755)
         image = directory / "image"
-        image.write_bytes(os.urandom(FILE_SIZE))
+        image.write_bytes(os.urandom(size))
         image.chmod(0o644)
         sum_of_image = subprocess.run(["sha256sum", image], check=True, capture_output=True, text=True).stdout.split()[0]
         with subprocess.Popen([service, image, OURS, str(PORT)], stdin=subprocess.PIPE, stdout=subprocess.DEVNULL) as ours, \
@@ -62,7 +61,7 @@ def _measure(program, service, server, runs):
                 for _ in range(runs):
                     speeds = {}
                     for address in OURS, THEIRS:
-                        speeds[address] = _fetch(board, address)
+                        speeds[address] = _fetch(board, address, size)
                         print(f"  {address}: {speeds[address] / 1024:.0f} KiB/s", file=sys.stderr, flush=True)
                         if sum_of_image not in board.sh("sha256sum /tmp/image; rm /tmp/image", PATIENCE, check=True).output:
                             sys.exit(f"bench: what came from {address} is another file")
@@ -73,10 +72,10 @@ def _measure(program, service, server, runs):
                 ours.stdin.close()
 
 
-def board_fetch_ratios(program, build, server, runs):
-    """Throughput of a fetch of 24 MiB by the board from kesto's service over one from Debian's server, once for each of `runs`.
+def board_fetch_ratios(program, build, server, size, runs):
+    """Throughput of a fetch of `size` bytes by the board from kesto's service over one from Debian's server, once for each of `runs`.
     `program` is the device's, `build` has tftp_bench, `server` is the program of Debian's package."""
-    done = subprocess.run(["unshare", "--net", sys.executable, __file__, program, build / "tftp_bench", server, str(runs)],
+    done = subprocess.run(["unshare", "--net", sys.executable, __file__, program, build / "tftp_bench", server, str(size), str(runs)],
                           check=True, stdout=subprocess.PIPE)
     return json.loads(done.stdout)
 
@@ -85,4 +84,4 @@ if __name__ == "__main__":
     subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
     for own_address in OURS, THEIRS:
         subprocess.run(["ip", "address", "add", f"{own_address}/32", "dev", "lo"], check=True)
-    print(json.dumps(_measure(*sys.argv[1:4], int(sys.argv[4]))))
+    print(json.dumps(_measure(*sys.argv[1:4], *map(int, sys.argv[4:]))))

@@ -5,19 +5,14 @@ import os
 import re
 import subprocess
 import sys
-import tempfile
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "board"))
 
 from network_install import root_file_system  # noqa: E402  (the path had to be set first)
-from virtual_board import UART_RATE, Board  # noqa: E402
 
 PATIENCE = 1800
 SERVER, FILE = "10.0.2.2", "image.rom"
-KERNEL_SIZE, ROOT_SIZE, SERIAL_SIZE = 6 << 20, 22 << 20, 64 << 10
-# The true speed of a line of 115200 bits per second is the last.
-SERIAL_RATES = (UART_RATE, 40_000, 11_520)
 _COUNTER = "/sys/kernel/debug/tracing/events/raw_syscalls/sys_enter"
 
 
@@ -34,9 +29,9 @@ def _counted(board, whose, counts):
         board.sh(f"echo '!{rule}' >{_COUNTER}/trigger")
 
 
-def _calls_per_piece(board):
-    """System calls that move data, per 4 KiB that stand ready in a pipe."""
-    counts, pieces = {}, 2048
+def _calls_per_piece(board, pieces):
+    """System calls that move data, per 4 KiB of `pieces` that stand ready in a pipe."""
+    counts = {}
     with _counted(board, 'comm == "stream_bench"', counts):
         board.sh(f"dd if=/dev/zero bs=65536 count={pieces // 16} | stream_bench /dev/mtd5 {pieces * 4096}", PATIENCE,
                  check=True)
@@ -46,8 +41,8 @@ def _calls_per_piece(board):
 class _Shell:
     """The shell on a board: its memory, its system calls, and installations by it."""
 
-    def __init__(self, board, kesto, served):
-        self._board, self._kesto, self._served = board, kesto, served
+    def __init__(self, board, kesto):
+        self._board, self._kesto, self._served = board, kesto, Path(board.tftp)
         self._command("network ethernet start")
         self._pid = board.sh("pidof recovery-loader", check=True).output.strip()
 
@@ -94,28 +89,21 @@ def _random(path, size):
     return path
 
 
-def installation_cost(build, kesto):
+def installation_cost(board, kesto, directory, small, kernel, root, pieces, rates):
     """
-    {"idle": KiB resident at the first prompt, "small" and "large": KiB above that at the peak of installing 64 KiB and then
-    an image of 24 MiB, "piece": system calls per 4 KiB that stand ready in a pipe, "network": per 4 KiB of a kernel over
-    the network, "serial": {rate: per KiB}}, of the programs for the device in the directory `build`.
+    {"idle": KiB resident at the first prompt, "small" and "large": KiB above that at the peak of installing `small` bytes and
+    then a root file system of `root`, "piece": system calls per 4 KiB of `pieces` that stand ready in a pipe, "network": per
+    4 KiB of `kernel` bytes over the network, "serial": {rate: per KiB of `small` bytes} for each of `rates`}. The board is at
+    its first prompt, has stream_bench, and its server offers `board.tftp`; `directory` is for files.
     """
-    with tempfile.TemporaryDirectory() as name:
-        directory = Path(name)
-        served = directory / "tftp"
-        served.mkdir()
-        small, kernel = _random(directory / "small", SERIAL_SIZE), _random(directory / "kernel", KERNEL_SIZE)
-        with Board(directory / "board", build / "recovery-loader", tftp=served,
-                   files={"/usr/bin/stream_bench": build / "stream_bench"}) as board:
-            board.start()
-            board.console.expect("CLI> ", timeout=PATIENCE)
-            shell = _Shell(board, kesto, served)
-            cost = {"idle": shell.memory_kib("VmRSS")}
-            shell.calls_of_network_installation("kernel", small)
-            cost["small"] = shell.memory_kib("VmHWM") - cost["idle"]
-            cost["network"] = shell.calls_of_network_installation("kernel", kernel)
-            shell.calls_of_network_installation("rootfs-ubifs-128k", root_file_system(directory, ROOT_SIZE))
-            cost["large"] = shell.memory_kib("VmHWM") - cost["idle"]
-            cost["piece"] = _calls_per_piece(board)
-            cost["serial"] = {rate: shell.calls_over_serial(small, rate) for rate in SERIAL_RATES}
+    few, many = _random(directory / "small", small), _random(directory / "kernel", kernel)
+    shell = _Shell(board, kesto)
+    cost = {"idle": shell.memory_kib("VmRSS")}
+    shell.calls_of_network_installation("kernel", few)
+    cost["small"] = shell.memory_kib("VmHWM") - cost["idle"]
+    cost["network"] = shell.calls_of_network_installation("kernel", many)
+    shell.calls_of_network_installation("rootfs-ubifs-128k", root_file_system(directory, root))
+    cost["large"] = shell.memory_kib("VmHWM") - cost["idle"]
+    cost["piece"] = _calls_per_piece(board, pieces)
+    cost["serial"] = {rate: shell.calls_over_serial(few, rate) for rate in rates}
     return cost

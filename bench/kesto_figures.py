@@ -1,15 +1,15 @@
 """kesto, the tool for a computer: its TFTP service against Debian's tftpd-hpa, turn by turn and with the same client, and its
 memory against the size of an image."""
 
+import contextlib
 import os
 import socket
 import subprocess
 import sys
+import tempfile
 import time
 from pathlib import Path
 
-FILE_SIZE = 24 << 20
-SMALL, LARGE = 1 << 20, 48 << 20
 PATIENCE = 300
 
 
@@ -20,10 +20,19 @@ def _free_port():
 
 
 def debians_server(directory):
-    """The server's program out of its package: installed, it would begin to serve on this machine."""
-    subprocess.run(["apt-get", "-qq", "download", "tftpd-hpa"], cwd=directory, check=True)
-    subprocess.run(["dpkg-deb", "-x", next(directory.glob("tftpd-hpa_*.deb")), directory / "package"], check=True)
-    return directory / "package/usr/sbin/in.tftpd"
+    """The server's program out of its package, fetched into `directory` once: installed, it would begin to serve on this
+    machine."""
+    server = directory / "package/usr/sbin/in.tftpd"
+    if not server.exists():
+        directory.mkdir(parents=True, exist_ok=True)
+        # Who comes meanwhile finds all of it or nothing.
+        with tempfile.TemporaryDirectory(dir=directory) as name:
+            fetched = Path(name)
+            subprocess.run(["apt-get", "-qq", "download", "tftpd-hpa"], cwd=fetched, check=True)
+            subprocess.run(["dpkg-deb", "-x", next(fetched.glob("tftpd-hpa_*.deb")), fetched / "package"], check=True)
+            with contextlib.suppress(OSError):
+                (fetched / "package").rename(directory / "package")
+    return server
 
 
 def _fetch(port, size):
@@ -45,9 +54,9 @@ def _wait_bound(port, process):
         time.sleep(0.01)
 
 
-def tftp_ratios(build, server, directory, runs):
-    """Throughput of kesto's service over that of Debian's `server`, of 24 MiB, once for each of `runs`; needs root."""
-    (directory / "image").write_bytes(os.urandom(1 << 20) * (FILE_SIZE >> 20))
+def tftp_ratios(build, server, directory, size, runs):
+    """Throughput of kesto's service over that of Debian's `server`, of `size` bytes, once for each of `runs`; needs root."""
+    (directory / "image").write_bytes(os.urandom(size))
     (directory / "image").chmod(0o644)
     directory.chmod(0o755)
     ours, theirs = _free_port(), _free_port()
@@ -57,7 +66,7 @@ def tftp_ratios(build, server, directory, runs):
         try:
             _wait_bound(ours, service)
             _wait_bound(theirs, debians)
-            return [_fetch(ours, FILE_SIZE) / _fetch(theirs, FILE_SIZE) for _ in range(runs)]
+            return [_fetch(ours, size) / _fetch(theirs, size) for _ in range(runs)]
         finally:
             debians.terminate()
             service.stdin.close()
@@ -69,12 +78,12 @@ def _peak_kib(*words):
     return int(done.stderr.splitlines()[-1])
 
 
-def peak_memory(build, directory):
-    """{"build", "verify": (KiB at the peak for an image of 1 MiB, and for one of 48 MiB)}"""
+def peak_memory(build, directory, sizes):
+    """{"build", "verify": [KiB at the peak for an image of each of these sizes in bytes]}"""
     peaks = {"build": [], "verify": []}
-    for size in SMALL, LARGE:
-        (directory / "part").write_bytes(os.urandom(1 << 20) * (size >> 20))
+    for size in sizes:
+        (directory / "part").write_bytes(os.urandom(size))
         peaks["build"].append(_peak_kib(build / "kesto", "image", "build", "-o", directory / "image.rom", "--kernel",
                                         directory / "part"))
         peaks["verify"].append(_peak_kib(build / "kesto", "image", "verify", directory / "image.rom"))
-    return {what: tuple(pair) for what, pair in peaks.items()}
+    return peaks

@@ -25,6 +25,9 @@ _SILENCE = 3.0
 _PIECE = 4096
 # So often it is seen to that somebody still waits.
 _LOOK = 5.0
+# What a client has not read yet is kept for it, to this limit: the emulator hands on byte by byte, of which a socket holds no
+# more than a few hundred.
+_UNREAD = 1 << 20
 # An address of a socket holds no more.
 _LONGEST_PATH = 107
 
@@ -38,7 +41,7 @@ class LineSocket:
         self._port = {1: board.console, 2: board.serial2}[number]
         self._downloads = _Downloads()
         self._transfer = None
-        self._clients = []
+        self._clients = {}
         self._changed = threading.Lock()
         self._listener = socket.socket(socket.AF_UNIX)
         self.path.unlink(missing_ok=True)
@@ -74,31 +77,48 @@ class LineSocket:
     def _output(self, data):
         """What a client leaves unread for too long is lost to it, as in a port: the board's other lines do not wait."""
         with self._changed:
-            for client in self._clients:
+            for unread in self._clients.values():
+                if len(unread) + len(data) <= _UNREAD:
+                    unread += data
+            self._hand_on()
+            if any(self._clients.values()):
                 with contextlib.suppress(OSError):
-                    client.send(data, socket.MSG_DONTWAIT)
+                    self._stop.send(b"\0", socket.MSG_DONTWAIT)
+
+    def _hand_on(self):
+        """What the sockets take of what was not read."""
+        for client, unread in self._clients.items():
+            with contextlib.suppress(OSError):
+                while unread:
+                    del unread[:client.send(unread, socket.MSG_DONTWAIT)]
 
     def _run(self):
         with selectors.DefaultSelector() as selector:
             selector.register(self._stopped, selectors.EVENT_READ)
             selector.register(self._listener, selectors.EVENT_READ)
             while not self._ends.is_set():
-                for key, _ in selector.select():
+                for key, events in selector.select():
                     if key.fileobj is self._listener:
                         self._accept(selector)
-                    elif key.fileobj is not self._stopped and not self._input(key.fileobj):
+                    elif key.fileobj is self._stopped:
+                        self._stopped.recv(_PIECE)
+                    elif events & selectors.EVENT_READ and not self._input(key.fileobj):
                         self._hang_up(selector, key.fileobj)
+                with self._changed:
+                    self._hand_on()
+                    for client, unread in self._clients.items():
+                        selector.modify(client, selectors.EVENT_READ | (selectors.EVENT_WRITE if unread else 0))
 
     def _accept(self, selector):
         client, _ = self._listener.accept()
         selector.register(client, selectors.EVENT_READ)
         with self._changed:
-            self._clients.append(client)
+            self._clients[client] = bytearray()
 
     def _hang_up(self, selector, client):
         selector.unregister(client)
         with self._changed:
-            self._clients.remove(client)
+            del self._clients[client]
         client.close()
 
     def _input(self, client):

@@ -19,10 +19,10 @@ class spawn_plan {
     posix_spawn_file_actions_init(&actions_);
     posix_spawnattr_init(&attributes_);
     if (setup.input >= 0) {
-      posix_spawn_file_actions_adddup2(&actions_, setup.input, STDIN_FILENO);
+      error_ = posix_spawn_file_actions_adddup2(&actions_, setup.input, STDIN_FILENO);
     }
-    if (setup.output >= 0) {
-      posix_spawn_file_actions_adddup2(&actions_, setup.output, STDOUT_FILENO);
+    if (setup.output >= 0 && error_ == 0) {
+      error_ = posix_spawn_file_actions_adddup2(&actions_, setup.output, STDOUT_FILENO);
     }
     // A tool whose reader has gone must end, also when the shell itself wants to survive that.
     sigset_t defaults;
@@ -42,9 +42,13 @@ class spawn_plan {
   const posix_spawn_file_actions_t* actions() const { return &actions_; }
   const posix_spawnattr_t* attributes() const { return &attributes_; }
 
+  // 0, or why the tool would read from the console, or write to it, in place of its pipe: without memory.
+  int error() const { return error_; }
+
  private:
   posix_spawn_file_actions_t actions_;
   posix_spawnattr_t attributes_;
+  int error_ = 0;
 };
 
 }  // namespace
@@ -53,8 +57,11 @@ pid_t command_start(const char* line, const command_setup& setup) {
   const spawn_plan plan(setup);
   const char* const words[] = {"sh", "-c", line, nullptr};
   pid_t process = -1;
-  const int error = posix_spawn(&process, shell_path, plan.actions(), plan.attributes(),
-                                const_cast<char* const*>(words), environ);
+  int error = plan.error();
+  if (error == 0) {
+    error = posix_spawn(&process, shell_path, plan.actions(), plan.attributes(),
+                        const_cast<char* const*>(words), environ);
+  }
   if (error != 0) {
     errno = error;
     return -1;

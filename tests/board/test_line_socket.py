@@ -175,6 +175,15 @@ def test_a_client_that_goes_away_in_the_middle(board, connect):
     client.expect(b"ll 2\r\n")
 
 
+def test_a_client_that_reads_late_loses_nothing_of_a_screen(board, connect):
+    """The emulator hands on byte by byte, and a socket holds few pieces: the prompt behind a long table came to nobody."""
+    client = connect()
+    screen = bytes(range(256)) * 100 + b"CLI> "
+    for at in range(len(screen)):
+        board.show(screen[at:at + 1])
+    client.expect(screen)
+
+
 def test_a_client_that_does_not_read_stops_nobody(board, connect):
     connect()
     client = connect()

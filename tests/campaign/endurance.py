@@ -5,9 +5,10 @@ line editor. Memory, descriptors and processes have to stay what they were.
 
     tests/campaign/endurance.py                          10,000 commands and a megabyte of keys
     tests/campaign/endurance.py --commands 300 --keys 20000 --seed 7
+    tests/campaign/endurance.py --report docs/reliability.md
 
-It runs in a device root (build/release must be built; root, or a kernel that gives user namespaces). The last lines are the
-table for docs/reliability.md; the exit status is 0 only when nothing grew and the shell answered to the end.
+It runs in a device root (build/release must be built; root, or a kernel that gives user namespaces). The exit
+status is 0 only when nothing grew and the shell answered to the end.
 """
 
 import argparse
@@ -23,6 +24,7 @@ sys.path[:0] = [str(TESTS / "support"), str(TESTS / "console")]
 
 # pylint: disable=wrong-import-position
 from command_list import COMMANDS  # noqa: E402
+from document import commit_of, write_between  # noqa: E402
 from root_session import RootSession  # noqa: E402
 from texts import PROMPT, QUESTION  # noqa: E402
 
@@ -148,7 +150,9 @@ def main() -> int:
     parser.add_argument("--keys", type=int, default=1 << 20)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--build", type=Path, default=TESTS.parent / "build" / "release")
+    parser.add_argument("--report", type=Path, help="the document whose table is written anew")
     given = parser.parse_args()
+    commit = commit_of()
     with tempfile.TemporaryDirectory() as directory:
         dev = RootSession(Path(directory) / "root", given.build.resolve(), given.build.resolve() / "recovery-loader")
         try:
@@ -159,11 +163,14 @@ def main() -> int:
             dev.check()
         finally:
             dev.close()
-    print("| what | how many | memory before, after (KiB) | descriptors | processes | seconds |\n|---|---|---|---|---|---|")
+    text = "| what | how many | memory before, after (KiB) | descriptors | processes | seconds |\n|---|---|---|---|---|---|\n"
     for what, count, before, after, seconds in rows:
-        print(f"| {what} | {count} | {before.memory}, {after.memory} | {before.descriptors}, {after.descriptors} | "
-              f"{before.children}, {after.children} | {seconds:.0f} |")
+        text += (f"| {what} | {count:,} | {before.memory}, {after.memory} | {before.descriptors}, {after.descriptors} | "
+                 f"{before.children}, {after.children} | {seconds:.0f} |\n")
     problems = grown(rows)
+    print(text)
+    if given.report:
+        write_between(given.report, "endurance", f"At commit {commit}:\n\n{text}")
     print("\n".join(problems))
     return 1 if problems else 0
 

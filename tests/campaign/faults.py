@@ -3,6 +3,7 @@
 
     tests/campaign/faults.py                                      # ends with 0 when there is no finding
     tests/campaign/faults.py --command "flash clean" --every 5
+    tests/campaign/faults.py --results FILE --seconds 3600    # goes on where FILE ended; findings are tried again
     tests/campaign/faults.py --report docs/reliability.md     # also writes the tables there
 
 An operation is run once without a fault, under the kernel stand-in, which counts. Then, for each call of the C library that
@@ -17,10 +18,10 @@ without a fault, on flash that then holds the same.
 
 import argparse
 import collections
+import json
 import multiprocessing
 import os
 import re
-import subprocess
 import sys
 import tempfile
 import time
@@ -31,6 +32,7 @@ from typing import NamedTuple
 _ROOT = Path(__file__).resolve().parent.parent.parent
 sys.path[:0] = [str(_ROOT / "tests" / "support")]
 
+from document import commit_of, write_between  # noqa: E402
 from operations import OPERATIONS, Operation  # noqa: E402
 from root_session import RootSession  # noqa: E402
 from texts import PROMPT  # noqa: E402
@@ -58,10 +60,15 @@ _ACCEPTED = [
     ("start, UBI partition split", "malloc", "", "", "a partition that is not found in the kernel's list keeps its node and size"),
     ("", "", r"^/usr/sbin/fw_printenv -n mtdparts", "", "an environment that cannot be read and one without the variable look "
      "alike"),
+    ("start, UBI partition split", "fgets", r"^pipe$", "", "an environment that cannot be read and one without the variable look "
+     "alike"),
+    ("start", "open", r"^/dev/ttyS1$", "tty_remap_stdio: open", "a port that cannot be opened becomes no console: its descriptors are "
+     "opened one by one, and stay where they are then"),
     ("flash analyze", "(posix_spawn|open|ioctl|read|)", r"/mount |/dev/mtd", r"\bdirty\b", "what cannot be read is listed as dirty"),
     ("show oem", "(posix_spawn|fgets|)", "", "not set", "an environment that cannot be read and one without the variable look "
      "alike"),
-    ("splits", "", r"^/usr/sbin/fw_setenv mtdparts", "", "a partition that is as large as asked for is not written down again"),
+    ("splits", "(posix_spawn|)", r"^/usr/sbin/fw_setenv mtdparts", "", "a partition that is as large as asked for is not written down "
+     "again"),
 ]
 _SAID = re.compile(r"ERROR|FAILURE|NOTE|WARNING|unavailable|not found|unknown|none", re.IGNORECASE)
 _PATIENCE = 300.0  # seconds: nothing is a finding for a busy machine
@@ -418,27 +425,64 @@ def _fault_task(task):
     return try_fault(*task)
 
 
-def campaign(build: Path, operations: list[Operation], every: int, workers: int, progress=None) -> tuple[dict, list[Outcome]]:
-    """Tries every nth fault of these operations. Result: the number of faults there are by operation, and the outcomes."""
-    counts, outcomes = {}, []
+class Results:
+    """Outcomes and the number of faults there are by operation, kept in a file of lines where one is named."""
+
+    def __init__(self, path: Path | None, commit: str):
+        self.counts, self.outcomes, self.commits = {}, [], set()
+        self._commit = commit
+        lines = path.read_text(encoding="utf-8").splitlines() if path and path.exists() else []
+        # What was found was mended since, or is found again.
+        kept = [line for line in map(json.loads, lines) if not line.get("findings")]
+        self._file = open(path, "w", encoding="utf-8") if path else None
+        for line in kept:
+            self._take(line)
+
+    def _take(self, line: dict) -> None:
+        if self._file:
+            print(json.dumps(line), file=self._file, flush=True)
+        self.commits.add(line.pop("commit"))
+        if "count" in line:
+            self.counts[line["operation"]] = line["count"]
+        else:
+            self.outcomes.append(Outcome(**line))
+
+    def count(self, operation: str, count: int) -> None:
+        if operation not in self.counts:
+            self._take({"commit": self._commit, "operation": operation, "count": count})
+
+    def add(self, outcome: Outcome) -> None:
+        self._take({"commit": self._commit, **outcome._asdict()})
+
+    def has(self, operation: Operation, fault: Fault) -> bool:
+        return any((outcome.operation, outcome.fault) == (operation.name, str(fault)) for outcome in self.outcomes)
+
+
+def campaign(build: Path, operations: list[Operation], every: int, workers: int, results: Results, seconds: float) -> None:
+    """Tries every nth fault of these operations that has no result yet, and begins no other after so many seconds."""
+    end = time.monotonic() + seconds
     # The same hash of the same flash in every worker.
     os.environ["PYTHONHASHSEED"] = "0"
     with multiprocessing.Pool(workers) as pool:
         tasks = []
         for operation, reference in pool.imap(_reference_task, [(build, operation) for operation in operations]):
             if isinstance(reference, str):
-                outcomes.append(Outcome(operation.name, "none", "call", "finding", [f"does not run: {reference}"], ""))
-                counts[operation.name] = 0
+                results.count(operation.name, 0)
+                results.add(Outcome(operation.name, "none", "call", "finding", [f"does not run: {reference}"], ""))
+                print(operation.name, reference)
                 continue
-            counts[operation.name] = len(reference.faults)
-            tried = without_loops(reference.faults)[::every]
+            results.count(operation.name, len(reference.faults))
             small = reference._replace(faults=[])
-            tasks += [(build, operation, small, fault) for fault in tried]
+            tasks += [(build, operation, small, fault) for fault in without_loops(reference.faults)[::every]
+                      if not results.has(operation, fault)]
         for done, outcome in enumerate(pool.imap_unordered(_fault_task, tasks), 1):
-            outcomes.append(outcome)
-            if progress:
-                progress(done, len(tasks), outcome)
-    return counts, outcomes
+            results.add(outcome)
+            if outcome.findings:
+                print(f"{done}/{len(tasks)} {outcome.operation}: {outcome.fault}: {'; '.join(outcome.findings)}", flush=True)
+            if time.monotonic() > end:
+                print(f"{len(tasks) - done} are left: the time is up")
+                pool.terminate()
+                return
 
 
 def table(counts: dict, outcomes: list[Outcome]) -> str:
@@ -457,24 +501,6 @@ def table(counts: dict, outcomes: list[Outcome]) -> str:
     return "\n".join(lines) + "\n"
 
 
-_BEGIN, _END = "<!-- faults -->\n", "<!-- end of faults -->\n"
-
-
-def commit_of() -> str:
-    """The commit of the sources, told apart from one with changes behind it."""
-    return subprocess.run(["git", "describe", "--always", "--dirty"], cwd=_ROOT, capture_output=True, text=True,
-                          check=True).stdout.strip()
-
-
-def write_report(path: Path, text: str, every: int, runs: int, commit: str) -> None:
-    """Puts the table between its marks, with the commit it belongs to."""
-    how = "Every fault" if every == 1 else f"One of {every} faults"
-    before, _, rest = path.read_text(encoding="utf-8").partition(_BEGIN)
-    _, _, behind = rest.partition(_END)
-    path.write_text(f"{before}{_BEGIN}\n{how} of each operation, {runs} runs, at commit {commit}:\n\n{text}\n{_END}"
-                    f"{behind}", encoding="utf-8")
-
-
 def main() -> int:
     parser = argparse.ArgumentParser(prog="faults")
     parser.add_argument("--command", action="append", help="only operations whose name contains this", default=[])
@@ -482,7 +508,8 @@ def main() -> int:
     parser.add_argument("--build", type=Path, default=_ROOT / "build" / "release", help="build directory")
     parser.add_argument("--workers", type=int, default=6, help="devices at once; most of their time is waiting")
     parser.add_argument("--list", action="store_true", help="only name the operations")
-    parser.add_argument("--details", type=Path, help="a file for every outcome, as lines")
+    parser.add_argument("--results", type=Path, help="a file that keeps every outcome, as lines; what stands in it is not tried again")
+    parser.add_argument("--seconds", type=float, default=1e9, help="begin no other fault after this time")
     parser.add_argument("--report", type=Path, help="the document whose table of faults is written anew")
     options = parser.parse_args()
     operations = [operation for operation in OPERATIONS
@@ -492,25 +519,17 @@ def main() -> int:
         return 0 if operations else 2
     if os.environ.get("PYTHONHASHSEED") != "0":  # states are compared across processes
         os.execve(sys.executable, [sys.executable, *sys.argv], {**os.environ, "PYTHONHASHSEED": "0"})
-    details = open(options.details, "w", encoding="utf-8") if options.details else None
-
-    def progress(done, all_of_them, outcome):
-        if details:
-            print(f"{outcome.verdict}\t{outcome.operation}\t{outcome.fault}\t{outcome.findings}\t{outcome.shown!r}", file=details,
-                  flush=True)
-        if outcome.findings:
-            print(f"{done}/{all_of_them} {outcome.operation}: {outcome.fault}: {'; '.join(outcome.findings)}", flush=True)
-
-    begin, commit = time.monotonic(), commit_of() if options.report else ""
-    counts, outcomes = campaign(options.build.resolve(), operations, options.every, options.workers, progress)
-    for outcome in outcomes:
-        if outcome.fault == "none":
-            print(outcome.operation, *outcome.findings)
-    print(table(counts, outcomes))
+    begin, results = time.monotonic(), Results(options.results, commit_of())
+    if options.seconds > 0:
+        campaign(options.build.resolve(), operations, options.every, options.workers, results, options.seconds)
+    text = table(results.counts, results.outcomes)
+    print(text)
     if options.report:
-        write_report(options.report, table(counts, outcomes), options.every, len(outcomes), commit)
-    print(f"{len(outcomes)} runs in {time.monotonic() - begin:.0f} s")
-    return 1 if any(outcome.findings for outcome in outcomes) else 0
+        how = "Every fault" if options.every == 1 else f"One of {options.every} faults"
+        write_between(options.report, "faults", f"{how} of each operation, {len(results.outcomes)} runs, at commit "
+                      f"{', '.join(sorted(results.commits))}:\n\n{text}")
+    print(f"{len(results.outcomes)} runs in {time.monotonic() - begin:.0f} s")
+    return 1 if any(outcome.findings for outcome in results.outcomes) else 0
 
 
 if __name__ == "__main__":

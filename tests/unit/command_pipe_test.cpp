@@ -17,6 +17,16 @@ TEST_F(command_pipe_test, without_memory_for_the_stream_nothing_is_started) {
   EXPECT_EQ(root.ran(), lines());
 }
 
+TEST_F(command_pipe_test, without_memory_for_its_pipe_no_tool_has_the_console) {
+  for (const char* mode : {"r", "w"}) {
+    root.fail_call("realloc", {.error = ENOMEM, .times = 1});
+    const command_pipe tool("/bin/ps", mode);
+    EXPECT_FALSE(tool);
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_EQ(root.ran(), lines());
+  }
+}
+
 TEST_F(command_pipe_test, reading_pipe_yields_the_output_and_the_status) {
   root.answer("ps", {.status = 3, .out = "one line\n"});
   command_pipe tool("/bin/ps", "r");
