@@ -41,6 +41,7 @@ def test_each_row_of_the_device():
     expect_rows(figures.device_rows(SHORT), list(EXPECTED)[:-2])
 
 
+@pytest.mark.long
 @pytest.mark.skipif(os.geteuid() != 0, reason="makes a network of its own, and the server changes its user")
 def test_the_rows_of_two_servers():
     expect_rows(figures.fetch_rows(SHORT), list(EXPECTED)[-2:])
