@@ -8,7 +8,7 @@ import power
 import power_judge
 import power_scenarios
 import real_images
-from board_session import DEFAULT_ENVIRONMENT
+from board_session import DEFAULT_ENVIRONMENT, NODES
 from chip_files import ChipFiles
 from flash_journal import Operation, Replay
 from texts import SUCCESS
@@ -86,6 +86,25 @@ def test_operations_are_done_again(chips):
     assert chips.nand_bad_blocks() == [0] and not other.nand_bad_blocks(), "an erase that was cut short has erased spare bytes"
 
 
+def test_what_lies_in_flash_while_the_board_stands_still_is_what_a_cut_leaves(dev):
+    dev.board.save_flash(dev.board.directory / "before")
+    flash = Replay(dev.board.directory / "before", [], GEOMETRY)
+    busy = "while flash_erase -q {0} 0 0 && dd if=/dev/urandom of={0} bs=64k count=9; do :; done"
+    dev.board.sh(f"({busy.format(NODES['kernel_2'])}) </dev/null >/dev/null 2>&1 &", check=True)
+    dev.wait_operation("write", "kernel_2", 1)
+    with dev.board.halted():
+        flash.take_from(dev.board)
+        assert flash.read("kernel_2") == dev.board.flash_read("kernel_2") != b"\xff" * KERNEL_2.size
+    # It goes on.
+    done = dev.board.flash_operations()["kernel_2"]["erase"]
+    dev.wait_operation("erase", "kernel_2", done)
+    with dev.board.halted():
+        flash.take_from(dev.board)
+        dev.board.kill()
+    assert {name: flash.read(name) for name in NODES} == {name: dev.board.flash_read(name) for name in NODES}
+    dev.boot()
+
+
 # The judge.
 
 @pytest.fixture
@@ -137,6 +156,19 @@ def test_nothing_boots(laid):
     assert power.judged_wrong(power_scenarios.scenarios()["serial archive"], laid[1](power.FlashOf(laid[0]))) == ["nothing boots"]
 
 
+def test_results_of_before_and_of_now_are_sorted_together(laid, tmp_path):
+    """Those of before come out of a file."""
+    recording = power.Recording.__new__(power.Recording)
+    recording.scenario, recording.operations = power_scenarios.scenarios()["set bootenv bootbank 2"], [
+        operation("erase", "bootenv_1", size=65536), operation("write", "bootenv_1", data=b"\0")]
+    state = {"scenario": recording.scenario.name, "check": "bytes", **laid[1](power.FlashOf(laid[0])), "wrong": []}
+    results = power.Results(tmp_path / "results.jsonl")
+    results.add({**state, "cut": (1, 0)})
+    again = power.Results(tmp_path / "results.jsonl")
+    again.add({**state, "cut": (0, 0)})
+    assert [cut for _, cut in power.tasks_of(recording, again, ("repeat",), {})] == [(0, 0), (1, 0)]
+
+
 def test_samples_are_spread():
     assert power.spread(0) == [] and power.spread(1) == [0]
     assert sorted(power.spread(100)) == list(range(100))
@@ -175,13 +207,17 @@ def test_cuts_of_a_scenario(recorded, name, cuts, boots):
     planned = {tuple(line["cut"]): line["boots"] for line in lines if tuple(line["cut"]) in recording.cuts()}
     if boots:
         assert {word: list(planned.values()).count(word) for word in planned.values()} == boots
-    tasks = power.tasks_of(recording, results, ("boot", "repeat", "cut"), {"boot": 2, "repeat": 1, "cut": 1})
-    assert len(tasks) == 4
-    power.campaign({name: recording}, results, ("boot", "repeat", "cut"), {"boot": 2, "repeat": 1, "cut": 1}, 1, 1e9)
+    counts = {"boot": 2, "repeat": 1, "cut": 1, "kill": 1, "moment": 1}
+    tasks = power.tasks_of(recording, results, counts, counts)
+    assert len(tasks) == 6
+    power.campaign({name: recording}, results, counts, counts, 1, 1e9)
     done = [line for line in results.lines if line["check"] != "bytes"]
-    assert sorted(line["check"] for line in done) == ["boot", "boot", "cut", "repeat"]
+    moments = [line for line in done if line["check"] == "moment"]
+    assert sorted(line["check"] for line in done if line not in moments) == ["boot", "boot", "cut", "kill", "repeat"]
+    assert moments and len([line for line in moments if line["how"]]) == 1
     assert not [line for line in done if line["wrong"]], done
     # What was done is not done again.
     again = power.Results(results._path)  # pylint: disable=protected-access
-    assert not power.tasks_of(recording, again, ("boot", "repeat", "cut"), {"boot": 2, "repeat": 1, "cut": 1})
-    assert f"| {name} | {len(recording.operations)} | {len(lines)} |" in power.table({name: recording}, again)
+    assert not power.tasks_of(recording, again, counts, counts)
+    table = power.table({name: recording}, again)
+    assert f"| {name} | {len(recording.operations)} | {len(lines)} |" in table and f"| {len(moments)} | 1 | 0 |" in table
