@@ -150,6 +150,31 @@ def test_volumes_without_their_table_are_none(laid):
     assert judged(laid) == ("shell", False, False)
 
 
+def test_what_is_known_of_flash_is_what_is_read(laid):
+    """Of the UBI partition only blocks that may be others are read again."""
+    block = GEOMETRY.erase_block
+    flash = Replay(laid[0].directory, [
+        operation("unlock", "kernel_1", size=65536), operation("write", "ubi0", 2 * block + 2 * GEOMETRY.page, data=b"\0\0"),
+        operation("erase", "ubi0", 0, block), operation("erase", "ubi0", block, block),
+        operation("erase", "kernel_1", size=65536)], GEOMETRY)
+    places = [(0, 0), (1, 0), (1, 1), (2, 0), (2, block // 2), (3, 0), (3, block // 2), (4, 0), (4, 9), (5, 0)]
+    seen = {}
+    for place in [*places, *reversed(places)]:
+        flash.go_to(*place)
+        known, read = laid[1](flash, flash.version, flash.block_version), laid[1](flash)
+        assert [known[what] for what in ("boots", "torn", "old")] == [read[what] for what in ("boots", "torn", "old")], place
+        seen[place] = known["old"]
+    assert [seen[place] for place in places] == [True] * 2 + [False] * 8
+    # The same when it is taken from a board, whatever it is.
+    moment = Replay(laid[0].directory, [], GEOMETRY)
+    for place, old in (((1, 0), True), ((2, 0), False)):
+        flash.go_to(*place)
+        other = ChipFiles(laid[0].directory.parent / "other", "128k")
+        flash.lay_into(other)
+        moment.take_from(other)
+        assert laid[1](moment, moment.version, moment.block_version)["old"] == old
+
+
 def test_nothing_boots(laid):
     laid[0].flash_erase("bootenv_1", "config_loader")
     assert judged(laid) == ("nothing", True, True)

@@ -21,7 +21,7 @@ Besides, at random moments of the command on a running board,
 
     kill      the power of the board is cut, what is left gets power, and the command is repeated
     moment    the board stands still while what its chips' files hold is kept, which is what a cut would leave; it goes on, to
-              the next of some ten moments. All are judged by their bytes; one of them, and every one with an environment or
+              the next of some forty moments. All are judged by their bytes; one of them, and every one with an environment or
               a kernel to start that is new, gets power; for that one the command is repeated
 
 The state of a campaign is in --directory: a device and its journal for each scenario, and results.jsonl, a line for each check.
@@ -69,7 +69,7 @@ from virtual_board import BoardError, Timeout  # noqa: E402
 _TRIES = 3
 CHECKS = ("boot", "attach", "repeat", "cut", "kill", "moment")
 # Of one run, on average.
-_MOMENTS = 10
+_MOMENTS = 40
 # In bank 2 it depends on the scenario which firmware: one whose files are whole.
 COMES_UP = {BANK_1: re.compile(re.escape(A.report("1"))), BANK_2: re.compile(r"Firmware \S+ on rootfs_2, .* all whole"),
             SHELL: re.compile(RECOVERY), NOTHING: re.compile(NOTHING_UP)}
@@ -275,7 +275,8 @@ def run_until_dead(bench: Bench, after: float | None) -> None:
 def moments_of(bench: Bench, recording: Recording, rng: random.Random) -> list[Replay]:
     """The flash at random moments of the scenario's command on a running board, which goes on to the command's end. Raises
     Timeout when there was none: what looks at the clock is at the mercy of a busy machine."""
-    moments, ended, rate = [], threading.Event(), _MOMENTS / span_of(bench, recording)
+    # What took no time on a quiet machine may take long now: there is an end to what is worth keeping.
+    moments, ended, rate = [], threading.Event(), min(8, _MOMENTS / span_of(bench, recording))
     stood = 0.0
 
     def take():
