@@ -658,17 +658,17 @@ def main() -> int:
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     options.directory.mkdir(parents=True, exist_ok=True)
     results = Results(options.directory / "results.jsonl")
-    recordings, bench = {}, Bench()
-    for scenario in chosen:
-        directory = options.directory / scenario.name.replace(" ", "-")
-        if not options.seconds and not (directory / "about.json").exists():
-            continue
-        recording = recordings[scenario.name] = record(directory, scenario, bench)
-        if options.seconds:
-            cuts = [cut for cut in recording.cuts(options.random) if cut[0] % options.every == 0]
-            judge_all(recording, results, cuts)
-            print(f"{scenario.name}: {len(recording.operations)} operations, {len(cuts)} cuts", flush=True)
-    bench.close()
+    recordings = {}
+    with Bench() as bench:
+        for scenario in chosen:
+            directory = options.directory / scenario.name.replace(" ", "-")
+            if not options.seconds and not (directory / "about.json").exists():
+                continue
+            recording = recordings[scenario.name] = record(directory, scenario, bench)
+            if options.seconds:
+                cuts = [cut for cut in recording.cuts(options.random) if cut[0] % options.every == 0]
+                judge_all(recording, results, cuts)
+                print(f"{scenario.name}: {len(recording.operations)} operations, {len(cuts)} cuts", flush=True)
     if options.record:
         return 0
     checks = options.check or ["boot", "attach", "repeat", "cut"]
