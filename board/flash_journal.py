@@ -149,7 +149,9 @@ class Replay:
         """Makes this flash what a board's is. Only what differs takes memory. No operation of the journal follows."""
         for chip, cells in self._cells.items():
             with open(board.chip_path(chip), "rb") as file, mmap.mmap(file.fileno(), 0, access=mmap.ACCESS_READ) as held:
-                for address in _take_over(cells, held):
+                # A board may stand still meanwhile: behind its cells the file is empty.
+                spare = layout.CHIP_SIZES[chip] // self._geometry.page * self._geometry.oob if chip == "nand" else 0
+                for address in _take_over(cells, held, layout.CHIP_SIZES[chip] + spare):
                     self._taken(chip, address)
 
     def _taken(self, chip, address):
@@ -174,13 +176,13 @@ def lay_cells(cells, board):
     """Makes a board's flash what these memory maps {chip: map} hold; only what differs is written, and holes stay."""
     for chip, wanted in cells.items():
         with open(board.chip_path(chip), "r+b") as file, mmap.mmap(file.fileno(), 0) as held:
-            _take_over(held, wanted)
+            _take_over(held, wanted, len(held))
 
 
-def _take_over(cells, wanted):
-    """Copies what differs; the addresses of the pieces that did."""
+def _take_over(cells, wanted, length):
+    """Copies what differs in the first `length` bytes; the addresses of the pieces that did."""
     different = []
-    for at in range(0, len(cells), _PIECE):
+    for at in range(0, length, _PIECE):
         piece = wanted[at:at + _PIECE]
         if cells[at:at + _PIECE] != piece:
             cells[at:at + _PIECE] = piece

@@ -273,8 +273,8 @@ def run_until_dead(bench: Bench, after: float | None) -> None:
 
 
 def moments_of(bench: Bench, recording: Recording, rng: random.Random) -> list[Replay]:
-    """The flash at random moments of the scenario's command on a running board, which goes on to the command's end, or to a
-    limit of the shell that ran out: what came before was the command all the same. Raises Timeout when there was no moment."""
+    """The flash at random moments of the scenario's command on a running board, which goes on to the command's end, or until a
+    busy machine's patience is at its end: what came before was the command all the same. Raises Timeout when there was none."""
     # What took no time on a quiet machine may take long now: there is an end to what is worth keeping.
     moments, ended, rate = [], threading.Event(), min(8, _MOMENTS / span_of(bench, recording))
     stood = 0.0
@@ -288,15 +288,19 @@ def moments_of(bench: Bench, recording: Recording, rng: random.Random) -> list[R
             moments.append(moment)
             stood += time.monotonic() - begin
 
-    taker, begin = threading.Thread(target=take), time.monotonic()
+    taker, begin, shown = threading.Thread(target=take), time.monotonic(), None
     taker.start()
     try:
         shown = bench.scenario.run(bench.dev)
         took = time.monotonic() - begin
+    except Timeout as error:
+        print(f"{recording.scenario.name}: {error}", flush=True)
     finally:
         ended.set()
         taker.join()
-    if "timed out" not in shown:
+    if shown is None:
+        bench.dev.kill()
+    elif "timed out" not in shown:
         assert succeeded(shown), f"halted now and then, the command fails: {shown[-400:]!r}"
         bench.spans[recording.scenario.name] = max(0.1, took - stood)
     if not moments:
