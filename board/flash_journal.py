@@ -11,6 +11,7 @@ leaves it: the operations before it, done again on a copy of the flash as it was
     flash.go_to(17, done=100)   # and a hundred bytes of the next one
 """
 
+import itertools
 import mmap
 import pathlib
 import struct
@@ -22,6 +23,7 @@ _HEAD = struct.Struct("<IBBHQQQ")
 _NAMES = ("read", "write", "erase", "lock", "unlock")
 _CHIPS = ("nor", "nand")
 _PIECE = 64 << 10
+_taken = itertools.count()
 
 
 class Operation(NamedTuple):
@@ -62,7 +64,8 @@ def _partition(chip, address):
 class Replay:
     """
     The flash at any place of a journal. `directory`: the chips as save_flash() wrote them; they stay as they are.
-    `version[partition]` is another number whenever the contents may be other ones.
+    `version[partition]` is another one whenever the contents may be other ones; so is `block_version.get(block)` of an erase
+    block of the NAND flash.
     """
 
     def __init__(self, directory, operations, geometry):
@@ -76,7 +79,7 @@ class Replay:
             with open(self._directory / f"{chip}.flash", "rb") as cells:
                 self._cells[chip] = mmap.mmap(cells.fileno(), 0, access=mmap.ACCESS_COPY)
         self._done = 0
-        self.version = {name: 0 for name in layout.PARTITIONS}
+        self.version, self.block_version = {name: 0 for name in layout.PARTITIONS}, {}
 
     def close(self):
         """Gives the memory back."""
@@ -87,23 +90,32 @@ class Replay:
     def go_to(self, number, done=0):
         """The flash when `number` operations have been done, and `done` bytes of the next."""
         if self._undo:
-            chip, pieces, partition, version = self._undo
+            chip, pieces, partition, version, block_version = self._undo
             for address, held in pieces:
                 self._cells[chip][address:address + len(held)] = held
-            self.version[partition], self._undo = version, None
+            self.version[partition], self.block_version, self._undo = version, block_version, None
         if number < self._done:
             self._rewind()
         while self._done < number:
             self._do(self.operations[self._done])
-            self.version[self.operations[self._done].partition] = self._done + 1
             self._done += 1
+            self._renew(self.operations[self._done - 1], self._done)
         if done:
             operation = self.operations[number]
             pieces = [(address, bytes(self._cells[operation.chip][address:address + size]))
                       for address, size in self._ranges(operation)]
-            self._undo = operation.chip, pieces, operation.partition, self.version[operation.partition]
-            self.version[operation.partition] = number, done
+            self._undo = operation.chip, pieces, operation.partition, self.version[operation.partition], dict(self.block_version)
             self._do(operation, done)
+            self._renew(operation, (number, done))
+
+    def _renew(self, operation, version):
+        if not operation.tears:
+            return
+        self.version[operation.partition] = version
+        if operation.chip == "nand":
+            size = self._geometry.erase_block
+            for block in range(operation.address // size, (operation.address + operation.size - 1) // size + 1):
+                self.block_version[block] = version
 
     def _ranges(self, operation):
         yield operation.address, operation.size
@@ -133,6 +145,25 @@ class Replay:
         data = self._cells[row.chip][row.offset + offset:row.offset + offset + length]
         return data.translate(_INVERTED) if row.chip == "nand" else data
 
+    def take_from(self, board):
+        """Makes this flash what a board's is. Only what differs takes memory. No operation of the journal follows."""
+        for chip, cells in self._cells.items():
+            with open(board.chip_path(chip), "rb") as file, mmap.mmap(file.fileno(), 0, access=mmap.ACCESS_READ) as held:
+                # A board may stand still meanwhile: behind its cells the file is empty.
+                spare = layout.CHIP_SIZES[chip] // self._geometry.page * self._geometry.oob if chip == "nand" else 0
+                for address in _take_over(cells, held, layout.CHIP_SIZES[chip] + spare):
+                    self._taken(chip, address)
+
+    def _taken(self, chip, address):
+        """What lies there is known to nobody: its versions are like no other."""
+        if address >= layout.CHIP_SIZES[chip]:
+            return
+        version = f"taken {next(_taken)}"
+        self.version[_partition(chip, address)] = version
+        if chip == "nand":
+            size = self._geometry.erase_block
+            self.block_version.update(dict.fromkeys(range(address // size, (address + _PIECE - 1) // size + 1), version))
+
     def lay_into(self, board):
         """Makes a board's flash this one, whether it is on or off."""
         lay_cells(self._cells, board)
@@ -145,10 +176,18 @@ def lay_cells(cells, board):
     """Makes a board's flash what these memory maps {chip: map} hold; only what differs is written, and holes stay."""
     for chip, wanted in cells.items():
         with open(board.chip_path(chip), "r+b") as file, mmap.mmap(file.fileno(), 0) as held:
-            for at in range(0, len(held), _PIECE):
-                piece = wanted[at:at + _PIECE]
-                if held[at:at + _PIECE] != piece:
-                    held[at:at + _PIECE] = piece
+            _take_over(held, wanted, len(held))
+
+
+def _take_over(cells, wanted, length):
+    """Copies what differs in the first `length` bytes; the addresses of the pieces that did."""
+    different = []
+    for at in range(0, length, _PIECE):
+        piece = wanted[at:at + _PIECE]
+        if cells[at:at + _PIECE] != piece:
+            cells[at:at + _PIECE] = piece
+            different.append(at)
+    return different
 
 
 def open_cells(directory):

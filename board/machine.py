@@ -1,7 +1,10 @@
 """The QEMU machine: its command line, its process, and the threads that drain its lines."""
 
 import atexit
+import contextlib
+import os
 import selectors
+import signal
 import socket
 import subprocess
 import threading
@@ -81,6 +84,18 @@ class Machine:
         except subprocess.TimeoutExpired:
             return False
         return True
+
+    @contextlib.contextmanager
+    def halted(self):
+        """Inside, the machine stands still: its chips' files hold what they would hold if the power were cut now."""
+        process = self._process
+        process.send_signal(signal.SIGSTOP)
+        # Its end would do as well: nothing of it writes any more.
+        os.waitid(os.P_PID, process.pid, os.WSTOPPED | os.WEXITED | os.WNOWAIT)
+        try:
+            yield
+        finally:
+            process.send_signal(signal.SIGCONT)
 
     def kill(self):
         """Cuts the power. Harmless when the machine is off."""

@@ -100,6 +100,13 @@ class Board(ChipFiles, Instruments):
             self._claim.close()
             self._claim = None
 
+    def halted(self):
+        """
+        A context in which the running machine stands still: what the chips' files hold there is what kill() at that moment
+        would leave. Its clock goes on.
+        """
+        return self._machine.halted()
+
     def wait_off(self, timeout=60.0):
         """Waits until the machine has ended by itself, as after a planned power cut."""
         if not self._machine.wait_end(timeout):

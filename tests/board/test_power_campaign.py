@@ -8,7 +8,7 @@ import power
 import power_judge
 import power_scenarios
 import real_images
-from board_session import DEFAULT_ENVIRONMENT
+from board_session import DEFAULT_ENVIRONMENT, NODES
 from chip_files import ChipFiles
 from flash_journal import Operation, Replay
 from texts import SUCCESS
@@ -86,6 +86,25 @@ def test_operations_are_done_again(chips):
     assert chips.nand_bad_blocks() == [0] and not other.nand_bad_blocks(), "an erase that was cut short has erased spare bytes"
 
 
+def test_what_lies_in_flash_while_the_board_stands_still_is_what_a_cut_leaves(dev):
+    dev.board.save_flash(dev.board.directory / "before")
+    flash = Replay(dev.board.directory / "before", [], GEOMETRY)
+    busy = "while flash_erase -q {0} 0 0 && dd if=/dev/urandom of={0} bs=64k count=9; do :; done"
+    dev.board.sh(f"({busy.format(NODES['kernel_2'])}) </dev/null >/dev/null 2>&1 &", check=True)
+    dev.wait_operation("write", "kernel_2", 1)
+    with dev.board.halted():
+        flash.take_from(dev.board)
+        assert flash.read("kernel_2") == dev.board.flash_read("kernel_2") != b"\xff" * KERNEL_2.size
+    # It goes on.
+    done = dev.board.flash_operations()["kernel_2"]["erase"]
+    dev.wait_operation("erase", "kernel_2", done)
+    with dev.board.halted():
+        flash.take_from(dev.board)
+        dev.board.kill()
+    assert {name: flash.read(name) for name in NODES} == {name: dev.board.flash_read(name) for name in NODES}
+    dev.boot()
+
+
 # The judge.
 
 @pytest.fixture
@@ -131,10 +150,48 @@ def test_volumes_without_their_table_are_none(laid):
     assert judged(laid) == ("shell", False, False)
 
 
+def test_what_is_known_of_flash_is_what_is_read(laid):
+    """Of the UBI partition only blocks that may be others are read again."""
+    block = GEOMETRY.erase_block
+    flash = Replay(laid[0].directory, [
+        operation("unlock", "kernel_1", size=65536), operation("write", "ubi0", 2 * block + 2 * GEOMETRY.page, data=b"\0\0"),
+        operation("erase", "ubi0", 0, block), operation("erase", "ubi0", block, block),
+        operation("erase", "kernel_1", size=65536)], GEOMETRY)
+    places = [(0, 0), (1, 0), (1, 1), (2, 0), (2, block // 2), (3, 0), (3, block // 2), (4, 0), (4, 9), (5, 0)]
+    seen = {}
+    for place in [*places, *reversed(places)]:
+        flash.go_to(*place)
+        known, read = laid[1](flash, flash.version, flash.block_version), laid[1](flash)
+        assert [known[what] for what in ("boots", "torn", "old")] == [read[what] for what in ("boots", "torn", "old")], place
+        seen[place] = known["old"]
+    assert [seen[place] for place in places] == [True] * 2 + [False] * 8
+    # The same when it is taken from a board, whatever it is.
+    moment = Replay(laid[0].directory, [], GEOMETRY)
+    for place, old in (((1, 0), True), ((2, 0), False)):
+        flash.go_to(*place)
+        other = ChipFiles(laid[0].directory.parent / "other", "128k")
+        flash.lay_into(other)
+        moment.take_from(other)
+        assert laid[1](moment, moment.version, moment.block_version)["old"] == old
+
+
 def test_nothing_boots(laid):
     laid[0].flash_erase("bootenv_1", "config_loader")
     assert judged(laid) == ("nothing", True, True)
     assert power.judged_wrong(power_scenarios.scenarios()["serial archive"], laid[1](power.FlashOf(laid[0]))) == ["nothing boots"]
+
+
+def test_results_of_before_and_of_now_are_sorted_together(laid, tmp_path):
+    """Those of before come out of a file."""
+    recording = power.Recording.__new__(power.Recording)
+    recording.scenario, recording.operations = power_scenarios.scenarios()["set bootenv bootbank 2"], [
+        operation("erase", "bootenv_1", size=65536), operation("write", "bootenv_1", data=b"\0")]
+    state = {"scenario": recording.scenario.name, "check": "bytes", **laid[1](power.FlashOf(laid[0])), "wrong": []}
+    results = power.Results(tmp_path / "results.jsonl")
+    results.add({**state, "cut": (1, 0)})
+    again = power.Results(tmp_path / "results.jsonl")
+    again.add({**state, "cut": (0, 0)})
+    assert [cut for _, cut in power.tasks_of(recording, again, ("repeat",), {})] == [(0, 0), (1, 0)]
 
 
 def test_samples_are_spread():
@@ -175,13 +232,17 @@ def test_cuts_of_a_scenario(recorded, name, cuts, boots):
     planned = {tuple(line["cut"]): line["boots"] for line in lines if tuple(line["cut"]) in recording.cuts()}
     if boots:
         assert {word: list(planned.values()).count(word) for word in planned.values()} == boots
-    tasks = power.tasks_of(recording, results, ("boot", "repeat", "cut"), {"boot": 2, "repeat": 1, "cut": 1})
-    assert len(tasks) == 4
-    power.campaign({name: recording}, results, ("boot", "repeat", "cut"), {"boot": 2, "repeat": 1, "cut": 1}, 1, 1e9)
+    counts = {"boot": 2, "repeat": 1, "cut": 1, "kill": 1, "moment": 1}
+    tasks = power.tasks_of(recording, results, counts, counts)
+    assert len(tasks) == 6
+    power.campaign({name: recording}, results, counts, counts, 1, 1e9)
     done = [line for line in results.lines if line["check"] != "bytes"]
-    assert sorted(line["check"] for line in done) == ["boot", "boot", "cut", "repeat"]
+    moments = [line for line in done if line["check"] == "moment"]
+    assert sorted(line["check"] for line in done if line not in moments) == ["boot", "boot", "cut", "kill", "repeat"]
+    assert moments and "booted" in moments[0]
     assert not [line for line in done if line["wrong"]], done
     # What was done is not done again.
     again = power.Results(results._path)  # pylint: disable=protected-access
-    assert not power.tasks_of(recording, again, ("boot", "repeat", "cut"), {"boot": 2, "repeat": 1, "cut": 1})
-    assert f"| {name} | {len(recording.operations)} | {len(lines)} |" in power.table({name: recording}, again)
+    assert not power.tasks_of(recording, again, counts, counts)
+    table = power.table({name: recording}, again)
+    assert f"| {name} | {len(recording.operations)} | {len(lines)} |" in table and f"| {len(moments)} | 1 | 0 |" in table

@@ -15,7 +15,14 @@ flash as it was at the beginning with the first n - 1 done again; one in the mid
               whole, and is told to restart into the shell. Flash that no start can tell apart is booted once
     attach    are attached and mounted by a board's kernel: the old bank's files are compared
     repeat    are given the command again on a board that runs the shell, and what it has installed is compared
-    cut       are made once more, by cutting the power of a running board in the same operation; `kill`: at a random moment
+    cut       are made once more, by cutting the power of a running board in the same operation
+
+Besides, at random moments of the command on a running board,
+
+    kill      the power of the board is cut, what is left gets power, and the command is repeated
+    moment    the board stands still while what its chips' files hold is kept, which is what a cut would leave; it goes on, to
+              the next of some forty moments. All are judged by their bytes; one of each environment and kernel to start gets
+              power
 
 The state of a campaign is in --directory: a device and its journal for each scenario, and results.jsonl, a line for each check.
 It ends with 0 when nothing was found.
@@ -42,9 +49,9 @@ from pathlib import Path
 _ROOT = Path(__file__).resolve().parents[2]
 sys.path[:0] = [str(_ROOT / "tests" / "support"), str(_ROOT / "tests" / "board"), str(_ROOT / "board")]
 
-# A campaign runs beside other work for as long as it takes: nothing is wrong because it is slow.
+# A campaign runs beside other work: nothing is wrong because it is slow. What is stuck is tried again.
 if __name__ == "__main__":
-    os.environ.setdefault("BOARD_PATIENCE", "3600")
+    os.environ.setdefault("BOARD_PATIENCE", "600")
 
 # pylint: disable=wrong-import-position
 import flash_journal  # noqa: E402
@@ -60,7 +67,9 @@ from power_scenarios import Scenario, scenarios, succeeded  # noqa: E402
 from virtual_board import BoardError, Timeout  # noqa: E402
 
 _TRIES = 3
-CHECKS = ("boot", "attach", "repeat", "cut", "kill")
+CHECKS = ("boot", "attach", "repeat", "cut", "kill", "moment")
+# Of one run, on average.
+_MOMENTS = 40
 # In bank 2 it depends on the scenario which firmware: one whose files are whole.
 COMES_UP = {BANK_1: re.compile(re.escape(A.report("1"))), BANK_2: re.compile(r"Firmware \S+ on rootfs_2, .* all whole"),
             SHELL: re.compile(RECOVERY), NOTHING: re.compile(NOTHING_UP)}
@@ -81,6 +90,10 @@ class Recording:
 
     def replay(self) -> Replay:
         return Replay(self.directory / "before", self.operations, self.geometry)
+
+    def before(self) -> Replay:
+        """The device before the command."""
+        return Replay(self.directory / "before", [], self.geometry)
 
     def cuts(self, randoms: int = 0) -> list[tuple[int, int]]:
         """(operations done, bytes done of the next) for every cut; the last one lets the command come to its end."""
@@ -150,6 +163,8 @@ class Bench:
         self.dev = BoardSession(self._directory / "board", tftp=self._directory / "tftp", memory=512)
         self.dev.patience = PATIENCE
         self.board, self.scenario = self.dev.board, None
+        # By scenario: seconds that its command took here lately, and what was booted behind random moments.
+        self.spans, self.booted = {}, collections.defaultdict(set)
         self._on_network = self._repartitioned = False
 
     def __enter__(self):
@@ -235,6 +250,12 @@ class FlashOf:
         return self._board.flash_read(partition, offset, length)
 
 
+def span_of(bench: Bench, recording: Recording) -> float:
+    """Seconds that the scenario's command takes, as long ago as need be."""
+    about = json.loads((recording.directory / "about.json").read_text(encoding="utf-8"))
+    return bench.spans.get(recording.scenario.name, about["seconds"])
+
+
 def run_until_dead(bench: Bench, after: float | None) -> None:
     """The scenario on a board whose power goes, by plan or `after` seconds."""
     dev = bench.dev
@@ -249,6 +270,40 @@ def run_until_dead(bench: Bench, after: float | None) -> None:
         bench.board.kill()
     else:
         bench.board.wait_off(PATIENCE)
+
+
+def moments_of(bench: Bench, recording: Recording, rng: random.Random) -> list[Replay]:
+    """The flash at random moments of the scenario's command on a running board, which goes on to the command's end, or until a
+    busy machine's patience is at its end: what came before was the command all the same. None when it took much longer the last time; the next time there will be."""
+    # What took no time on a quiet machine may take long now: there is an end to what is worth keeping.
+    span, moments, ended, stood = span_of(bench, recording), [], threading.Event(), 0.0
+    rate = max(min(8, _MOMENTS / span), 10 / span)
+
+    def take():
+        nonlocal stood
+        while not ended.wait(rng.expovariate(rate)):
+            begin, moment = time.monotonic(), recording.before()
+            with bench.board.halted():
+                moment.take_from(bench.board)
+            moments.append(moment)
+            stood += time.monotonic() - begin
+
+    taker, begin, shown = threading.Thread(target=take), time.monotonic(), None
+    taker.start()
+    try:
+        shown = bench.scenario.run(bench.dev)
+        took = time.monotonic() - begin
+    except Timeout as error:
+        print(f"{recording.scenario.name}: {error}", flush=True)
+    finally:
+        ended.set()
+        taker.join()
+    if shown is None:
+        bench.dev.kill()
+    elif "timed out" not in shown:
+        assert succeeded(shown), f"halted now and then, the command fails: {shown[-400:]!r}"
+        bench.spans[recording.scenario.name] = max(0.1, took - stood)
+    return moments
 
 
 def check_cut(bench: Bench, recording: Recording, flash: Replay, judge: Judge, cut) -> list[str]:
@@ -283,12 +338,42 @@ def check_kill(bench: Bench, recording: Recording, flash: Replay, judge: Judge, 
     bench.dev.kill()
     bench.lay(flash)
     bench.at_prompt()
-    span = json.loads((recording.directory / "about.json").read_text(encoding="utf-8"))["seconds"]
-    run_until_dead(bench, random.Random(str(cut)).uniform(0, span))
+    run_until_dead(bench, random.Random(str(cut)).uniform(0, span_of(bench, recording)))
     state = judge(FlashOf(bench.board))
     wrong = judged_wrong(recording.scenario, state) + check_boot(bench, state)
     how, more = check_repeat(bench, judge)
     return f"{state['boots']}, {how}", wrong + more
+
+
+def check_moments(bench: Bench, recording: Recording, flash: Replay, judge: Judge, run: int) -> list[dict]:
+    """What lies in flash at random moments of one run; a line for each."""
+    name, rng = recording.scenario.name, random.Random(f"{recording.scenario.name} {run}")
+    moments, lines = [], []
+    for _ in range(_TRIES):
+        flash.go_to(0)
+        if recording.scenario.restarts:
+            bench.dev.kill()
+        bench.lay(flash)
+        bench.at_prompt()
+        moments = moments_of(bench, recording, rng)
+        if moments:
+            break
+    else:
+        raise Timeout("the command was over before a moment came")
+    for number, moment in enumerate(moments):
+        state = judge(moment, moment.version, moment.block_version)
+        line = {"scenario": name, "check": "moment", "cut": (run, number), "how": "", **state,
+                "wrong": judged_wrong(recording.scenario, state)}
+        if starts(state) not in bench.booted[name]:
+            if recording.scenario.restarts:
+                bench.dev.kill()
+            bench.lay(moment)
+            line["wrong"] += check_boot(bench, state)
+            line["booted"] = True
+            bench.booted[name].add(starts(state))
+        moment.close()
+        lines.append(line)
+    return lines
 
 
 def judged_wrong(scenario: Scenario, state: dict) -> list[str]:
@@ -339,7 +424,7 @@ def judge_all(recording: Recording, results: Results, cuts) -> None:
     judge = Judge(flash, recording.geometry)
     for cut in missing:
         flash.go_to(*cut)
-        state = judge(flash, flash.version)
+        state = judge(flash, flash.version, flash.block_version)
         results.add({"scenario": recording.scenario.name, "check": "bytes", "cut": cut, **state,
                      "wrong": judged_wrong(recording.scenario, state)})
     flash.close()
@@ -354,16 +439,21 @@ def spread(length: int) -> list[int]:
     return [number for number in order if number < length]
 
 
+def starts(state: dict) -> str:
+    """The same for all flash with the same environment, and the same kernel if one is started."""
+    return " ".join(state["key"].split(" ")[:3])
+
+
 def tasks_of(recording: Recording, results: Results, checks, counts: dict) -> list[tuple[str, tuple]]:
     """(check, cut) of a scenario in the order in which they are worth most; `counts`: how many of each at most."""
     name, scenario = recording.scenario.name, recording.scenario
     lines = [line for line in results.lines if line["scenario"] == name and line["check"] == "bytes"]
-    lines.sort(key=lambda line: line["cut"])
+    lines.sort(key=lambda line: tuple(line["cut"]))
     cuts = [tuple(line["cut"]) for line in lines]
     classes, by_key = {}, {}
     for line in lines:
         by_key.setdefault(line["key"], tuple(line["cut"]))
-        classes.setdefault(line["key"].rsplit(" ", 1)[0], tuple(line["cut"]))
+        classes.setdefault(starts(line), tuple(line["cut"]))
     keys = list(by_key.values())
     order = {
         # One of each environment and kernel first.
@@ -372,6 +462,7 @@ def tasks_of(recording: Recording, results: Results, checks, counts: dict) -> li
         "repeat": [cuts[at] for at in spread(len(cuts))],
         "cut": [cut for cut in (cuts[at] for at in spread(len(cuts))) if cut[0] < len(recording.operations)],
         "kill": [(number, -1) for number in range(counts.get("kill", 0))],
+        "moment": [(run, 0) for run in range(counts.get("moment", 0))],
     }
     # A volume that was not touched needs not be mounted again.
     touched = next((n for n, one in enumerate(recording.operations) if one.partition == "ubi0"), None)
@@ -400,13 +491,18 @@ def work(inbox, outbox, recordings: dict) -> None:
                 held = {"name": name, "flash": flash, "judge": Judge(flash, recording.geometry)}
             bench.scenario, begin = recording.scenario, time.monotonic()
             line = {"scenario": name, "check": check, "cut": cut, "how": "", "wrong": []}
+            lines = [line]
             try:
-                try_one(bench, recording, held["flash"], held["judge"], check, cut, line)
+                if check == "moment":
+                    lines = check_moments(bench, recording, held["flash"], held["judge"], cut[0])
+                else:
+                    try_one(bench, recording, held["flash"], held["judge"], check, cut, line)
             except Exception:  # pylint: disable=broad-exception-caught; the campaign goes on, and says so
                 line["trouble"] = traceback.format_exc()[-1500:]
                 bench.dev.kill()
-            line["seconds"] = round(time.monotonic() - begin, 1)
-            outbox.put(line)
+            for one in lines:
+                one["seconds"] = round((time.monotonic() - begin) / len(lines), 1)
+            outbox.put(lines)
     finally:
         bench.close()
         outbox.put(None)
@@ -450,13 +546,14 @@ def campaign(recordings: dict, results: Results, checks, counts: dict, workers: 
         inbox.put(tasks.pop())
         running += 1
     while running:
-        line = outbox.get()
-        if line is None:
+        lines = outbox.get()
+        if lines is None:
             raise RuntimeError("a worker has ended")
         running -= 1
-        results.add(line)
-        print(f"{total - len(tasks) - running}/{total} {line['scenario']}, {line['check']} {line['cut']}: "
-              f"{line['how'] or 'done'} {'; '.join(line['wrong'])} {line.get('trouble', '')} ({line['seconds']} s)", flush=True)
+        for line in lines:
+            results.add(line)
+            print(f"{total - len(tasks) - running}/{total} {line['scenario']}, {line['check']} {line['cut']}: "
+                  f"{line['how'] or 'done'} {'; '.join(line['wrong'])} {line.get('trouble', '')} ({line['seconds']} s)", flush=True)
         if tasks and time.monotonic() < end:
             inbox.put(tasks.pop())
             running += 1
@@ -486,7 +583,7 @@ def window(recording: Recording, lines) -> tuple[int, float]:
 def table(recordings: dict, results: Results) -> str:
     """The tables of the document."""
     head = ("scenario", "operations", "cuts", "bank 1", "bank 2", "the shell", "nothing", "boots", "booted", "attached", "repeated", "cut again",
-            "killed", "wrong")
+            "moments", "killed", "wrong")
     rows, windows, total = [], [], collections.Counter()
     for name, recording in recordings.items():
         by_check = collections.defaultdict(list)
@@ -501,7 +598,7 @@ def table(recordings: dict, results: Results) -> str:
         wrong = sum(bool(line["wrong"]) for line in results.lines if line["scenario"] == name)
         wrong += sum(line["scenario"] == name for line in results.unresolved())
         row = [len(recording.operations), len(judged), boots[BANK_1], boots[BANK_2], boots[SHELL], boots[NOTHING],
-               len(by_check["boot"]), booted, *(len(by_check[check]) for check in ("attach", "repeat", "cut", "kill")), wrong]
+               len(by_check["boot"]), booted, *(len(by_check[check]) for check in ("attach", "repeat", "cut", "moment", "kill")), wrong]
         total.update(dict(enumerate(row)))
         rows.append([name, *map(str, row)])
         count, length = window(recording, judged)
@@ -509,8 +606,15 @@ def table(recordings: dict, results: Results) -> str:
             windows.append(f"| {name} | {count} | {length:.1f} |")
     rows.append(["**all**", *(str(total[column]) for column in range(len(head) - 1))])
     text = ["| " + " | ".join(head) + " |", "|---|" + "--:|" * (len(head) - 1)] + ["| " + " | ".join(row) + " |" for row in rows]
-    how = collections.Counter(line["how"] for line in results.lines if line["check"] == "repeat" and "trouble" not in line)
+    ended = [line for line in results.lines if line["scenario"] in recordings and "trouble" not in line]
+    how = collections.Counter(line["how"] for line in ended if line["check"] == "repeat")
     text += ["", "Repeated: " + ", ".join(f"{count} {word}" for word, count in how.most_common()) + "."]
+    moments = [line for line in ended if line["check"] == "moment"]
+    if moments:
+        boots = collections.Counter(line["boots"] for line in moments)
+        text += ["", f"Moments: {len(moments)}, in {len({(line['scenario'], line['cut'][0]) for line in moments})} runs; "
+                 + ", ".join(f"{word} {count}" for word, count in boots.most_common())
+                 + f"; with the environment torn {sum(line['torn'] for line in moments)}; booted {sum('booted' in line for line in moments)}."]
     seconds = collections.defaultdict(list)
     for line in results.lines:
         if "seconds" in line:
@@ -539,6 +643,8 @@ def main() -> int:
     parser.add_argument("--count", type=int, metavar="N", help="at most so many of each check, each scenario")
     parser.add_argument("--check", action="append", choices=CHECKS, help="only this check (default: boot, attach, repeat, cut)")
     parser.add_argument("--kill", type=int, default=0, metavar="N", help="also kills a running board at N random moments, each scenario")
+    parser.add_argument("--moments", type=int, default=0, metavar="N", dest="moment",
+                        help=f"also N runs that stand still at some {_MOMENTS} random moments, each scenario")
     parser.add_argument("--seconds", type=float, default=1e9, help="begins nothing new after so long; 0: runs nothing")
     parser.add_argument("--workers", type=int, default=2, help="boards at once")
     parser.add_argument("--directory", type=Path, default=_ROOT / "build" / "power-campaign", help="where its state is")
@@ -554,25 +660,24 @@ def main() -> int:
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     options.directory.mkdir(parents=True, exist_ok=True)
     results = Results(options.directory / "results.jsonl")
-    recordings, bench = {}, Bench()
-    for scenario in chosen:
-        directory = options.directory / scenario.name.replace(" ", "-")
-        if not options.seconds and not (directory / "about.json").exists():
-            continue
-        recording = recordings[scenario.name] = record(directory, scenario, bench)
-        if options.seconds:
-            cuts = [cut for cut in recording.cuts(options.random) if cut[0] % options.every == 0]
-            judge_all(recording, results, cuts)
-            print(f"{scenario.name}: {len(recording.operations)} operations, {len(cuts)} cuts", flush=True)
-    bench.close()
+    recordings = {}
+    with Bench() as bench:
+        for scenario in chosen:
+            directory = options.directory / scenario.name.replace(" ", "-")
+            if not options.seconds and not (directory / "about.json").exists():
+                continue
+            recording = recordings[scenario.name] = record(directory, scenario, bench)
+            if options.seconds:
+                cuts = [cut for cut in recording.cuts(options.random) if cut[0] % options.every == 0]
+                judge_all(recording, results, cuts)
+                print(f"{scenario.name}: {len(recording.operations)} operations, {len(cuts)} cuts", flush=True)
     if options.record:
         return 0
     checks = options.check or ["boot", "attach", "repeat", "cut"]
-    if options.kill:
-        checks = [*checks, "kill"]
+    checks = list(dict.fromkeys([*checks, *(check for check in ("kill", "moment") if getattr(options, check))]))
     counts = {} if options.count is None else {check: options.count for check in CHECKS}
     if options.seconds:
-        campaign(recordings, results, checks, {**counts, "kill": options.kill}, options.workers, options.seconds)
+        campaign(recordings, results, checks, {**counts, "kill": options.kill, "moment": options.moment}, options.workers, options.seconds)
     if options.report:
         write_report(options.report, table(recordings, results))
     print(table(recordings, results))

@@ -33,42 +33,68 @@ def _is_header(data, magic):
     return data[:4] == magic and int.from_bytes(data[_CRC_AT:_HEADER_SIZE], "big") == _crc(data[:_CRC_AT])
 
 
-def volume(flash, number, geometry):
+def _block(flash, number, geometry, owners):
+    """(volume, its block, sequence number, sum of the data) of an erase block, if a volume in `owners` has it."""
+    at = number * geometry.erase_block
+    if not _is_header(flash.read("ubi0", at, _HEADER_SIZE), _EC):
+        return None
+    second, data = _EC_OFFSETS.unpack(flash.read("ubi0", at + 16, 8))
+    header = flash.read("ubi0", at + second, _HEADER_SIZE)
+    if not _is_header(header, _VID):
+        return None
+    _, _, _, copied, _, owner, block, _, size, _, _, data_sum, _, sequence = _VID_FIELDS.unpack(header[:_VID_FIELDS.size])
+    if owner not in owners or (copied and _crc(flash.read("ubi0", at + data, size)) != data_sum):
+        return None
+    return owner, block, sequence, _sum(flash.read("ubi0", at + data, geometry.erase_block - data))
+
+
+class Volumes:
     """
-    {logical block: sum of its data} of a UBI volume; drivers/mtd/ubi/ubi-media.h tells the form. Of two copies of a block
+    Finds the blocks of these UBI volumes in flash; drivers/mtd/ubi/ubi-media.h tells the form. Of two copies of a block
     the later one counts; one that was being copied counts only if it is whole.
     """
-    best = {}
-    for at in range(0, layout.PARTITIONS["ubi0"].size, geometry.erase_block):
-        if not _is_header(flash.read("ubi0", at, _HEADER_SIZE), _EC):
-            continue
-        second, data = _EC_OFFSETS.unpack(flash.read("ubi0", at + 16, 8))
-        header = flash.read("ubi0", at + second, _HEADER_SIZE)
-        if not _is_header(header, _VID):
-            continue
-        _, _, _, copied, _, owner, block, _, size, _, _, data_sum, _, sequence = _VID_FIELDS.unpack(header[:_VID_FIELDS.size])
-        if owner != number or (block in best and best[block][0] > sequence):
-            continue
-        if copied and _crc(flash.read("ubi0", at + data, size)) != data_sum:
-            continue
-        best[block] = sequence, at + data, geometry.erase_block - data
-    return {block: _sum(flash.read("ubi0", at, length)) for block, (_, at, length) in best.items()}
+
+    def __init__(self, geometry, *owners):
+        self._geometry, self._owners = geometry, owners
+        self._known = {}
+
+    def __call__(self, flash, versions=None):
+        """
+        {volume: {logical block: sum of its data}}. `versions`: {erase block: what is another one when it holds something else},
+        0 when it is not in there: what is known is not read again.
+        """
+        best = {owner: {} for owner in self._owners}
+        for number in range(layout.PARTITIONS["ubi0"].size // self._geometry.erase_block):
+            found = self._found(flash, number, versions)
+            if found:
+                owner, block, sequence, data = found
+                if best[owner].get(block, (-1,))[0] <= sequence:
+                    best[owner][block] = sequence, data
+        return {owner: {block: data for block, (_, data) in blocks.items()} for owner, blocks in best.items()}
+
+    def _found(self, flash, number, versions):
+        if versions is None:
+            return _block(flash, number, self._geometry, self._owners)
+        version, known = versions.get(number, 0), self._known.get(number)
+        if not known or known[0] != version:
+            known = self._known[number] = version, _block(flash, number, self._geometry, self._owners)
+        return known[1]
 
 
 class Judge:
     """
     Judges what has read(partition, offset, length) as a replay has, against the flash that it is given first, the
-    device before the cut. `version(partition)` may say that contents are the ones that were judged before.
+    device before the cut.
     """
 
     def __init__(self, flash, geometry):
-        self._geometry, self._known = geometry, {}
+        self._known, self._volumes = {}, Volumes(geometry, 0, _TABLE)
         # A campaign may go on when what it installs was built anew: what the device holds counts as well.
         self._kernels = {_sum(real_images.contents(one.image(None))) for one in (A, B, SMALL_B)}
         known = variables(flash.read("bootenv_1"))
         self._kernels |= {self._kernel(flash, known, bank, lambda partition: None) for bank in ("1", "2")} - {""}
         self._recovery = _sum(flash.read("config_loader"))
-        self._kernel_1, self._root_1 = _sum(flash.read("kernel_1")), volume(flash, 0, geometry)
+        self._kernel_1, self._root_1 = _sum(flash.read("kernel_1")), self._volumes(flash)[0]
 
     def _once(self, what, key, make):
         if key is None:
@@ -77,8 +103,9 @@ class Judge:
             self._known[what, key] = make()
         return self._known[what, key]
 
-    def __call__(self, flash, version=None):
+    def __call__(self, flash, version=None, block_version=None):
         """
+        `version` and `block_version` as a Replay of the same device has them: what is known is not read again.
         {"boots": BANK_1, BANK_2, SHELL or NOTHING, "bank": the variable's value, "torn": the environment's sum is wrong, "old": bank 1 is byte for byte
         what it was, "key": what is the same for two flashes that no start can tell apart}.
         """
@@ -88,7 +115,7 @@ class Judge:
         known = variables(environment)
         bank = known.get("bootbank")
         kernel_1 = self._once("kernel_1", of("kernel_1"), lambda: _sum(flash.read("kernel_1")) == self._kernel_1)
-        root_1 = self._once("rootfs_1", of("ubi0"), lambda: self._has_root_1(flash))
+        root_1 = self._once("rootfs_1", of("ubi0"), lambda: self._has_root_1(flash, block_version))
         recovers = self._once("recovery", of("config_loader"),
                               lambda: _sum(flash.read("config_loader")) == self._recovery)
         kernel = self._kernel(flash, known, bank, of) if known.get("bootcmd", "run flashboot") == "run flashboot" else ""
@@ -99,9 +126,10 @@ class Judge:
         return {"boots": boots, "bank": bank, "torn": not known, "old": kernel_1 and root_1,
                 "key": f"{_sum(environment)} {kernel} {recovers} {ubi}"}
 
-    def _has_root_1(self, flash):
+    def _has_root_1(self, flash, block_version):
         """Without a table of volumes there are none."""
-        return bool(volume(flash, _TABLE, self._geometry)) and volume(flash, 0, self._geometry) == self._root_1
+        found = self._volumes(flash, block_version)
+        return bool(found[_TABLE]) and found[0] == self._root_1
 
     def _kernel(self, flash, known, bank, of):
         """The sum of what the boot loader would start."""

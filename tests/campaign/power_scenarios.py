@@ -136,8 +136,10 @@ def _is_split(dev):
 
 
 def _is_merged(dev):
-    wrong = [] if _partitions(dev) == {"ubi0": layout.PARTITIONS["ubi0"].size} else [f"partitions: {_partitions(dev)}"]
-    return wrong + _environment(dev, mtdparts=None) + _files(dev, "rootfs_1", A.files())
+    """An installation that merges writes the size of the whole down; no start splits at that."""
+    size = layout.PARTITIONS["ubi0"].size
+    wrong = [] if _partitions(dev) == {"ubi0": size} else [f"partitions: {_partitions(dev)}"]
+    return wrong + _environment(dev, mtdparts=f"atmel_nand:{size >> 10}k(ubi0),-(user)") + _files(dev, "rootfs_1", A.files())
 
 
 def _is_clean(dev):
