@@ -353,7 +353,7 @@ class Judge:
             return None
         program = self.directory / "recovery-loader"
         try:
-            failed = self._pytest(program, tests, [*(["-n", "2"] if len(tests) > 12 else []), "-m", "not board"])
+            failed = self._pytest(program, tests, [*(["-n", "2"] if len(tests) > 30 or tests[0].endswith(".py") else []), "-m", "not board"])
         except Stopped:
             return Verdict("time-out", "console " + " ".join(sorted({test.split("::")[0] for test in tests})))
         if not failed or not self._pytest(program, failed[:1], []):
