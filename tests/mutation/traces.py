@@ -42,7 +42,7 @@ class Traces:
         run through its function. All are, when it stands in none, or in one that the compiler may compute, and for the unit
         tests when it stands in a header: what it holds is also compiled into the tests, which are not traced."""
         own = self._traces[tier]
-        known = {test: number for number, (test, stamp) in enumerate(own["tests"]) if self._test_stamp(tier, test) == stamp}
+        known = {test: 1 << number for number, (test, stamp) in enumerate(own["tests"]) if self._test_stamp(tier, test) == stamp}
         in_function = [(line, int(bits, 16)) for line, bits in own["blocks"].get(place.file, [])
                        if place.function[0] <= line <= place.function[1]]
         if place.function == (0, 0) or not in_function or tier == "unit" and place.file.endswith(".h"):
@@ -55,8 +55,8 @@ class Traces:
         for line, bits in in_function:
             if before and line == max(before):
                 block |= bits
-        near = [test for test in all_tests if test not in known or block >> known[test] & 1]
-        far = [test for test in all_tests if test in known and through >> known[test] & 1 and not block >> known[test] & 1]
+        near = [test for test in all_tests if test not in known or block & known[test]]
+        far = [test for test in all_tests if test in known and through & known[test] and not block & known[test]]
         return near, far
 
     def console(self, place, files: list[str]) -> list[str]:
@@ -158,6 +158,8 @@ class Traces:
             if tier == "console":
                 test = re.sub(r" \((setup|call|teardown)\)$", "", test)
                 test = test if test.startswith("tests/") else f"tests/{test}"
+                if data[_NAME_ROOM - 1]:
+                    test = test.split("[")[0]  # too long a name: it stands for all cases of the test
             number = numbers.setdefault(test, len(numbers))
             for found in re.finditer(rb"[^\0]", data[_NAME_ROOM:]):
                 value, at = found[0][0], found.start() * 8
