@@ -36,21 +36,21 @@ _CONSOLE = {
               "console/test_flash_download_failure.py"],
     "mtd": ["console/test_startup_flash.py", "console/test_flash_maintenance.py", "console/test_flash_analyze.py"],
     "net": ["console/test_network.py", "console/test_link_mode.py", "console/test_file_download_network.py"],
-    "platform": ["console/test_gpiolib.py", "console/test_opmode.py", "console/test_startup.py"],
+    "platform": ["console/test_gpiolib.py", "console/test_opmode.py", "console/test_startup.py", "both/test_signals.py"],
     "prodcfg": ["console/test_product.py", "console/test_startup.py"],
     "tty": ["console/test_console_modes.py", "console/test_file_download.py", "both/test_port.py"],
     "ubi": ["console/test_flash_download_ubi.py", "console/test_flash_maintenance.py"],
     "util": ["console/test_logging.py", "console/test_builtins.py", "console/test_dispatch.py"],
     "commands/affirm": ["console/test_flash_maintenance.py", "console/test_product.py"],
     "commands/bootenv": ["console/test_bootenv.py"],
-    "commands/builtins": ["console/test_builtins.py", "console/test_logging.py"],
+    "commands/builtins": ["console/test_builtins.py", "console/test_logging.py", "console/test_startup.py"],
     "commands/command": ["console/test_dispatch.py", "console/test_builtins.py"],
     "commands/console": ["console/test_console_modes.py", "console/test_console_settings.py", "console/test_logging.py"],
     "commands/download": ["console/test_flash_download.py", "console/test_file_download.py",
                           "console/test_flash_download_network.py"],
     "commands/flash": ["console/test_flash_maintenance.py"],
     "commands/flash_analyze": ["console/test_flash_analyze.py"],
-    "commands/gpiolib": ["console/test_gpiolib.py", "console/test_pattern.py"],
+    "commands/gpiolib": ["console/test_gpiolib.py", "console/test_pattern.py", "both/test_signals.py"],
     "commands/network": ["console/test_network.py", "console/test_link_mode.py"],
     "commands/network_download": ["console/test_flash_download_network.py", "console/test_file_download_network.py"],
     "commands/opmode": ["console/test_opmode.py"],
@@ -61,6 +61,7 @@ _CONSOLE = {
 _CONSOLE_SECONDS = 1500.0  # a session that hangs ends by itself, as a test that fails
 _SLOW_SECONDS = 4.0        # unit tests that take longer than this come after the others
 _PATIENCE = "60"           # seconds that a console test waits for what must come
+_ELSEWHERE = 40            # console tests of other folders that are asked last
 _FREE_BYTES = 4 << 30      # a mutant that writes without end is stopped before the disk is full
 
 
@@ -183,22 +184,31 @@ class Build:
 
     def unit_stages(self, place: Place) -> list[tuple[str, float]]:
         """Filters of the unit tests that run through the mutant, with how long they take: of the tests of the file and its
-        folder first those through the very block, then the others; then the slow ones of these, and last those of other
+        folder first those through the very block, then the others; then the slow ones alike, and last those of other
         folders. A filter may be empty."""
         folder, name = place.file.split("/")[1], Path(place.file).stem
         own = self._suites.get(f"{folder}/{name}.h", set())
         near = own.union(*(suites for header, suites in self._suites.items() if header.startswith(folder + "/")))
         through, others = self._traces.tests("unit", place, self._units)
+        # The slow ones are not traced: they run through what the others of their suite do.
+        alike = own if len(through) == len(self._units) else {_plain_suite(test) for test in through}
         stages = [[test for test in through if _plain_suite(test) in near], [test for test in others if _plain_suite(test) in near],
-                  [test for test, suite, _ in self._slow if suite in near],
+                  [test for test, suite, _ in self._slow if suite in near & alike],
                   [test for test in through + others if _plain_suite(test) not in near]]
         slow = {test: seconds for test, _, seconds in self._slow}
         return [(":".join(tests), sum(self._seconds.get(test, slow.get(test, 1.0)) for test in tests)) for tests in stages]
 
     def console_tests(self, place: Place) -> list[str]:
         """The console tests that concern the file's folder and run through the mutant, as arguments of pytest."""
+        return self._traces.console(place, self._console_files_of(place))
+
+    def other_console_tests(self, place: Place) -> list[str]:
+        """Some of the console tests of other folders that run through the mutant."""
+        return self._traces.elsewhere(place, self._console_files_of(place), _ELSEWHERE)
+
+    def _console_files_of(self, place: Place) -> list[str]:
         folder, name = place.file.split("/")[1], Path(place.file).stem
-        return self._traces.console(place, self._console_files(_CONSOLE.get(f"{folder}/{name}") or _CONSOLE[folder]))
+        return self._console_files(_CONSOLE.get(f"{folder}/{name}") or _CONSOLE[folder])
 
     def _console_files(self, names: Iterable[str]) -> list[str]:
         """Those that there are."""
@@ -304,7 +314,7 @@ class Judge:
             verdict = self._console(console) or (self._units([slow, far]) if far else None)
         else:
             verdict = self._units([far]) or self._console(console) or self._units([slow])
-        return verdict or Verdict("survived")
+        return verdict or self._console(self.build.other_console_tests(place)) or Verdict("survived")
 
     def _units(self, stages: list[tuple[str, float]]) -> Verdict | None:
         for tests, seconds in stages:

@@ -70,6 +70,13 @@ class Traces:
             return files
         return near + whole + far
 
+    def elsewhere(self, place, files: list[str], most: int) -> list[str]:
+        """Console tests in other files that run through the mutant's very block, at most so many of them."""
+        others = [test for test, stamp in self._traces["console"]["tests"] if test.split("::")[0] not in files
+                  and self._test_stamp("console", test) == stamp]
+        near, _ = self.tests("console", place, others)
+        return near[::max(1, -(-len(near) // most))] if near != others else []
+
     # ------------------------------------------------------------------ making them
 
     def _stamp(self) -> str:
