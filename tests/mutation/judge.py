@@ -169,6 +169,7 @@ class Build:
         for suite in xml.etree.ElementTree.parse(results).getroot():
             for test in suite:
                 name, seconds = f"{suite.get('name')}.{test.get('name')}", float(test.get("time"))
+                self.passing.add(name)
                 if seconds > _SLOW_SECONDS:
                     self._slow.append((name, _plain_suite(name), seconds))
                 else:

@@ -79,6 +79,12 @@ TEST_F(jffs2_test, a_device_that_tells_no_size_is_not_dumped) {
   EXPECT_EQ(root.shell_lines(), lines());
 }
 
+TEST_F(jffs2_test, the_command_line_of_the_dump_is_told) {
+  log_level = level_verbose;
+  EXPECT_EQ(analyze_dump("Empty space: 1, dirty space: 0\n"), 1);
+  EXPECT_EQ(root.printed(), "VERBOSE: flash_analyze_jffs2: popen(" + dump + ")\n");
+}
+
 TEST_F(jffs2_test, a_dump_that_cannot_be_started_is_an_error) {
   root.fail_call("posix_spawn", {.match = "jffs2dump", .error = ENOMEM, .result = 0});
   EXPECT_FALSE(flash_analyze_jffs2("/dev/mtd0", &record_));
