@@ -41,6 +41,7 @@ _CONSOLE = {
     "tty": ["console/test_console_modes.py", "console/test_file_download.py", "both/test_port.py"],
     "ubi": ["console/test_flash_download_ubi.py", "console/test_flash_maintenance.py"],
     "util": ["console/test_logging.py", "console/test_builtins.py", "console/test_dispatch.py"],
+    "util/unique_file": ["console/test_file_download.py", "console/test_product.py"],
     "commands/affirm": ["console/test_flash_maintenance.py", "console/test_product.py"],
     "commands/bootenv": ["console/test_bootenv.py"],
     "commands/builtins": ["console/test_builtins.py", "console/test_logging.py", "console/test_startup.py"],
