@@ -210,7 +210,10 @@ class Build:
 
     def _console_files_of(self, place: Place) -> list[str]:
         folder, name = place.file.split("/")[1], Path(place.file).stem
-        return self._console_files(_CONSOLE.get(f"{folder}/{name}") or _CONSOLE[folder])
+        names = _CONSOLE.get(f"{folder}/{name}") or _CONSOLE[folder]
+        # The headers of the commands hold what help shows of them.
+        helped = ["console/test_dispatch.py"] if folder == "commands" and place.file.endswith(".h") else []
+        return self._console_files([*helped, *names])
 
     def _console_files(self, names: Iterable[str]) -> list[str]:
         """Those that there are."""
@@ -381,7 +384,8 @@ class Judge:
         words = ["/usr/bin/python3", "-m", "pytest", "-x", "-q", "--tb=no", "-rfE", "-p", "no:cacheprovider",
                  f"--basetemp={self._temporary}/pytest", f"--build={self.build.directory}", f"--program={program}", *options, *tests]
         status, output = self._run(words, _CONSOLE_SECONDS, self.build.root)
-        failed = [name.split(" - ")[0] for name in re.findall(r"^(?:FAILED|ERROR) (tests/.*)$", output, re.MULTILINE)]
+        # What is behind the name is why; a parameter of the test may look like that.
+        failed = re.findall(r"^(?:FAILED|ERROR) (tests/[^ \[]*(?:\[.*?\])?)(?: - .*)?$", output, re.MULTILINE)
         if status != 0 and not failed:
             raise RuntimeError(f"{' '.join(words)}:\n{output[-3000:]}")
         return failed
