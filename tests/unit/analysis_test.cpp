@@ -76,6 +76,9 @@ TEST_F(jffs2_test, a_device_that_tells_no_size_is_not_dumped) {
   root.fail_ioctl(0x80204D01, EINVAL);
   EXPECT_FALSE(flash_analyze_jffs2("/dev/mtd0", &record_));
   EXPECT_FALSE(flash_analyze_jffs2("/dev/mtd9", &record_));
+  root.drop_rules();
+  root.answer_ioctl(0x80204D01, std::string(32, '\0'));
+  EXPECT_FALSE(flash_analyze_jffs2("/dev/mtd0", &record_)) << "nor one that has none";
   EXPECT_EQ(root.shell_lines(), lines());
 }
 
