@@ -296,6 +296,7 @@ def test_volume_is_attached_and_mounted_for_its_row_only(formatted):
     ('VEXO_PRODUCT_VERSION="0123456789ABCDEF"\n', "0123456789ABCDEF", "-"),
     ('VEXO_PRODUCT_VERSION="0123456789ABCDEFGH"\n', "0123456789ABCDEF", "-"),
     ('VEXO_PRODUCT_CODE="ABCDEF"\n', "-", "ABCD"),
+    ('VEXO_PRODUCT_VERSION="%d%%"\nVEXO_PRODUCT_CODE="%d%%"\n', "%d%%", "%d%%"),
     ('VEXO_PRODUCT_VERSION="VEXO_PRODUCT_CODE"\n', "VEXO_PRODUCT_COD", "-"),
     ("VEXO_PRODUCT_VERSION=" + '"' + "9" * 300 + '"\n', "-", "-"),
     ('VEXO_PRODUCT_VERSION="1" VEXO_PRODUCT_CODE="K1"\n', '1" VEXO_PRODUCT_', "-"),

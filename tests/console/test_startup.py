@@ -10,7 +10,7 @@ import pytest
 
 from console_port import block
 from product import mode_block
-from texts import BANNER, PROMPT, SUCCESS, errors
+from texts import BANNER, NOTICE, PROMPT, SUCCESS, errors
 
 READ_MTDPARTS = "/usr/sbin/fw_printenv -n mtdparts"
 MIB = 1 << 20
@@ -25,7 +25,7 @@ def test_screen_shows_settings_then_banner_then_notice_then_mode_then_prompt(dev
     rest = text.removeprefix(block())
     banner, notice, mode = rest.split("\n", 2)
     assert re.fullmatch(re.escape(BANNER) + r"[A-Z][a-z]{2} [ \d]\d \d{4} \d\d:\d\d:\d\d\)", banner)
-    assert notice.strip() != ""
+    assert notice + "\n" == NOTICE
     assert mode == mode_block() + "\n", "a blank line, then the prompt"
     assert dev.boot_console.output == b"", "everything goes to the port"
     assert dev.port(0).output == b"" and dev.port(2).output == b""

@@ -4,6 +4,7 @@ Only the changed file is compiled, and only the unit tests and the program are l
 mutant's own: several are judged side by side, and the sources stay as they are.
 """
 
+import itertools
 import json
 import os
 import re
@@ -15,10 +16,12 @@ import subprocess
 import threading
 import time
 import xml.etree.ElementTree
+from collections.abc import Iterable
 from dataclasses import dataclass
 from pathlib import Path
 
 from places import Place
+from traces import Traces
 
 # The console tests that concern a folder, or a file of the commands.
 _CONSOLE = {
@@ -33,21 +36,22 @@ _CONSOLE = {
               "console/test_flash_download_failure.py"],
     "mtd": ["console/test_startup_flash.py", "console/test_flash_maintenance.py", "console/test_flash_analyze.py"],
     "net": ["console/test_network.py", "console/test_link_mode.py", "console/test_file_download_network.py"],
-    "platform": ["console/test_gpiolib.py", "console/test_opmode.py", "console/test_startup.py"],
+    "platform": ["console/test_gpiolib.py", "console/test_opmode.py", "console/test_startup.py", "both/test_signals.py"],
     "prodcfg": ["console/test_product.py", "console/test_startup.py"],
     "tty": ["console/test_console_modes.py", "console/test_file_download.py", "both/test_port.py"],
     "ubi": ["console/test_flash_download_ubi.py", "console/test_flash_maintenance.py"],
     "util": ["console/test_logging.py", "console/test_builtins.py", "console/test_dispatch.py"],
+    "util/unique_file": ["console/test_file_download.py", "console/test_product.py"],
     "commands/affirm": ["console/test_flash_maintenance.py", "console/test_product.py"],
     "commands/bootenv": ["console/test_bootenv.py"],
-    "commands/builtins": ["console/test_builtins.py", "console/test_logging.py"],
+    "commands/builtins": ["console/test_builtins.py", "console/test_logging.py", "console/test_startup.py"],
     "commands/command": ["console/test_dispatch.py", "console/test_builtins.py"],
     "commands/console": ["console/test_console_modes.py", "console/test_console_settings.py", "console/test_logging.py"],
     "commands/download": ["console/test_flash_download.py", "console/test_file_download.py",
                           "console/test_flash_download_network.py"],
     "commands/flash": ["console/test_flash_maintenance.py"],
     "commands/flash_analyze": ["console/test_flash_analyze.py"],
-    "commands/gpiolib": ["console/test_gpiolib.py", "console/test_pattern.py"],
+    "commands/gpiolib": ["console/test_gpiolib.py", "console/test_pattern.py", "both/test_signals.py"],
     "commands/network": ["console/test_network.py", "console/test_link_mode.py"],
     "commands/network_download": ["console/test_flash_download_network.py", "console/test_file_download_network.py"],
     "commands/opmode": ["console/test_opmode.py"],
@@ -58,6 +62,7 @@ _CONSOLE = {
 _CONSOLE_SECONDS = 1500.0  # a session that hangs ends by itself, as a test that fails
 _SLOW_SECONDS = 4.0        # unit tests that take longer than this come after the others
 _PATIENCE = "60"           # seconds that a console test waits for what must come
+_ELSEWHERE = 40            # console tests of other folders that are asked last
 _FREE_BYTES = 4 << 30      # a mutant that writes without end is stopped before the disk is full
 
 
@@ -91,8 +96,9 @@ class Build:
         entries = json.loads((self.directory / "compile_commands.json").read_text())
         self._commands = {os.path.relpath(entry["file"], self.root): shlex.split(entry["command"]) for entry in entries}
 
-    def make(self) -> None:
-        """Brings the build up to date. The first time, measures how long the unit tests take, and fails when not all pass."""
+    def make(self, workers: int) -> None:
+        """Brings the build up to date. The first time, measures how long the unit tests take, and fails when not all pass;
+        and finds out which test runs through which code."""
         # The banner's date does not follow the commit here: what was built and measured stays good for the next one.
         self._run(["ninja", "-C", str(self.directory), "-j2", "unit_tests", "recovery-loader"],
                   dict(os.environ, SOURCE_DATE_EPOCH="1700000000"))
@@ -100,6 +106,16 @@ class Build:
         self._read_dependencies()
         self._read_suites()
         self._measure()
+        self._traces = Traces(self, self._console_files(itertools.chain(*_CONSOLE.values())))
+        self._traces.load(workers)
+
+    def commands(self) -> dict[str, list[str]]:
+        """How each source is compiled."""
+        return self._commands
+
+    def slow_tests(self) -> list[str]:
+        """The unit tests that take much longer than the others."""
+        return [test for test, _, _ in self._slow]
 
     def flags(self, file: str) -> list[str]:
         """What the compiler's front end is told about the file: include directories and definitions."""
@@ -152,37 +168,56 @@ class Build:
             made.rename(results)
         self._seconds, self._slow = {}, []
         for suite in xml.etree.ElementTree.parse(results).getroot():
-            plain = suite.get("name").split("/")[1] if "/" in suite.get("name") else suite.get("name")
             for test in suite:
-                seconds = float(test.get("time"))
+                name, seconds = f"{suite.get('name')}.{test.get('name')}", float(test.get("time"))
+                self.passing.add(name)
                 if seconds > _SLOW_SECONDS:
-                    self._slow.append((f"{suite.get('name')}.{test.get('name')}", plain, seconds))
-                    seconds = 0.0
-                self._seconds[plain] = self._seconds.get(plain, 0.0) + seconds
+                    self._slow.append((name, _plain_suite(name), seconds))
+                else:
+                    self._seconds[name] = seconds
+        self._units, suite = [], ""
+        for line in self._run([str(self.directory / "unit_tests"), "--gtest_list_tests"]).splitlines():
+            if not line.startswith(" "):
+                suite = line.split("#")[0].strip()
+            elif suite + line.split("#")[0].strip() not in self.slow_tests():
+                self._units.append(suite + line.split("#")[0].strip())
 
     # ------------------------------------------------------------------ what a mutant is judged by
 
-    def unit_stages(self, file: str) -> list[tuple[str, float]]:
-        """Filters of the unit tests, with how long they take: the file's suites, the folder's, the slow ones of these, and last
-        all others."""
-        folder, name = file.split("/")[1], Path(file).stem
+    def unit_stages(self, place: Place) -> list[tuple[str, float]]:
+        """Filters of the unit tests that run through the mutant, with how long they take: of the tests of the file and its
+        folder first those through the very block, then the others; then the slow ones alike, and last those of other
+        folders. A filter may be empty."""
+        folder, name = place.file.split("/")[1], Path(place.file).stem
         own = self._suites.get(f"{folder}/{name}.h", set())
-        near = set().union(*(suites for header, suites in self._suites.items() if header.startswith(folder + "/"))) - own
-        far = set(self._seconds) - own - near
-        slow = [(test, seconds) for test, suite, seconds in self._slow if suite in own | near]
-        return [(self._filter(suites), sum(self._seconds.get(suite, 1.0) for suite in suites)) for suites in (own, near) if suites] + \
-            ([(":".join(test for test, _ in slow), sum(seconds for _, seconds in slow))] if slow else []) + \
-            [(self._filter(far), sum(self._seconds[suite] for suite in far))]
+        near = own.union(*(suites for header, suites in self._suites.items() if header.startswith(folder + "/")))
+        through, others = self._traces.tests("unit", place, self._units)
+        # The slow ones are not traced: they run through what the others of their suite do.
+        alike = own if len(through) == len(self._units) else {_plain_suite(test) for test in through}
+        stages = [[test for test in through if _plain_suite(test) in near], [test for test in others if _plain_suite(test) in near],
+                  [test for test, suite, _ in self._slow if suite in near & alike],
+                  [test for test in through + others if _plain_suite(test) not in near]]
+        slow = {test: seconds for test, _, seconds in self._slow}
+        return [(":".join(tests), sum(self._seconds.get(test, slow.get(test, 1.0)) for test in tests)) for tests in stages]
 
-    def _filter(self, suites: set[str]) -> str:
-        chosen = ":".join(f"{suite}.*:*/{suite}.*" for suite in sorted(suites))
-        return f"{chosen}-{':'.join(test for test, _, _ in self._slow)}"
+    def console_tests(self, place: Place) -> list[str]:
+        """The console tests that concern the file's folder and run through the mutant, as arguments of pytest."""
+        return self._traces.console(place, self._console_files_of(place))
 
-    def console_tests(self, file: str) -> list[str]:
-        """The console tests that concern the file's folder, as arguments of pytest."""
-        folder, name = file.split("/")[1], Path(file).stem
-        chosen = _CONSOLE.get(f"{folder}/{name}") or _CONSOLE[folder]
-        return [f"tests/{path}" for path in chosen]
+    def other_console_tests(self, place: Place) -> list[str]:
+        """Some of the console tests of other folders that run through the mutant."""
+        return self._traces.elsewhere(place, self._console_files_of(place), _ELSEWHERE)
+
+    def _console_files_of(self, place: Place) -> list[str]:
+        folder, name = place.file.split("/")[1], Path(place.file).stem
+        names = _CONSOLE.get(f"{folder}/{name}") or _CONSOLE[folder]
+        # The headers of the commands hold what help shows of them.
+        helped = ["console/test_dispatch.py"] if folder == "commands" and place.file.endswith(".h") else []
+        return self._console_files([*helped, *names])
+
+    def _console_files(self, names: Iterable[str]) -> list[str]:
+        """Those that there are."""
+        return [f"tests/{name}" for name in dict.fromkeys(names) if (self.root / "tests" / name).exists()]
 
     def compile_all(self, place: Place, directory: Path, optimized: bool = False) -> dict[str, Path] | None:
         """Compiles the mutant and what includes it, into `directory`. Returns the new objects by source, or None when it does
@@ -223,11 +258,11 @@ class Build:
         changed = self.compile_all(place, directory, optimized=True)
         return changed is not None and {user: path.read_bytes() for user, path in changed.items()} == self._same[place.file]
 
-    def link(self, target: str, objects: dict[str, Path], output: Path) -> None:
-        """Links the program with these objects in place of the ones of the same sources."""
+    def link(self, target: str, objects: dict[str, Path], output: Path, extra: list[Path] = ()) -> None:
+        """Links the program with these objects in place of the ones of the same sources, and with the extra ones."""
         command = list(self._links[target])
         command[command.index("-o") + 1] = str(output)
-        loose = []
+        loose = [str(path) for path in extra]
         for user, path in objects.items():
             own = self._commands[user]
             plain = own[own.index("-o") + 1]
@@ -239,6 +274,12 @@ class Build:
         run = subprocess.run(command, cwd=self.directory, capture_output=True, text=True)
         if run.returncode != 0:
             raise RuntimeError(f"{place_of(objects)} does not link:\n{run.stderr[-2000:]}")
+
+
+def _plain_suite(test: str) -> str:
+    """The name of a unit test's suite as the source has it."""
+    suite = test.split(".")[0]
+    return suite.split("/")[1] if "/" in suite else suite
 
 
 def place_of(objects: dict[str, Path]) -> str:
@@ -263,25 +304,27 @@ class Judge:
             return Verdict("does not compile")
         if "/main.cpp" not in place.file:
             self.build.link("unit_tests", objects, self.directory / "unit_tests")
-            *near, far = self.build.unit_stages(place.file)
+            *near, slow, far = self.build.unit_stages(place)
         else:
-            near, far = [], None
+            near, slow, far = [], None, None
         verdict = self._units(near)
         if verdict or self._quick:
             return verdict or Verdict("open")
+        if self.build.is_same_code(place, self.directory / "optimized"):
+            return Verdict("same code")
         self.build.link("recovery-loader", objects, self.directory / "recovery-loader")
-        console = self.build.console_tests(place.file)
+        console = self.build.console_tests(place)
         # What the shell does is seen on the console; what it uses, by other units.
         if far is None or place.file.split("/")[1] in ("cli", "commands", "console"):
-            verdict = self._console(console) or (self._units([far]) if far else None)
+            verdict = self._console(console) or (self._units([slow, far]) if far else None)
         else:
-            verdict = self._units([far]) or self._console(console)
-        if verdict is None and self.build.is_same_code(place, self.directory / "optimized"):
-            return Verdict("same code")
-        return verdict or Verdict("survived")
+            verdict = self._units([far]) or self._console(console) or self._units([slow])
+        return verdict or self._console(self.build.other_console_tests(place)) or Verdict("survived")
 
     def _units(self, stages: list[tuple[str, float]]) -> Verdict | None:
         for tests, seconds in stages:
+            if not tests:
+                continue
             verdict = self._unit(tests, 60 + 8 * seconds)
             if verdict:
                 return verdict
@@ -321,11 +364,13 @@ class Judge:
 
     def _console(self, tests: list[str]) -> Verdict | None:
         """The verdict when a console test fails, fails again, and passes with the unchanged program."""
+        if not tests:
+            return None
         program = self.directory / "recovery-loader"
         try:
-            failed = self._pytest(program, tests, ["-n", "2", "-m", "not board"])
+            failed = self._pytest(program, tests, [*(["-n", "2"] if len(tests) > 30 or tests[0].endswith(".py") else []), "-m", "not board"])
         except Stopped:
-            return Verdict("time-out", "console " + " ".join(tests))
+            return Verdict("time-out", "console " + " ".join(sorted({test.split("::")[0] for test in tests})))
         if not failed or not self._pytest(program, failed[:1], []):
             return None
         if failed[0] not in self.build.passing:
@@ -339,7 +384,8 @@ class Judge:
         words = ["/usr/bin/python3", "-m", "pytest", "-x", "-q", "--tb=no", "-rfE", "-p", "no:cacheprovider",
                  f"--basetemp={self._temporary}/pytest", f"--build={self.build.directory}", f"--program={program}", *options, *tests]
         status, output = self._run(words, _CONSOLE_SECONDS, self.build.root)
-        failed = [name.split(" - ")[0] for name in re.findall(r"^(?:FAILED|ERROR) (tests/.*)$", output, re.MULTILINE)]
+        # What is behind the name is why; a parameter of the test may look like that.
+        failed = re.findall(r"^(?:FAILED|ERROR) (tests/[^ \[]*(?:\[.*?\])?)(?: - .*)?$", output, re.MULTILINE)
         if status != 0 and not failed:
             raise RuntimeError(f"{' '.join(words)}:\n{output[-3000:]}")
         return failed

@@ -27,6 +27,8 @@ _BOUNDARY = {"<": "<=", "<=": "<", ">": ">=", ">=": ">"}
 _NUMBER = re.compile(r"(?:(0[xX])([0-9a-fA-F]+)|()([0-9]+))([uUlL]*)")
 _LEAVES = (CursorKind.RETURN_STMT, CursorKind.BREAK_STMT, CursorKind.CONTINUE_STMT)
 _STATEMENTS = (CursorKind.COMPOUND_STMT, CursorKind.CASE_STMT, CursorKind.DEFAULT_STMT)
+_FUNCTIONS = (CursorKind.FUNCTION_DECL, CursorKind.CXX_METHOD, CursorKind.CONSTRUCTOR, CursorKind.DESTRUCTOR,
+              CursorKind.CONVERSION_FUNCTION, CursorKind.FUNCTION_TEMPLATE)
 # A conversion of printf, an escape, and a letter or digit: only the last may be changed.
 _TEXT_PIECE = re.compile(r"%[-#0 +']*[0-9.*]*(?:hh|h|ll|l|z|j|t)?[a-zA-Z%]|\\(?:x[0-9a-fA-F]+|[0-7]+|.)|\[[^]\"]*\]|([A-Za-z0-9])|.", re.DOTALL)
 
@@ -44,6 +46,7 @@ class Place:
     line: int
     source_line: str  # without the space around it
     name: str  # stays the same when other lines of the file change
+    function: tuple[int, int] = (0, 0)  # first and last line of the function around it that runs on the device, 0 without one
 
     def apply(self, source: bytes) -> bytes:
         return source[:self.start] + self.after.encode() + source[self.end:]
@@ -58,7 +61,7 @@ class Place:
 
 class _Finder:
     def __init__(self, file: str, source: bytes):
-        self.file, self.source, self.found = file, source, []
+        self.file, self.source, self.found, self.functions = file, source, [], []
 
     def text(self, cursor) -> str:
         return self.source[cursor.extent.start.offset:cursor.extent.end.offset].decode()
@@ -80,6 +83,11 @@ class _Finder:
             method = None
         if method:
             method(cursor, parent)
+        if cursor.kind in _FUNCTIONS and cursor.is_definition():
+            # One that the compiler may run as well is none.
+            first, last = cursor.extent.start, cursor.extent.end
+            if not re.search(rb"\bconst(expr|eval)\b", self.source[first.offset:last.offset].partition(b"{")[0]):
+                self.functions.append((first.line, last.line))
         if parent is not None and parent.kind in _STATEMENTS:
             self.statement(cursor)
         for child in cursor.get_children():
@@ -210,7 +218,8 @@ def find_places(root: Path, file: str, flags: list[str]) -> list[Place]:
         seen[what] = seen.get(what, 0) + 1
         name = hashlib.sha1(f"{what}|{seen[what]}".encode()).hexdigest()[:10]
         line = source.count(b"\n", 0, start) + 1
-        places.append(Place(file, operator, start, end, before, after, line, source_line, name))
+        around = [lines for lines in finder.functions if lines[0] <= line <= lines[1]]
+        places.append(Place(file, operator, start, end, before, after, line, source_line, name, min(around, default=(0, 0))))
     return places
 
 

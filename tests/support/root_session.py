@@ -100,6 +100,8 @@ class RootSession(Session, DeviceRoot):
             "UBSAN_OPTIONS": "print_stacktrace=1:log_path=/.harness/sanitizer",
             # A build that counts what is covered; others take no notice.
             "LLVM_PROFILE_FILE": "/.harness/build/coverage/%m%c.profraw",
+            # The same for one that writes down which test it was started by.
+            "PYTEST_CURRENT_TEST": os.environ.get("PYTEST_CURRENT_TEST", ""),
         }
         self.starts += 1
         for port in self._ports.values():

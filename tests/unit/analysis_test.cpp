@@ -76,7 +76,16 @@ TEST_F(jffs2_test, a_device_that_tells_no_size_is_not_dumped) {
   root.fail_ioctl(0x80204D01, EINVAL);
   EXPECT_FALSE(flash_analyze_jffs2("/dev/mtd0", &record_));
   EXPECT_FALSE(flash_analyze_jffs2("/dev/mtd9", &record_));
+  root.drop_rules();
+  root.answer_ioctl(0x80204D01, std::string(32, '\0'));
+  EXPECT_FALSE(flash_analyze_jffs2("/dev/mtd0", &record_)) << "nor one that has none";
   EXPECT_EQ(root.shell_lines(), lines());
+}
+
+TEST_F(jffs2_test, the_command_line_of_the_dump_is_told) {
+  log_level = level_verbose;
+  EXPECT_EQ(analyze_dump("Empty space: 1, dirty space: 0\n"), 1);
+  EXPECT_EQ(root.printed(), "VERBOSE: flash_analyze_jffs2: popen(" + dump + ")\n");
 }
 
 TEST_F(jffs2_test, a_dump_that_cannot_be_started_is_an_error) {

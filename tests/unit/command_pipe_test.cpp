@@ -89,6 +89,10 @@ TEST_F(command_pipe_test, a_tool_that_does_not_end_is_killed) {
   const int status = tool.end();
   EXPECT_TRUE(WIFSIGNALED(status));
   EXPECT_EQ(WTERMSIG(status), SIGKILL);
+  size_t looks = 0;
+  for (const device_event& event : root.events("sleep"))
+    looks += event.fields[0] == "0.05";
+  EXPECT_EQ(looks, 20U) << "a second in all";
 }
 
 TEST_F(command_pipe_test, a_tool_that_has_ended_is_only_reaped) {

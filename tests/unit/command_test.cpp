@@ -104,6 +104,17 @@ TEST_F(command_test, a_handler_tells_its_name_first) {
   }
 }
 
+TEST_F(command_test, show_bootenv_takes_the_item_that_may_be_named) {
+  char item[] = "bootbank";
+  char surplus[] = "bootdelay";
+  tokens[0] = item;
+  tokens[1] = surplus;
+  ntokens = 2;
+  cmd_show_bootenv();
+  EXPECT_EQ(ntokens, 1);
+  EXPECT_EQ(token_first(), surplus);
+}
+
 TEST_F(command_test, an_entry_without_a_command_would_say_so) {
   cmd_not_yet_implemented();
   EXPECT_EQ(root.printed(), "ERROR: This function has not yet been implemented!\n");

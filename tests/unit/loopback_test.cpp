@@ -113,6 +113,13 @@ TEST_F(loopback_test, plug_that_returns_everything) {
   }
 }
 
+TEST_F(loopback_test, a_plug_needs_no_room_for_an_echo) {
+  const wire plug(line_1_, line_1_);
+  root.fail_call("malloc", {.match = "1", .error = ENOMEM, .result = 0});
+  EXPECT_EQ(tty_test_loopback(300, &local_, nullptr), 1);
+  EXPECT_EQ(root.printed(), begin(300));
+}
+
 TEST_F(loopback_test, more_than_the_line_holds_at_once) {
   const wire plug(line_1_, line_1_);
   EXPECT_EQ(tty_test_loopback(100000, &local_, nullptr), 1);

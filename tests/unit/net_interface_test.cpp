@@ -73,6 +73,12 @@ TEST_F(net_start_test, an_address_of_zero_means_dhcp_and_the_rest_is_ignored) {
   EXPECT_EQ(steps(), all_of({up, linked, lease, settled}));
 }
 
+TEST_F(net_start_test, the_start_of_the_program_is_traced) {
+  log_level = level_trace;
+  net_init();
+  EXPECT_EQ(root.printed(), "TRACE: net_init:\n");
+}
+
 TEST_F(net_start_test, static_configuration_with_another_hardware_address) {
   give_product_mac(product_mac);
   EXPECT_EQ(start_static("192.168.1.5"), 1);

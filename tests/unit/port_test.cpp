@@ -2,8 +2,10 @@
 #include "tty/port.h"
 #include "console/console.h"
 
+#include <pthread.h>
 #include <sys/stat.h>
 
+#include <csignal>
 #include <thread>
 
 #include "loader_test.h"
@@ -207,6 +209,29 @@ TEST_F(tty_port_test, a_byte_of_the_console_is_waited_for) {
   });
   EXPECT_EQ(tty_read_cli_byte(), 'a');
   sender.join();
+}
+
+// A signal that a handler takes interrupts the wait.
+volatile sig_atomic_t signals_taken;
+
+TEST_F(tty_port_test, a_signal_is_no_end_of_input) {
+  const serial_port line(1);
+  root.set_input(line);
+  struct sigaction action = {};
+  struct sigaction previous;
+  action.sa_handler = [](int) { signals_taken = signals_taken + 1; };
+  sigaction(SIGUSR1, &action, &previous);
+  signals_taken = 0;
+  std::thread sender([&line, reader = pthread_self()] {
+    while (signals_taken < 20) {
+      pthread_kill(reader, SIGUSR1);
+      usleep(1000);
+    }
+    line.send("a\n");
+  });
+  EXPECT_EQ(tty_read_cli_byte(), 'a');
+  sender.join();
+  sigaction(SIGUSR1, &previous, nullptr);
 }
 
 TEST_F(tty_port_test, behind_the_end_of_input_reading_goes_on) {

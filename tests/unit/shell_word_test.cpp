@@ -13,8 +13,8 @@ namespace {
 class shell_word_test : public loader_test {};
 
 TEST_F(shell_word_test, ordinary_names_stay_as_they_are) {
-  for (const char* name :
-       {"image.rom", "/tmp/a-b_c.d+e", "dir/sub,dir/x@1:2=3%4^5", "", "-l", "r\xC3\xA4t"}) {
+  for (const char* name : {"image.rom", "/tmp/a-b_c.d+e", "dir/sub,dir/x@1:2=3%4^5", "", "-l", "r\xC3\xA4t",
+                           "\xC4\x80\xC3\xBF"}) {
     shell_word quoted;
     shell_word bare;
     EXPECT_TRUE(quoted.set_quoted(name));

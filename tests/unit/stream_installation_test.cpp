@@ -93,6 +93,15 @@ TEST_F(image_write_fd_test,
   EXPECT_EQ(flash("/dev/mtd3", 40), std::string(40, '\0'));
 }
 
+TEST_F(image_write_fd_test, a_stream_that_ends_within_a_skipped_boot_environment_fails) {
+  sender source(boot_env.whole().substr(0, 256 + 39));
+  source.hang_up();
+  EXPECT_EQ(install(source), 0);
+  EXPECT_EQ(root.printed(), boot_env.info() +
+                                "NOTE: Skipping boot_env image because flash is not clean\n"
+                                "ERROR: Failed to read firmware image [No data available]\n");
+}
+
 // ---------------------------------------------------------------------------------------------- saved
 // headers
 

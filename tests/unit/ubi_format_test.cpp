@@ -36,6 +36,7 @@ TEST_F(ubi_format_test, a_smaller_total_splits_records_and_erases_first) {
   EXPECT_EQ(ubi_format("ubi0", 20480, 81920), 1);
   EXPECT_EQ(root.events("ioctl").size(), 2u);
   EXPECT_EQ(root.env()["mtdparts"], "atmel_nand:81920k(ubi0),-(user)");
+  EXPECT_NE(root.read_file("/proc/mtd").find(": 05000000 00020000 \"ubi0\"\n"), std::string::npos);
   const lines all = root.shell_lines();
   EXPECT_EQ(
       lines(all.begin(), all.begin() + 4),

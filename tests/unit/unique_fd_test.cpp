@@ -39,6 +39,18 @@ TEST_F(unique_fd_test, reset_closes_what_it_had) {
   EXPECT_FALSE(is_open(second));
 }
 
+TEST_F(unique_fd_test, descriptor_0_is_closed_like_any_other) {
+  const int input = dup(STDIN_FILENO);
+  close(STDIN_FILENO);
+  {
+    const unique_fd owner(fresh());
+    EXPECT_EQ(owner.get(), STDIN_FILENO);
+  }
+  EXPECT_FALSE(is_open(STDIN_FILENO));
+  dup2(input, STDIN_FILENO);
+  close(input);
+}
+
 TEST_F(unique_fd_test, moving_hands_the_descriptor_on) {
   const int fd = fresh();
   unique_fd first(fd);
