@@ -72,8 +72,8 @@ class Target:
         """The inputs that brought the program down, took too long or leaked."""
         return sorted(path.name for kind in ("crash", "leak", "timeout", "oom") for path in self.directory.glob(f"{kind}-*"))
 
-    def run(self, executions, seconds):
-        """Runs up to so many executions and seconds, and keeps the account, in processor seconds."""
+    def run(self, executions, seconds, built_at):
+        """Runs up to so many executions and seconds, and keeps the account, in processor seconds. `built_at`: the program's commit."""
         words = [*plain_addresses(), self.program, f"-runs={executions}", f"-max_total_time={seconds}",
                  f"-max_len={LONGEST_INPUT}", "-timeout=20", "-print_final_stats=1", f"-artifact_prefix={self.directory}/", self.corpus]
         if (FUZZ / "seeds" / self.name).is_dir():
@@ -93,8 +93,8 @@ class Target:
             sys.exit(f"{self.name} does not run; it says:\n{said[-2000:]}")
         self.done["executions"] += int(ran[-1]) if ran else 0
         self.done["seconds"] += processor_seconds() - start
-        if commit() not in self.done["commits"]:
-            self.done["commits"].append(commit())
+        if built_at not in self.done["commits"]:
+            self.done["commits"].append(built_at)
         if states:
             self.done |= zip(("edges", "features", "inputs"), map(int, states[-1]))
         self._file.write_text(json.dumps(self.done))
@@ -104,6 +104,7 @@ def campaign(targets, executions, seconds, floor):
     """In turns, until they have done so many and each had its share or its floor, or until the time is over. One that was brought
     down goes on from its corpus."""
     share = -(-executions // len(targets))
+    built_at = commit()
     end = time.monotonic() + seconds
 
     def missing():
@@ -119,7 +120,7 @@ def campaign(targets, executions, seconds, floor):
             turn = max(1, int(min(longest, end - time.monotonic())))
             wanted = share - target.done["executions"] if open_targets else missing()
             if wanted and time.monotonic() < end:
-                target.run(wanted, turn)
+                target.run(wanted, turn, built_at)
                 print(f"{target.name}: {target.done['executions']:,} in {target.done['seconds']:.0f} s, {missing():,} missing, "
                       f"{len(target.findings())} findings", flush=True)
 

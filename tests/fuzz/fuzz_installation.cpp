@@ -59,7 +59,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   at_end_of_line.begin({reinterpret_cast<const char*>(data + 2), size - 2}, data[0] % 4 != 0);
   const install_options options = options_of(data[1]);
   progress_board progress(options.ports, true);
-  installation job(options, image_to_install(), nullptr, 0, progress);
+  device_installation job(options, image_to_install(), nullptr, 0, progress);
   try {
     job.prepare();
     job.perform();
