@@ -46,6 +46,7 @@ struct client {
   uint32_t block_size = 512;
   bool may_go_on = false;  // that packet was acknowledged
   bool is_last = false;
+  bool is_over = false;  // it has all, or has given up: the server forgets it
 };
 std::map<int, client> clients;
 int listener = -1;
@@ -94,6 +95,7 @@ void take_options(client& to, const std::string& answer) {
 }
 
 void take_packet(client& to, const std::string& bytes) {
+  expect(!to.is_over);
   if (bytes == to.packet) {
     return;  // again
   }
@@ -198,6 +200,7 @@ int __wrap_close(int fd) {
 int __wrap_poll(pollfd* waits, nfds_t count, int limit) {
   server_runs = true;
   expect(count == clients.size() + 2 && (limit == -1) == clients.empty());
+  expect(std::none_of(clients.begin(), clients.end(), [](const auto& one) { return one.second.is_over; }));
   now += std::chrono::milliseconds(1);
   return step(waits, count);
 }
@@ -210,7 +213,12 @@ ssize_t __wrap_recvfrom(int fd, void* buffer, size_t size, int, sockaddr* addres
 
 ssize_t __wrap_recv(int fd, void* buffer, size_t size, int) {
   client& from = clients.at(fd);
-  from.may_go_on = from.may_go_on || incoming.starts_with(acknowledgement_of(from.number));
+  if (incoming_error == 0 && incoming.starts_with(acknowledgement_of(from.number))) {
+    from.may_go_on = true;
+    from.is_over = from.is_last;
+  } else if (incoming_error == 0 && incoming.size() >= 4 && word_at(incoming, 0) == 5) {
+    from.is_over = true;
+  }
   return receive(buffer, size);
 }
 
