@@ -31,12 +31,12 @@ class production {
   production(const install_options& options, const verified_image& image, const tftp_server* server)
       : options_(options), image_(image), progress_(options.ports, options.json) {
     for (size_t i = 0; i < options.ports.size(); ++i) {
-      devices_.push_back(std::make_unique<installation>(options, image, server, i, progress_));
+      devices_.push_back(std::make_unique<device_installation>(options, image, server, i, progress_));
     }
   }
 
   int run() {
-    each(&installation::prepare);
+    each(&device_installation::prepare);
     if (!agreed()) {
       for (const auto& device : devices_) {
         if (device->record().status == status_success) {
@@ -46,7 +46,7 @@ class production {
         }
       }
     }
-    each(&installation::perform);
+    each(&device_installation::perform);
     for (unsigned i = 0; i < options_.retries && !cancel_requested(); ++i) {
       again();
     }
@@ -63,7 +63,7 @@ class production {
 
   // Runs an action for each device that is still good, all at once. A failure of one does not touch the
   // others.
-  void each(void (installation::*action)()) {
+  void each(void (device_installation::*action)()) {
     std::vector<std::thread> threads;
     for (const auto& device : devices_) {
       if (device->record().status == status_success) {
@@ -75,10 +75,10 @@ class production {
     }
   }
 
-  void attempt(installation& device, void (installation::*action)()) {
+  void attempt(device_installation& device, void (device_installation::*action)()) {
     install_record& record = device.record();
     const auto begin = clock_type::now();
-    record.attempts += action == &installation::prepare ? 1 : 0;
+    record.attempts += action == &device_installation::prepare ? 1 : 0;
     try {
       (device.*action)();
     } catch (const device_failure& failure) {
@@ -86,14 +86,14 @@ class production {
     } catch (const std::exception& error) {
       fail(record, device_failure(status_failed, fmt::format("{}: {}", record.port, error.what())));
     }
-    if (record.status != status_success || action == &installation::perform) {
+    if (record.status != status_success || action == &device_installation::perform) {
       device.close();
       progress_.state(index_of(device), record.status == status_success ? "done" : "failed");
     }
     record.seconds += std::chrono::duration<double>(clock_type::now() - begin).count();
   }
 
-  size_t index_of(const installation& device) const {
+  size_t index_of(const device_installation& device) const {
     const auto found = std::find_if(devices_.begin(), devices_.end(),
                                     [&device](const auto& one) { return one.get() == &device; });
     return static_cast<size_t>(found - devices_.begin());
@@ -107,9 +107,9 @@ class production {
         device->record().status = status_success;
         device->record().message.clear();
         threads.emplace_back([this, target = device.get()] {
-          attempt(*target, &installation::prepare);
+          attempt(*target, &device_installation::prepare);
           if (target->record().status == status_success) {
-            attempt(*target, &installation::perform);
+            attempt(*target, &device_installation::perform);
           }
         });
       }
@@ -231,7 +231,7 @@ class production {
   const install_options& options_;
   const verified_image& image_;
   progress_board progress_;
-  std::vector<std::unique_ptr<installation>> devices_;
+  std::vector<std::unique_ptr<device_installation>> devices_;
 };
 
 // Result: null, or what is wrong with the options together.

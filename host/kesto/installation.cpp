@@ -121,15 +121,15 @@ verified_image install_read_image(const std::string& path) {
   return made;
 }
 
-installation::installation(const install_options& options, const verified_image& image,
-                           const tftp_server* server, size_t number, progress_board& progress)
+device_installation::device_installation(const install_options& options, const verified_image& image,
+                                         const tftp_server* server, size_t number, progress_board& progress)
     : options_(options), image_(image), server_(server), number_(number), progress_(progress) {
   record_.port = options.ports[number];
 }
 
 // After a failure the line is brought to a prompt, or said to be lost, whatever ends the action.
 template <typename Action>
-void installation::guarded(Action action) {
+void device_installation::guarded(Action action) {
   try {
     action();
   } catch (const device_failure& failure) {
@@ -144,13 +144,13 @@ void installation::guarded(Action action) {
   }
 }
 
-std::string installation::state_of_banks() const {
+std::string device_installation::state_of_banks() const {
   return fmt::format("bank {} is not good now, bank {} boots as before{}", record_.bank,
                      device_.active_bank(),
                      record_.bank == device_.active_bank() ? ", and that is the same" : "");
 }
 
-void installation::prepare() {
+void device_installation::prepare() {
   began_ = false;
   erasures_.clear();
   erase_commands_.clear();
@@ -169,7 +169,7 @@ void installation::prepare() {
   });
 }
 
-void installation::judge() {
+void device_installation::judge() {
   record_.bank = options_.bank;
   if (record_.bank.empty()) {
     const std::string active = device_.active_bank();
@@ -228,7 +228,7 @@ void installation::judge() {
   }
 }
 
-void installation::perform() {
+void device_installation::perform() {
   guarded([this] {
     connection_->shell.says_yes = true;  // the person has said so
     erase();
@@ -250,7 +250,7 @@ void installation::perform() {
   });
 }
 
-void installation::erase() {
+void device_installation::erase() {
   for (const std::string& command : erase_commands_) {
     progress_.state(number_, command);
     began_ = true;
@@ -263,7 +263,7 @@ void installation::erase() {
   record_.erased = erasures_;
 }
 
-void installation::send_serial() {
+void device_installation::send_serial() {
   shell_session& shell = connection_->shell;
   const bool same_line = options_.data_ports.empty();
   std::unique_ptr<line> data_line;
@@ -325,7 +325,7 @@ void installation::send_serial() {
   take_result(shell.finish(seconds(options_.install_limit_seconds)));
 }
 
-void installation::fetch() {
+void device_installation::fetch() {
   shell_session& shell = connection_->shell;
   const std::string command =
       fmt::format("flash download network {} {} {}", record_.bank, options_.tftp_address, options_.tftp_file);
@@ -350,7 +350,7 @@ void installation::fetch() {
   take_result(shell.finish(seconds(1)));
 }
 
-void installation::take_result(const answer& given) {
+void device_installation::take_result(const answer& given) {
   record_.remarks = answer_remarks(given.text);
   if (answer_kind_of(given) != answer_kind::good || given.text.find("Done: SUCCESS") == std::string::npos) {
     throw device_failure(status_device_failed, fmt::format("{}: the device did not install it: {}",
@@ -360,7 +360,7 @@ void installation::take_result(const answer& given) {
 
 // The device reads its flash; what it shows of each part is compared. Volumes show no checksum, and a version
 // only where their system tells one.
-void installation::check() {
+void device_installation::check() {
   progress_.state(number_, "reading back: flash analyze");
   device_read_flash(connection_->shell, seconds(options_.limit_seconds), device_);
   for (size_t i = 0; i < report_.parts.size(); ++i) {
@@ -419,7 +419,7 @@ void installation::check() {
   }
 }
 
-void installation::boot() {
+void device_installation::boot() {
   progress_.state(number_, "reset; waiting for what comes up");
   shell_session& shell = connection_->shell;
   shell.start("reset");

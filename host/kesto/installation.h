@@ -63,10 +63,11 @@ struct install_record {
   std::string booted;                // what came up
 };
 
-class installation {
+// Not just "installation": the device's code, which is in this program, has a structure of that name.
+class device_installation {
  public:
-  installation(const install_options& options, const verified_image& image, const tftp_server* server,
-               size_t number, progress_board& progress);
+  device_installation(const install_options& options, const verified_image& image, const tftp_server* server,
+                      size_t number, progress_board& progress);
 
   /// Opens the port, reads the device and judges the image against it. Throws device_failure.
   void prepare();

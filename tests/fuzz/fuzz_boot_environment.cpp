@@ -46,7 +46,9 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   // Erased flash behind the input, for lengths that inputs do not reach.
   std::vector<uint8_t> bytes(data + 2, data + size);
-  bytes.resize(bytes.size() + (data[1] & 0xF0) * size_t{256}, 0xFF);
+  constexpr size_t erased[] = {0,    16,   256,  1024, 2032, 2048,  2064,  3072,
+                               4096, 5120, 6144, 8176, 8192, 16384, 32768, 65536};
+  bytes.resize(bytes.size() + erased[data[1] >> 4], 0xFF);
   const size_t good_length = size_t{1024} << (data[1] & 0x07);
   if (good_length <= bytes.size()) {
     const uint32_t crc = crc_of(bytes, good_length);
