@@ -27,7 +27,7 @@ ELSEWHERE = {
     # Hours.
     'tools/valgrind_device_root.sh && /usr/bin/python3 -m pytest -n 2 --build=build/valgrind-root -m "not not_emulated" tests/console': (
         "docs/reliability.md", "Run so at commit"),
-    "tests/campaign/power.py --random 40 --seconds 3600 --report docs/reliability.md": (
+    "tests/campaign/power.py --random 40 --moments 4 --kill 1 --seconds 3600 --report docs/reliability.md": (
         "tests/board/test_power_campaign.py", "import power"),
 }
 # By a test below.
