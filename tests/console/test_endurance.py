@@ -1,16 +1,26 @@
 """The shell takes and gives back: a short form of tests/campaign/endurance.py."""
 
+import contextlib
+
 import pytest
 
 from endurance import State, endure, grown
+from root_session import RootSession
+
+
+@pytest.fixture
+def plain_device(tmp_path, build):
+    """A device with the program as it is built, whatever the others run: a sanitizer keeps back what was freed."""
+    with contextlib.closing(RootSession(tmp_path / "plain", build, build / "recovery-loader")) as session:
+        yield session
 
 
 @pytest.mark.not_emulated(reason="the process is an emulator's, and so is what it holds")
-def test_nothing_grows(dev):
-    dev.give_model("P2")
-    dev.boot()
-    dev.unknown_command_expected = dev.unused_rules_expected = True
-    rows = endure(dev, commands=150, keys=20_000, seed=1)
+def test_nothing_grows(plain_device):
+    plain_device.give_model("P2")
+    plain_device.boot()
+    plain_device.unknown_command_expected = plain_device.unused_rules_expected = True
+    rows = endure(plain_device, commands=150, keys=20_000, seed=1)
     assert [row[:2] for row in rows] == [("commands", 150), ("keys", 20_000)]
     assert not grown(rows)
 
