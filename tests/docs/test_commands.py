@@ -21,15 +21,23 @@ ELSEWHERE = {
     "/usr/bin/python3 -m pytest -n 4 tests/both -m root": ("tools/test_tiers.sh", "tests/console tests/both"),
     "tools/arm_device_root.sh && /usr/bin/python3 -m pytest -n 4 --build=build/arm-root tests/console": (
         "tools/test_tiers.sh", "--build=build/arm-root tests/console"),
-    "tests/mutation/run --count 600": ("tests/mutation/test_report.py", "runner"),
-    "tests/mutation/run --again survived": ("tests/mutation/test_report.py", "runner"),
-    "tests/mutation/run --report docs/mutation.md": ("tests/mutation/test_report.py", "make_report"),
-    # Hours.
-    'tools/valgrind_device_root.sh && /usr/bin/python3 -m pytest -n 2 --build=build/valgrind-root -m "not not_emulated" tests/console': (
-        "docs/reliability.md", "Run so at commit"),
-    "tests/campaign/power.py --random 40 --moments 4 --kill 1 --seconds 3600 --report docs/reliability.md": (
-        "tests/board/test_power_campaign.py", "import power"),
 }
+# What takes hours, by how it begins: the test that does it in short.
+IN_SHORT = {
+    "tests/mutation/run ": ("tests/mutation/test_judge.py", "judge"),
+    "tests/campaign/power.py ": ("tests/board/test_power_campaign.py", "import power"),
+    "tests/campaign/fuzz.py ": ("tools/test_tiers.sh", "FUZZ_SECONDS"),
+    # Not in ./test: what it said, and of which commit, stands in the document.
+    "tools/valgrind_device_root.sh && ": ("docs/reliability.md", "Under Debian's valgrind"),
+}
+# What is run here as it stands. Whoever shows another command says here or above what runs it.
+HERE = [
+    ". tools/setup.sh && setup_need build test",
+    "build/release/unit_tests --gtest_filter='mtd*'",
+    "/usr/bin/python3 -m pytest -n 4 tests/console -k startup",
+    "/usr/bin/python3 -m pytest tests/both -m root -k show",
+    "./run --help",
+]
 # By a test below.
 RECIPE = [command for _, command in commands((ROOT / "docs" / "porting.md").read_text(encoding="utf-8"))
           if "toolchain.cmake" in command or command == "cmake --build build" or "cmake --install" in command]
@@ -59,11 +67,12 @@ def is_typed(command, sessions_have):
     return any(line == words or line.startswith(words + " ") for line in sessions_have)
 
 
-def run_here():
-    """What is left: it is run as it stands."""
+def nobody_runs():
+    """Commands of documents that stand nowhere here."""
     sessions_have = typed()
-    return [command for command in shown()
-            if command not in ELSEWHERE and command not in (*RECIPE, STRIP, DEMO, LAB) and not is_typed(command, sessions_have)]
+    return {command: where for command, where in shown().items()
+            if command not in (*ELSEWHERE, *HERE, *RECIPE, STRIP, DEMO, LAB) and not command.startswith(tuple(IN_SHORT))
+            and not is_typed(command, sessions_have)}
 
 
 def run(words, directory=ROOT):
@@ -74,15 +83,19 @@ def run(words, directory=ROOT):
     return done.stdout
 
 
-@pytest.mark.parametrize("command", run_here())
+def test_every_command_that_is_shown_is_run():
+    assert nobody_runs() == {}
+
+
+@pytest.mark.parametrize("command", HERE)
 def test_a_command_that_is_shown_ends_well(command):
     run(command)
 
 
 def test_what_is_run_elsewhere_stands_there_and_is_shown():
-    for command, (path, words) in ELSEWHERE.items():
+    for path, words in (*ELSEWHERE.values(), *IN_SHORT.values()):
         assert words in (ROOT / path).read_text(encoding="utf-8"), (path, words)
-    assert len(RECIPE) == 3 and {*ELSEWHERE, *RECIPE, STRIP, DEMO, LAB} <= set(shown())
+    assert len(RECIPE) == 3 and {*ELSEWHERE, *HERE, *RECIPE, STRIP, DEMO, LAB} <= set(shown())
 
 
 def test_the_recipe_of_a_distribution(tmp_path):
