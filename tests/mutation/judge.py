@@ -89,19 +89,18 @@ class Build:
         self.passing = set()  # tests that were seen to pass without a mutant
 
     def configure(self) -> None:
-        """Lists how each source is compiled."""
+        """Lists how each source is compiled, and makes the header that they want made, so that they can be read."""
         # No optimization, no debug information: what counts is how fast a file is compiled and linked.
         self._run(["cmake", "-S", str(self.root), "-B", str(self.directory), "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
                    "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -g0", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=mold", "-DBUILD_HOST_TOOLS=OFF"])
+        self._ninja("build_date")
         entries = json.loads((self.directory / "compile_commands.json").read_text())
         self._commands = {os.path.relpath(entry["file"], self.root): shlex.split(entry["command"]) for entry in entries}
 
     def make(self, workers: int) -> None:
         """Brings the build up to date. The first time, measures how long the unit tests take, and fails when not all pass;
         and finds out which test runs through which code."""
-        # The banner's date does not follow the commit here: what was built and measured stays good for the next one.
-        self._run(["ninja", "-C", str(self.directory), "-j2", "unit_tests", "recovery-loader"],
-                  dict(os.environ, SOURCE_DATE_EPOCH="1700000000"))
+        self._ninja("unit_tests", "recovery-loader")
         self._links = {target: self._link_command(target) for target in ("unit_tests", "recovery-loader")}
         self._read_dependencies()
         self._read_suites()
@@ -125,6 +124,10 @@ class Build:
     def files(self) -> list[str]:
         """The files of the product, with the headers that hold code."""
         return sorted(str(path.relative_to(self.root)) for path in (self.root / "src").rglob("*") if path.suffix in (".cpp", ".h"))
+
+    def _ninja(self, *targets: str) -> None:
+        # The banner's date does not follow the commit here: what was built and measured stays good for the next one.
+        self._run(["ninja", "-C", str(self.directory), "-j2", *targets], dict(os.environ, SOURCE_DATE_EPOCH="1700000000"))
 
     def _run(self, words: list[str], environment: dict | None = None) -> str:
         result = subprocess.run(words, capture_output=True, text=True, env=environment)

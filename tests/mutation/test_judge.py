@@ -51,6 +51,14 @@ def places(build):
     return by_operator
 
 
+def test_sources_can_be_read_before_anything_is_built(tmp_path):
+    """One includes a header that is made."""
+    fresh = Build(_ROOT)
+    fresh.directory = tmp_path
+    fresh.configure()
+    assert find_places(_ROOT, "src/commands/builtins.cpp", fresh.flags("src/commands/builtins.cpp"))
+
+
 @pytest.fixture
 def judge(build):
     return Judge(build, os.getpid(), threading.Event())
