@@ -119,6 +119,15 @@ def test_clean_joins_a_split_partition_first(dev):
     assert dev.shell_lines[0] == "/usr/sbin/fw_setenv mtdparts  > /dev/null 2>&1"
 
 
+def test_clean_of_serial_flash_leaves_a_split_partition_split(dev):
+    dev.env["mtdparts"] = "atmel_nand:81920k(ubi0),-(user)"
+    dev.boot()
+    assert dev.command("flash clean serial") == CLEANING_SERIAL + SUCCESS
+    assert dev.shell_lines == [erase(7), erase(9)]
+    assert [p.name for p in dev.partitions][-2:] == ["ubi0", "user"]
+    assert dev.env["mtdparts"] == "atmel_nand:81920k(ubi0),-(user)"
+
+
 def test_clean_stops_when_the_partition_cannot_be_joined(dev):
     dev.env["mtdparts"] = "atmel_nand:81920k(ubi0),-(user)"
     dev.boot()

@@ -396,6 +396,19 @@ TEST_F(loopback_test, failed_read_on_the_remote_port) {
             begin(10) + "ERROR: tty_test_loopback: read(/dev/ttyS2) <= 0, error=Input/output error\n");
 }
 
+// A line that hung up is readable without end, and holds nothing.
+TEST_F(loopback_test, nothing_to_read_ends_the_transfer) {
+  for (tty_port* const hung_up : {&local_, &remote_}) {
+    const std::string name = "/dev/ttyS" + std::to_string(hung_up->port);
+    const wire there(line_1_, hung_up == &remote_ ? line_2_ : line_1_);
+    root.fail_call("read", {.match = name, .error = 0, .result = 0});
+    EXPECT_EQ(tty_test_loopback(10, &local_, hung_up == &remote_ ? &remote_ : nullptr), 0);
+    const std::string printed = root.printed();
+    EXPECT_TRUE(printed.starts_with(begin(10) + "ERROR: tty_test_loopback: read(" + name + ") <= 0, error="))
+        << printed;
+  }
+}
+
 TEST_F(loopback_test, short_echo) {
   const wire there(line_1_, line_2_);
   root.fail_call("write", {.match = "/dev/ttyS2", .error = 0, .result = 3});
