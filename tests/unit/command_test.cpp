@@ -46,6 +46,22 @@ TEST_F(command_test, words_are_taken_from_the_front_until_none_is_left) {
   EXPECT_EQ(ntokens, 0);
 }
 
+// Behind the last word of a full table stands nothing that may be read.
+TEST_F(command_test, words_of_a_full_table_move_to_the_front) {
+  std::vector<std::string> words;
+  for (int32_t i = 0; i < tokens_max; ++i) {
+    words.push_back("word-" + std::to_string(i));
+  }
+  for (int32_t i = 0; i < tokens_max; ++i) {
+    tokens[i] = words[static_cast<size_t>(i)].data();
+  }
+  ntokens = tokens_max;
+  for (std::string& word : words) {
+    EXPECT_EQ(token_shift(), word.data());
+  }
+  EXPECT_EQ(token_shift(), nullptr);
+}
+
 // -------------------------------------------------------------------------------------------------- messages
 
 TEST_F(command_test, a_signal_without_its_state_is_an_incomplete_command) {
