@@ -82,6 +82,16 @@ TEST_F(command_pipe_test, a_tool_in_its_own_group_can_be_ended_with_all_its_proc
   close(output);
 }
 
+TEST_F(command_pipe_test, a_tool_that_has_ended_is_not_waited_for) {
+  command_pipe tool("exit 3", "r", command_pipe::group::its_own);
+  siginfo_t ended;
+  EXPECT_EQ(waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT), 0);
+  const int status = tool.end();
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 3);
+  EXPECT_EQ(root.events("sleep").size(), 0U);
+}
+
 TEST_F(command_pipe_test, a_tool_that_does_not_end_is_killed) {
   command_pipe tool("trap '' TERM; echo begun; while :; do sleep 1; done", "r", command_pipe::group::its_own);
   char line[64] = "";

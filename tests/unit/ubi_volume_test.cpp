@@ -144,6 +144,11 @@ TEST_F(ubi_volume_test, every_operation_traces_its_arguments_first) {
        [] { ubi_erase_volume("/dev/ubi0_1", "ubi0"); }},
       {"ubi_get_volume_size_in_bytes: dev_name=/dev/ubi0_1",
        [] { ubi_get_volume_size_in_bytes("/dev/ubi0_1"); }},
+      {"ubi_get_root_from_dev_name:",
+       [] {
+         char device[16];
+         ubi_get_root_from_dev_name("/dev/ubi0_1", device, sizeof device);
+       }},
   };
   for (const auto& each : cases) {
     log_level = 7;
