@@ -23,6 +23,9 @@ VMALLOC = "vmalloc=400M"
 NO_SELF_TESTS = "cryptomgr.notests"
 # Where the kernel module looks for the chips' cells on the PCI bus.
 CHIP_SLOTS = {"nor": "10", "nand": "11"}
+# Where a program that counts what it runs through looks for its counters (tests/support/board_counters.cpp): there when the
+# variable BOARD_COUNTERS names the file that they are to lie in.
+_COUNTERS_SLOT, COUNTERS_SIZE = "12", 0x100000
 
 _running = weakref.WeakSet()
 
@@ -122,6 +125,10 @@ class Machine:
             command += ["-object", f"memory-backend-file,id={chip},share=on,size={layout.FILE_SIZES[chip]},"
                                    f"mem-path={escape(chips[chip])}",
                         "-device", f"ivshmem-plain,memdev={chip},addr={slot}"]
+        counters = os.environ.get("BOARD_COUNTERS")
+        if counters:
+            command += ["-object", f"memory-backend-file,id=counters,share=on,size={COUNTERS_SIZE},mem-path={escape(counters)}",
+                        "-device", f"ivshmem-plain,memdev=counters,addr={_COUNTERS_SLOT}"]
         command += ["-netdev", f"{self.network},id=net0", "-device", "i82559c,netdev=net0,romfile="]
         if self.neighbour:
             command += ["-netdev", f"socket,fd={self.neighbour.fileno()},id=net1",

@@ -74,7 +74,7 @@ run_unit_tests() {
 # need_TIER: installs what the tier is built with and runs with.
 need_unit() { setup_need build test; }
 need_console() { setup_need build test bench; }
-need_board() { setup_need build test arm board bench; }
+need_board() { setup_need build test arm board bench coverage; }
 need_arm() { setup_need build test arm cross; }
 need_package() { setup_need build test arm package; }
 need_docs() { setup_need build test arm board; }

@@ -5,6 +5,7 @@
 """
 
 import functools
+import os
 import subprocess
 import tempfile
 from pathlib import Path
@@ -20,7 +21,7 @@ BOOTLOADER, SMALL_BOOTLOADER = _FIRMWARE / "bios-microvm.bin", _FIRMWARE / "vgab
 KERNEL, SMALL_KERNEL = _ROMS / "efi-virtio.rom", _ROMS / "pxe-e1000.rom"
 CONFIG_LOADER, SMALL_CONFIG_LOADER = _ROMS / "pxe-virtio.rom", _FIRMWARE / "vgabios-ati.bin"
 
-KESTO = ROOT / "build" / "release" / "kesto"
+KESTO = Path(os.environ.get("KESTO", ROOT / "build" / "release" / "kesto"))
 
 ENVIRONMENT_SIZE = 0x10000
 VERSION, CODE = "3.1.0.0R1", "TK"

@@ -12,7 +12,7 @@ import real_images
 from board_session import PATIENCE, ROOT
 from line_socket import LineSocket
 from port_bridge import PortBridge
-from real_images import contents, split
+from real_images import KESTO, contents, split
 from udp_relay import UdpRelay
 
 PACE = ("--pace", "80000")  # the emulated port has no flow control
@@ -32,7 +32,7 @@ class BoardKesto:
 
     def run(self, *words) -> dict:
         """The record that the command prints, and its exit status as "exit"."""
-        result = subprocess.run([ROOT / "build" / "release" / "kesto", *map(str, words), *LIMITS, "--json"], cwd=self._directory,
+        result = subprocess.run([KESTO, *map(str, words), *LIMITS, "--json"], cwd=self._directory,
                                 capture_output=True, text=True, timeout=3 * PATIENCE, stdin=subprocess.DEVNULL)
         for port in self._ports:
             port.skip()  # what kesto has read is not the session's

@@ -1,14 +1,15 @@
 #!/usr/bin/env python3
-"""Which lines and branches of src/ and host/ the unit and console tests run through.
+"""Which lines and branches of src/ and host/ the unit, console and board tests run through.
 
-    tests/campaign/coverage.py                                # builds, runs both tiers, shows the figures
+    tests/campaign/coverage.py                                # builds, runs the tiers, shows the figures
     tests/campaign/coverage.py --report docs/coverage.md      # also writes the tables there
     tests/campaign/coverage.py --kept --report docs/coverage.md    # of the last run, without running anything
     tests/campaign/coverage.py --tier console --only flash    # adds the console tests with this word to the last run
     tests/campaign/coverage.py --kept --uncovered src/net     # the lines and branches that nothing runs through
 
 A line counts when something in it can run, a branch is a condition that was true or one that was false. The programs count
-in a file that they map, so that what is killed, or leaves without ceremony, has counted, too. Both tiers
+in a file that they map, so that what is killed, or leaves without ceremony, has counted, too. On the virtual board it is
+the ARM program, and the file is one of this machine: what was run through before the board's power was cut has counted. Tests
 run side by side with time-outs that are real: a figure may differ by a line from run to run.
 
 Lines of src/ that stay uncovered are listed with their reasons, from coverage_reasons.toml. A reason whose line
@@ -29,15 +30,22 @@ from pathlib import Path
 from typing import NamedTuple
 
 _ROOT = Path(__file__).resolve().parents[2]
+sys.path[:0] = [str(_ROOT / "board")]
+
+# pylint: disable=wrong-import-position
+from board_profile import raw_profile  # noqa: E402
+from machine import COUNTERS_SIZE  # noqa: E402
+
 _BUILD = _ROOT / "build" / "coverage"
+BOARD_BUILD = _ROOT / "build" / "coverage-arm"
 _COUNTED = _BUILD / "coverage"  # where the programs count (tests/support/root_session.py, tests/unit/main.cpp)
 _KEPT = _BUILD / "counted"      # what each tier has counted
 _REASONS = Path(__file__).with_name("coverage_reasons.toml")
-_TIERS = ("unit", "console")
+_TIERS = ("unit", "console", "board")
 _COVERED = ("src/", "host/kesto/", "host/device/")
-_PROGRAMS = ("unit_tests", "recovery-loader", "kesto")
-# What is judged there is the memory of a build that does not count.
-_NOT_COUNTED = ("tests/console/test_kesto_description.py::test_memory_does_not_grow_with_the_image",)
+_PROGRAMS = (_BUILD / "unit_tests", _BUILD / "recovery-loader", _BUILD / "kesto", BOARD_BUILD / "recovery-loader")
+# What is judged there is the memory and the instructions of a build that does not count.
+_NOT_COUNTED = ("tests/console/test_kesto_description.py::test_memory_does_not_grow_with_the_image", "tests/board/test_bench_device.py")
 _MARK, _END = "<!-- coverage -->", "<!-- end of coverage -->"
 
 
@@ -65,7 +73,21 @@ def run(words: list[str], **options) -> subprocess.CompletedProcess:
 
 def build() -> None:
     run(["cmake", "--preset", "coverage"], stdout=subprocess.DEVNULL)
-    run(["cmake", "--build", "--preset", "coverage", "-j2", "--target", *_PROGRAMS, "recorder", "enter_root", "kernel_stand_in"])
+    run(["cmake", "--build", "--preset", "coverage", "-j2", "--target", "unit_tests", "recovery-loader", "kesto",
+         "recorder", "enter_root", "kernel_stand_in"])
+    build_for_board()
+    # The board's own firmware, and what the launcher starts, are those of every day.
+    for preset in ("release", "arm"):
+        run(["cmake", "--preset", preset], stdout=subprocess.DEVNULL)
+        run(["cmake", "--build", "--preset", preset, "-j2"])
+    run(["/usr/bin/python3", "board/artefacts.py"])
+
+
+def build_for_board() -> None:
+    """What board tests put on a board, so that it counts."""
+    run(["tools/arm_sysroot.sh", str(_ROOT / "build" / "arm-sysroot")])
+    run(["cmake", "--preset", "coverage-arm"], stdout=subprocess.DEVNULL)
+    run(["cmake", "--build", "--preset", "coverage-arm", "-j2", "--target", "recovery-loader", "control_device", "loopback"])
 
 
 def _default_signals() -> None:
@@ -79,13 +101,22 @@ def run_tier(tier: str, only: str) -> bool:
     shutil.rmtree(_COUNTED, ignore_errors=True)
     _COUNTED.mkdir(parents=True)
     # kesto runs on this machine, outside of any device root.
+    left_out = [f"--deselect={test}" for test in _NOT_COUNTED]
     environment = dict(os.environ, LLVM_PROFILE_FILE=f"{_COUNTED}/%m%c.profraw")
-    if tier == "unit":
+    counters = _COUNTED / "board.counters"
+    if tier == "board":
+        counters.write_bytes(bytes(COUNTERS_SIZE))
+        environment |= {"BUILD": str(BOARD_BUILD), "BOARD_COUNTERS": str(counters), "KESTO": str(_BUILD / "kesto")}
+        words = ["/usr/bin/python3", "-m", "pytest", "-q", "-n", "4", "-p", "no:cacheprovider", "-m", "not root and not long",
+                 "-k", only, *left_out, "tests/board", "tests/both"]
+    elif tier == "unit":
         words = [str(_BUILD / "unit_tests"), "--gtest_brief=1", f"--gtest_filter={only or '*'}"]
     else:
         words = ["/usr/bin/python3", "-m", "pytest", "-q", "-n", "6", "-p", "no:cacheprovider", f"--build={_BUILD}",
-                 "-m", "not board", "-k", only, *(f"--deselect={test}" for test in _NOT_COUNTED), "tests/console", "tests/both"]
+                 "-m", "not board", "-k", only, *left_out, "tests/console", "tests/both"]
     passed = subprocess.run(words, cwd=_ROOT, env=environment, preexec_fn=_default_signals).returncode == 0
+    if tier == "board":
+        (_COUNTED / "board.profraw").write_bytes(raw_profile(BOARD_BUILD / "recovery-loader", counters))
     counted = [str(path) for path in _COUNTED.glob("*.profraw")]
     _KEPT.mkdir(exist_ok=True)
     kept = _KEPT / f"{tier}.profdata"
@@ -101,10 +132,13 @@ def run_tier(tier: str, only: str) -> bool:
 
 def counts_of(tiers: list[str]) -> dict[str, Counts]:
     """What these tiers have counted together, by file from the root of the sources."""
-    data = _KEPT / "together.profdata"
-    run(["llvm-profdata", "merge", "-sparse", "-o", str(data), *(str(_KEPT / f"{tier}.profdata") for tier in tiers)])
-    programs = [str(_BUILD / program) for program in _PROGRAMS]
-    words = ["llvm-cov", "export", f"-instr-profile={data}", programs[0], *(f"-object={program}" for program in programs[1:])]
+    return counts_in([_KEPT / f"{tier}.profdata" for tier in tiers], _KEPT / "together.profdata", list(_PROGRAMS))
+
+
+def counts_in(profiles: list[Path], data: Path, programs: list[Path]) -> dict[str, Counts]:
+    """What these programs have counted in these profiles, by file from the root of the sources. Leaves all of it in `data`."""
+    run(["llvm-profdata", "merge", "-sparse", "-o", str(data), *map(str, profiles)])
+    words = ["llvm-cov", "export", f"-instr-profile={data}", str(programs[0]), *(f"-object={program}" for program in programs[1:])]
     exported = json.loads(run(words, capture_output=True, text=True).stdout)
     counts = {}
     for file in exported["data"][0]["files"]:
@@ -182,12 +216,13 @@ def make_report() -> tuple[str, list[str]]:
     together = counts_of(list(_TIERS))
     alone = {tier: counts_of([tier]) for tier in _TIERS}
     lines = [f"At commit {commit_text()}, {datetime.date.today()}:", "",
-             "| folder | lines | units alone | console alone | together | branches | together |", "|---|--:|--:|--:|--:|--:|--:|"]
+             "| folder | lines | units alone | console alone | board alone | together | branches | together |",
+             "|---|--:|--:|--:|--:|--:|--:|--:|"]
 
     def row(title: str, wanted) -> str:
         of_lines, of_branches = figures(together, wanted)
         each = [str(figures(alone[tier], wanted)[0]) or "0.0 %" for tier in _TIERS]
-        return f"| {title} | {of_lines.all} | {each[0]} | {each[1]} | {of_lines} | {of_branches.all} | {of_branches} |"
+        return f"| {title} | {of_lines.all} | {' | '.join(each)} | {of_lines} | {of_branches.all} | {of_branches} |"
 
     for folder in sorted({folder_of(file) for file in together}):
         lines.append(row(f"`{folder}/`", lambda file: folder_of(file) == folder))
@@ -199,7 +234,7 @@ def make_report() -> tuple[str, list[str]]:
     problems = [f"{file}:{numbers[0]}: nothing runs through it, and there is no reason why: {text}"
                 for (file, text), numbers in bare.items() if (file, text) not in reasons]
     problems += [f"{file}: has a reason but is covered, or gone: {text}" for file, text in reasons if (file, text) not in bare]
-    lines += ["", "Lines of `src/` that neither tier runs through:", ""]
+    lines += ["", "Lines of `src/` that no tier runs through:", ""]
     by_reason = collections.defaultdict(list)
     for (file, text), numbers in bare.items():
         by_reason[reasons.get((file, text), "no reason was found yet")].append((file, text, len(numbers)))

@@ -1,0 +1,10 @@
+# The device's processor with clang, which counts what runs: beside Debian's armel compiler, whose libraries it takes.
+set(CMAKE_SYSTEM_PROCESSOR arm)
+set(TRIPLET arm-linux-gnueabi)
+set(DEBIAN_ARCHITECTURE armel)
+set(SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../build/arm-sysroot)
+include(${CMAKE_CURRENT_LIST_DIR}/debian_cross.cmake)
+set(CMAKE_C_COMPILER clang)
+set(CMAKE_CXX_COMPILER clang++)
+set(CMAKE_C_COMPILER_TARGET ${TRIPLET})
+set(CMAKE_CXX_COMPILER_TARGET ${TRIPLET})
