@@ -43,9 +43,10 @@ _KEPT = _BUILD / "counted"      # what each tier has counted
 _REASONS = Path(__file__).with_name("coverage_reasons.toml")
 _TIERS = ("unit", "console", "board")
 _COVERED = ("src/", "host/kesto/", "host/device/")
-_PROGRAMS = (_BUILD / "unit_tests", _BUILD / "recovery-loader", _BUILD / "kesto", BOARD_BUILD / "recovery-loader")
+_PROGRAMS = [_BUILD / "unit_tests", _BUILD / "recovery-loader", _BUILD / "kesto"]
+_BOARD_PROGRAMS = [BOARD_BUILD / "recovery-loader"]
 # What is judged there is the memory and the instructions of a build that does not count.
-_NOT_COUNTED = ("tests/console/test_kesto_description.py::test_memory_does_not_grow_with_the_image", "tests/board/test_bench_device.py")
+_NOT_COUNTED = ("console/test_kesto_description.py::test_memory_does_not_grow_with_the_image", "board/test_bench_device.py")
 _MARK, _END = "<!-- coverage -->", "<!-- end of coverage -->"
 
 
@@ -132,7 +133,18 @@ def run_tier(tier: str, only: str) -> bool:
 
 def counts_of(tiers: list[str]) -> dict[str, Counts]:
     """What these tiers have counted together, by file from the root of the sources."""
-    return counts_in([_KEPT / f"{tier}.profdata" for tier in tiers], _KEPT / "together.profdata", list(_PROGRAMS))
+    profiles, data = [_KEPT / f"{tier}.profdata" for tier in tiers], _KEPT / "together.profdata"
+    return joined(counts_in(profiles, data, _PROGRAMS), counts_in(profiles, data, _BOARD_PROGRAMS))
+
+
+def joined(first: dict[str, Counts], second: dict[str, Counts]) -> dict[str, Counts]:
+    """The counts of two processors. Asked for both at once, the compiler's tool shows of a function that has another name for
+    each of them only one."""
+    def larger(of_first: dict, of_second: dict) -> dict:
+        return {place: max(of_first.get(place, 0), of_second.get(place, 0)) for place in sorted({*of_first, *of_second})}
+
+    nothing = Counts({}, {})
+    return {file: Counts(*map(larger, first.get(file, nothing), second.get(file, nothing))) for file in sorted({*first, *second})}
 
 
 def counts_in(profiles: list[Path], data: Path, programs: list[Path]) -> dict[str, Counts]:

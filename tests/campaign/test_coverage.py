@@ -27,6 +27,13 @@ def test_figures_are_those_of_the_files_that_are_wanted():
     assert str(coverage.figures(counts, lambda file: True)[0]) == "33.3 %"
 
 
+def test_a_line_has_run_when_it_has_on_either_processor():
+    first = {"src/a.cpp": Counts({1: 3, 2: 0}, {(1, 4, True): 1, (1, 4, False): 0})}
+    second = {"src/a.cpp": Counts({1: 0, 2: 5, 3: 0}, {(1, 4, False): 2, (3, 1, True): 0}), "src/b.cpp": Counts({1: 1}, {})}
+    assert coverage.joined(first, second) == {
+        "src/a.cpp": Counts({1: 3, 2: 5, 3: 0}, {(1, 4, False): 2, (1, 4, True): 1, (3, 1, True): 0}), "src/b.cpp": Counts({1: 1}, {})}
+
+
 @pytest.fixture
 def tree(monkeypatch, tmp_path):
     (tmp_path / "src").mkdir()
