@@ -46,3 +46,8 @@ def test_what_ran_before_a_power_cut_has_counted(counting, tmp_path):
     # kernel_single was erased, the next one begun.
     assert counted(counters, *clean, tmp_path) == 2
     assert counted(counters, "src/cli/main.cpp", "int main() {", tmp_path) == 1
+
+
+def test_a_program_that_does_not_count_has_no_profile(tmp_path):
+    with pytest.raises(LookupError, match="was not built to count"):
+        raw_profile(coverage.BOARD_BUILD.parent / "arm" / "recovery-loader", tmp_path / "counters")

@@ -18,11 +18,10 @@ _HEADER = struct.Struct("<11Q")
 
 
 def raw_profile(program: Path, counted: Path) -> bytes:
-    """The raw profile of a program that was counted in a file. Raises subprocess.CalledProcessError when the program has no
-    counters."""
-    functions, names, size, start = _section(program, "data"), _section(program, "names"), *_place(program, "cnts")
+    """The raw profile of a program that was counted in a file. Raises LookupError when the program has no counters."""
+    (size, start), (_, own) = _place(program, "cnts"), _place(program, "data")
+    functions, names = _section(program, "data"), _section(program, "names")
     # Each function says how far its counters lie behind its record.
-    own = _place(program, "data")[1]
     moved = b""
     for at in range(0, len(functions), _FUNCTION.size):
         fields = list(_FUNCTION.unpack_from(functions, at))
@@ -46,4 +45,4 @@ def _place(program: Path, name: str) -> tuple[int, int]:
         if line.startswith(f"__llvm_prf_{name} "):
             size, address = line.split()[1:3]
             return int(size), int(address)
-    raise subprocess.CalledProcessError(1, [str(program), name])
+    raise LookupError(f"{program} was not built to count: it has no __llvm_prf_{name}")
