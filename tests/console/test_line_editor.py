@@ -1,6 +1,5 @@
 """The line editor: what every key puts on the screen, to the byte, and what it leaves in the line."""
 
-import os
 import random
 import termios
 import time
@@ -462,33 +461,13 @@ def test_the_end_of_input_acts_as_backspaces_and_the_shell_goes_on(dev):
     assert dev.command("verbose") == "verbosity is 3\n"
 
 
-def processor_seconds(dev, seconds: float) -> float:
-    """Processor time that the program uses in this time. Ends the program: one that runs wild fills the log."""
-    before = dev.cpu_seconds()
-    time.sleep(seconds)
-    used = dev.cpu_seconds() - before
-    dev.death_expected = True
-    dev.kill()
-    return used
-
-
 def test_a_lasting_end_of_input_costs_no_processor_time(dev):
     dev.sleep_scale = 1
     dev.console.end_input(True)
     dev.keys(b"a")
     dev.expect(b"a" + B + b" " + B)
-    assert processor_seconds(dev, 2) < 0.1
+    assert dev.processor_seconds(2) < 0.1
     assert 1 <= len(dev.sleeps) <= 40
-
-
-def hang_up(dev, port) -> None:
-    """The far end of the line is gone."""
-    reading, writing = os.pipe()
-    os.dup2(reading, port.master)
-    os.close(reading)
-    os.write(dev.port(0).slave, b".")  # wakes the thread that still watches the old line
-    time.sleep(0.1)
-    os.close(writing)
 
 
 def test_a_console_that_hung_up_costs_no_processor_time(dev):
@@ -497,8 +476,8 @@ def test_a_console_that_hung_up_costs_no_processor_time(dev):
     dev.console = dev.port(2)
     dev.text_until_prompt()
     dev.mark()
-    hang_up(dev, dev.port(2))
-    assert processor_seconds(dev, 2) < 0.1
+    dev.hang_up(2)
+    assert dev.processor_seconds(2) < 0.1
     assert 1 <= len(dev.sleeps) <= 40  # and the program has noticed
 
 

@@ -142,6 +142,23 @@ def test_ctrl_c_ends_the_wait_for_a_noisy_line(dev):
     assert dev.text_until_prompt().endswith(SENDER_GOES_ON + FILE_FAILED)
 
 
+def test_a_line_that_hangs_up_meanwhile_ends_the_wait(dev):
+    """Its end of input is no silence: it is readable without end."""
+    dev.boot()
+    dev.sleep_scale = 1
+    dev.type("set console 2")  # a line that is not the controlling terminal
+    dev.console = dev.port(2)
+    dev.text_until_prompt()
+    dev.begin("file download serial /nowhere/file")
+    while SENDER_GOES_ON.encode().rstrip() not in dev.console.unread:
+        dev.send(b"~", port=2)
+        time.sleep(0.05)
+    before = len(dev.sleeps)
+    dev.hang_up(2)
+    assert dev.processor_seconds(2) < 0.1
+    assert len(dev.sleeps) > before, "the line editor has the line again, and waits for its return"
+
+
 @pytest.mark.parametrize("data, pause", [
     (CTRL_C * 16, 0.003), (b"\x03" + b"x" * 15, 0.003), (b"\x03\x03", 0.1)],
     ids=["many at once", "among others", "in pairs"])

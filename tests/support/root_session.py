@@ -153,6 +153,15 @@ class RootSession(Session, DeviceRoot):
         fields = Path(f"/proc/{self.pid}/stat").read_text().rsplit(")", 1)[1].split()
         return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
+    def processor_seconds(self, seconds: float) -> float:
+        """Processor time that the program uses in this time. Ends the program: one that runs wild fills the log."""
+        before = self.cpu_seconds()
+        time.sleep(seconds)
+        used = self.cpu_seconds() - before
+        self.death_expected = True
+        self.kill()
+        return used
+
     def ignores(self, signal: int) -> bool:
         """Whether the program ignores this signal."""
         return bool(int(self.status("SigIgn"), 16) >> (signal - 1) & 1)
@@ -186,6 +195,15 @@ class RootSession(Session, DeviceRoot):
         self.wait_until(is_raw)
 
     # ------------------------------------------------------------------ the device as a test meets it
+
+    def hang_up(self, number: int) -> None:
+        """The far end of a line is gone. Not of the boot console's line: the test's own thread is woken through it."""
+        reading, writing = os.pipe()
+        os.dup2(reading, self.port(number).master)
+        os.close(reading)
+        os.write(self.port(0).slave, b".")  # wakes the thread that still watches the old line
+        time.sleep(0.1)
+        os.close(writing)
 
     def terminal(self, number: int) -> tuple:
         """Flags and special characters of a serial port, as the kernel has them."""

@@ -261,6 +261,22 @@ TEST_F(loopback_test, only_the_lower_descriptor_is_drained) {
   EXPECT_EQ(steps.size(), 4U);
 }
 
+TEST_F(loopback_test, a_line_that_hung_up_is_not_drained_for_ever) {
+  root.set_sleep_scale(1);
+  root.trace("/dev/ttyS");
+  root.fail_call("read", {.match = "/dev/ttyS1", .error = 0, .result = 0, .times = 1});
+  std::thread late([this] {
+    while (root.events("tcflush").size() < 4)
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    line_1_.send("local");
+  });
+  const wire there(line_1_, line_2_);
+  const wire back(line_2_, line_1_);
+  EXPECT_EQ(tty_test_loopback(10, &local_, &remote_), 0);
+  late.join();
+  EXPECT_EQ(root.printed(), begin(10) + counts(10, 15) + mismatch(0, 0, 'l')) << "what it held comes first";
+}
+
 // -------------------------------------------------------------------------------------------------- messages
 
 TEST_F(loopback_test, progress_tells_of_every_transfer) {

@@ -140,6 +140,15 @@ TEST_F(preparation_test, headers_that_are_bad_are_reported_by_both) {
   EXPECT_EQ(root.shell_lines(), lines());
 }
 
+TEST_F(preparation_test, root_file_systems_that_this_flash_does_not_take_are_reported_by_both) {
+  const std::string refusal = "ERROR: No partition for rootfs image\nERROR: Bad image destination\n";
+  EXPECT_EQ(prepare({{.type = 5, .contents = "jffs2"}, bootloader}), 0);
+  EXPECT_EQ(root.printed(), refusal);
+  EXPECT_EQ(finalize({{.type = 5, .contents = "jffs2"}, python}), 0);
+  EXPECT_EQ(root.printed(), refusal);
+  EXPECT_EQ(root.shell_lines(), lines());
+}
+
 TEST_F(preparation_test, a_part_for_no_partition_ends_the_preparation) {
   EXPECT_EQ(prepare({kernel, {.type = 6, .contents = ""}, bootloader}), 0);
   EXPECT_EQ(root.printed(), "ERROR: image_prepare_system: Can't find mtd for contents_type=6\n");
