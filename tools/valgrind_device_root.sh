@@ -7,6 +7,7 @@ cd "$(dirname "$0")/.."
 root=$PWD/build/valgrind-root
 rm -rf "$root"
 mkdir -p "$root/tests" "$root/valgrind" "$root/kesto-reports"
+chmod 1777 "$root/kesto-reports"  # a test takes its privileges away
 cp build/release/tests/enter_root build/release/tests/recorder build/release/tests/libkernel_stand_in.so "$root/tests"
 cp build/release/tests/start_under_valgrind "$root/recovery-loader"
 cp build/release/recovery-loader build/release/kesto "$root/valgrind"

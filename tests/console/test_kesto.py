@@ -210,8 +210,8 @@ def test_output_is_named_when_it_is_complete(kesto):
 def test_a_signal_leaves_nothing_behind(kesto, number):
     pipe = kesto.directory / "pipe"
     os.mkfifo(pipe)
-    with subprocess.Popen([kesto.program, "image", "build", "-o", "out.rom", "--kernel", "a", "--bootloader", "pipe"],
-                          cwd=kesto.directory, stdout=subprocess.PIPE) as build:
+    words = ["image", "build", "-o", "out.rom", "--kernel", "a", "--bootloader", "pipe"]
+    with kesto.start(*words, stdout=subprocess.PIPE) as build:
         with pipe.open("wb"):
             wait_for_temporary_file(kesto, build.pid)
             build.send_signal(number)

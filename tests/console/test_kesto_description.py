@@ -392,7 +392,7 @@ def test_a_signal_leaves_nothing_behind(kesto, number):
             file.write(bytes(range(256)) * 4096)
     kesto.build("--kernel", "a", "--bootloader", "large")
     before = set(kesto.files())
-    with subprocess.Popen([kesto.program, "image", "extract", "out.rom", "-d", "parts"], cwd=kesto.directory) as process:
+    with kesto.start("image", "extract", "out.rom", "-d", "parts") as process:
         directory = kesto.directory / f"parts.kesto-{process.pid}"
         deadline = time.monotonic() + 60
         while not (directory / "0-kernel").exists():

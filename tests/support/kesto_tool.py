@@ -19,6 +19,10 @@ class Kesto:
         return subprocess.run([self.program, *map(str, words)], cwd=self.directory, capture_output=True, text=True,
                               timeout=120, **options)
 
+    def start(self, *words, **options) -> subprocess.Popen:
+        """Without waiting for its end. What this process ignores, behind nohup or in the background, it does not."""
+        return subprocess.Popen(["/usr/bin/env", "--default-signal", self.program, *words], cwd=self.directory, **options)
+
     def build(self, *words) -> bytes:
         """Builds out.rom, which must succeed without a word on standard error."""
         result = self.run("image", "build", "-o", "out.rom", *words)
