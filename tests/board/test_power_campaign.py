@@ -1,5 +1,8 @@
 """The campaign of power cuts in short (tests/campaign/power.py): what it judges by, and a few cuts of three scenarios."""
 
+import contextlib
+import copy
+
 import pytest
 
 import flash_journal
@@ -249,3 +252,23 @@ def test_cuts_of_a_scenario(recorded, name, changed, boots):
     assert not power.tasks_of(recording, again, counts, counts)
     table = power.table({name: recording}, again)
     assert f"| {name} | {len(recording.operations)} | {len(lines)} |" in table and f"| {len(moments)} | 1 | 0 |" in table
+
+
+def test_a_cut_that_does_not_come_does_not_count(recorded, tmp_path):
+    """A run that writes in larger pieces has fewer operations: here one less than the other is said to have had."""
+    name = "set bootenv bootbank 2"
+    longer = copy.copy(recorded(name)[0])
+    longer.operations = [*longer.operations, longer.operations[1]]
+    flash = longer.replay()
+    with contextlib.closing(power.Bench()) as bench:
+        bench.scenario = longer.scenario
+        judge = power_judge.Judge(flash, GEOMETRY)
+        last = len(longer.operations) - 1
+        assert [power.check_cut(bench, longer, flash, judge, (number, 0)) for number in (last - 1, last)] == [
+            ("", []), (power.NOT_REACHED, [])]
+    results = power.Results(tmp_path / "results.jsonl")
+    power.judge_all(longer, results, [(last, 0)])
+    for how in ("", power.NOT_REACHED):
+        results.add({"scenario": name, "check": "cut", "cut": (last, 0), "how": how, "wrong": [], "seconds": 1})
+    table = power.table({name: longer}, results)
+    assert "| 0 | 0 | 0 | 0 | 1 | 0 | 0 | 0 |" in table and "Cut again: 1 more came to their end" in table
