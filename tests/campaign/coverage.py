@@ -73,22 +73,26 @@ def run(words: list[str], **options) -> subprocess.CompletedProcess:
 
 
 def build() -> None:
-    run(["cmake", "--preset", "coverage"], stdout=subprocess.DEVNULL)
-    run(["cmake", "--build", "--preset", "coverage", "-j2", "--target", "unit_tests", "recovery-loader", "kesto",
-         "recorder", "enter_root", "kernel_stand_in"])
+    make("coverage", "unit_tests", "recovery-loader", "kesto", "recorder", "enter_root", "kernel_stand_in")
     build_for_board()
     # The board's own firmware, and what the launcher starts, are those of every day.
     for preset in ("release", "arm"):
-        run(["cmake", "--preset", preset], stdout=subprocess.DEVNULL)
-        run(["cmake", "--build", "--preset", preset, "-j2"])
+        make(preset)
     run(["/usr/bin/python3", "board/artefacts.py"])
 
 
 def build_for_board() -> None:
     """What board tests put on a board, so that it counts."""
     run(["tools/arm_sysroot.sh", str(_ROOT / "build" / "arm-sysroot")])
-    run(["cmake", "--preset", "coverage-arm"], stdout=subprocess.DEVNULL)
-    run(["cmake", "--build", "--preset", "coverage-arm", "-j2", "--target", "recovery-loader", "control_device", "loopback"])
+    make("coverage-arm", "recovery-loader", "control_device", "loopback")
+
+
+def make(preset: str, *targets: str) -> None:
+    """Builds these targets of a preset, or all."""
+    # What counts names its sources: an object out of a cache that checkouts share may name those of another one.
+    environment = {**os.environ, "CCACHE_DISABLE": "1"} if preset.startswith("coverage") else None
+    run(["cmake", "--preset", preset], stdout=subprocess.DEVNULL)
+    run(["cmake", "--build", "--preset", preset, "-j2", *(["--target", *targets] if targets else [])], env=environment)
 
 
 def _default_signals() -> None:
