@@ -22,7 +22,6 @@ import datetime
 import json
 import os
 import shutil
-import signal
 import subprocess
 import sys
 import tomllib
@@ -95,12 +94,6 @@ def make(preset: str, *targets: str) -> None:
     run(["cmake", "--build", "--preset", preset, "-j2", *(["--target", *targets] if targets else [])], env=environment)
 
 
-def _default_signals() -> None:
-    # Whoever starts this in the background has them ignored, and tests end programs with them.
-    for number in (signal.SIGINT, signal.SIGHUP):
-        signal.signal(number, signal.SIG_DFL)
-
-
 def run_tier(tier: str, only: str) -> bool:
     """Runs a tier and adds what it has counted to what is kept. Returns whether all tests passed."""
     shutil.rmtree(_COUNTED, ignore_errors=True)
@@ -119,7 +112,7 @@ def run_tier(tier: str, only: str) -> bool:
     else:
         words = ["/usr/bin/python3", "-m", "pytest", "-q", "-n", "6", "-p", "no:cacheprovider", f"--build={_BUILD}",
                  "-m", "not board", "-k", only, *left_out, "tests/console", "tests/both"]
-    passed = subprocess.run(words, cwd=_ROOT, env=environment, preexec_fn=_default_signals).returncode == 0
+    passed = subprocess.run(words, cwd=_ROOT, env=environment).returncode == 0
     if tier == "board":
         (_COUNTED / "board.profraw").write_bytes(raw_profile(BOARD_BUILD / "recovery-loader", counters))
     counted = [str(path) for path in _COUNTED.glob("*.profraw")]

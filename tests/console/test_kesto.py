@@ -194,8 +194,8 @@ def test_output_is_named_when_it_is_complete(kesto):
     pipe = kesto.directory / "pipe"
     os.mkfifo(pipe)
     old = kesto.file("out.rom", b"the old image")
-    with subprocess.Popen([kesto.program, "image", "build", "-o", "out.rom", "--kernel", "a", "--bootloader", "pipe"],
-                          cwd=kesto.directory, stdout=subprocess.PIPE) as build:
+    words = ["image", "build", "-o", "out.rom", "--kernel", "a", "--bootloader", "pipe"]
+    with kesto.start(*words, stdout=subprocess.PIPE) as build:
         with pipe.open("wb") as writing:
             writing.write(b"half")
             writing.flush()
